@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#ifndef KO_CONTAINERS_H
+#define KO_CONTAINERS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace ko {
+namespace containers {
+
+// The lower-case form of an ASCII letter; every other character is returned as it is, whatever the locale.
+constexpr unsigned char ascii_lower(char character) noexcept {
+    const auto byte = static_cast<unsigned char>(character);
+    return byte >= 'A' && byte <= 'Z' ? static_cast<unsigned char>(byte + ('a' - 'A')) : byte;
+}
+
+// Hash and equality of unordered containers whose string keys differ by more than the case of ASCII letters.
+// Bytes beyond ASCII have to match exactly. Any thread; nothing is allocated.
+struct lc_hash {
+    std::size_t operator()(const std::string& text) const noexcept {
+        std::uint32_t hash = 2166136261U;  // FNV-1a, as good on 32 bits as on 64
+        for (const char character : text) hash = (hash ^ ascii_lower(character)) * 16777619U;
+        return hash;
+    }
+};
+
+struct lc_equals {
+    bool operator()(const std::string& left, const std::string& right) const noexcept {
+        if (left.size() != right.size()) return false;
+        for (std::size_t i = 0; i < left.size(); ++i) {
+            if (ascii_lower(left[i]) != ascii_lower(right[i])) return false;
+        }
+        return true;
+    }
+};
+
+}  // namespace containers
+}  // namespace ko
+
+#endif  // KO_CONTAINERS_H

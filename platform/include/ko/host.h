@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+#ifndef KO_HOST_H
+#define KO_HOST_H
+
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+// How a host program sets up this version of the platform. A device has its services set up by other means and has no
+// such header: only a host's main function, tools and tests include it.
+namespace ko {
+namespace host {
+
+// One line on its way to the log. The texts are good during the call only and end without a line feed.
+struct LogLine {
+    std::string_view logger;  // name of the logger; "tovanlog" for what was written past all loggers
+    int level;                // 1 errors, 2 warnings, 3 information, 4 to 7 debug, 8 detail, 9 payload
+    std::string_view text;
+};
+
+// Where log lines go. Empty: nowhere.
+//
+// Called on whatever thread writes the line, one call at a time, and while no other lock of the library is held. What a
+// sink itself logs is dropped. An exception leaving a sink costs the line and nothing more.
+using LogSink = std::function<void(const LogLine&)>;
+
+// Sinks that write one line with time, logger and level for each call, and have written it when the call returns.
+LogSink log_to_stderr();
+// Appends to the file `path`, which is made (with its folders) if there is none.
+// Errors: throws std::runtime_error when the file cannot be opened.
+LogSink log_to_file(const std::string& path);
+// Writes to the system's log under the name `identity`.
+LogSink log_to_syslog(const std::string& identity);
+
+struct Settings {
+    // Folder for files that may vanish with a restart, without a slash at the end.
+    std::string temporary_directory = "/tmp";
+    // Files with trusted certificates (PEM) by the name under which they are asked for.
+    std::map<std::string, std::string> ca_bundles = {{"default", "/etc/ssl/certs/ca-certificates.crt"}};
+    // Folder with this device's certificate and key, device_cert.der and device_key.der. Empty (the default): a
+    // development identity is made up for this process, with a self-signed certificate that no server has reason to
+    // trust.
+    std::string secure_store_directory;
+    // What platforminfo says about this system.
+    bool release_build = false;
+    bool test_mode = false;
+    // Verbosity of all loggers that `log_levels` does not name: lines up to this level are written; 0 silences them.
+    int log_level = 1;
+    std::map<std::string, int> log_levels;
+    LogSink log_sink = log_to_stderr();
+};
+
+// Puts `settings` into effect, for loggers that exist already as well.
+//
+// Call it before the first engine is made; a later call changes what is asked from then on. A process that never calls
+// it has the defaults above, but logs nothing and has no device identity.
+// The first call that needs the development identity makes it, which can take a noticeable fraction of a second. Later
+// calls find it made.
+// Threads: any.
+// Errors:  stops the process when the development identity cannot be made.
+void configure(const Settings& settings);
+
+}  // namespace host
+}  // namespace ko
+
+#endif  // KO_HOST_H
