@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "FileDescriptor.h"
+
+namespace kel::http::test {
+
+enum class Family { IPv4, IPv6 };
+
+// A socket bound to the loopback interface, on a port that was free. Errors: std::system_error.
+FileDescriptor bindToLoopback(Family family = Family::IPv4);
+
+// The same, listening and not blocking.
+FileDescriptor listenOnLoopback(Family family, int backlog);
+
+// A connection to this port on the loopback interface, blocking and made when this returns. Errors: std::system_error.
+FileDescriptor connectToLoopback(std::uint16_t port, Family family = Family::IPv4);
+
+std::uint16_t portOf(const FileDescriptor& socket);
+
+// "127.0.0.1:4711" or "[::1]:4711"
+std::string loopbackAuthority(std::uint16_t port, Family family = Family::IPv4);
+
+// Throws std::system_error with errno and `what`.
+[[noreturn]] void throwErrno(const char* what);
+
+}  // namespace kel::http::test
