@@ -22,7 +22,8 @@ struct LogLine {
 // Where log lines go. Empty: nowhere.
 //
 // Called on whatever thread writes the line, one call at a time, and while no other lock of the library is held. What a
-// sink itself logs is dropped. An exception leaving a sink costs the line and nothing more.
+// sink itself logs is dropped, and it must not call configure(). An exception leaving a sink costs the line and nothing
+// more.
 using LogSink = std::function<void(const LogLine&)>;
 
 // Sinks that write one line with time, logger and level for each call, and have written it when the call returns.

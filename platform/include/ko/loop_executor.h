@@ -38,10 +38,11 @@ class loop_executor final : public executor {
  private:
     using batch = std::vector<std::function<void()>>;
 
-    batch take_tasks() KO_EXCLUDES(mutex_);
+    void take_into(batch& tasks) KO_EXCLUDES(mutex_);
 
     ko::mutex mutex_{"ExecutorMutex"};
     batch queue_ KO_GUARDED_BY(mutex_);
+    batch spare_;  // the draining thread's; keeps its memory from one drain to the next
     const int descriptor_;
 };
 

@@ -38,7 +38,7 @@ class thread_executor final : public executor {
     using batch = std::vector<std::function<void()>>;
 
     void run();
-    bool wait_for(batch& tasks) KO_EXCLUDES(mutex_);
+    bool wait_for_tasks(batch& tasks) KO_EXCLUDES(mutex_);
 
     ko::mutex mutex_{"ExecutorMutex"};
     condition wake_up_;

@@ -13,7 +13,7 @@ class uri {
     explicit uri(const std::string& text);
 
     // The host to connect to, without user, password, port or the brackets of an IPv6 address; in the case in which it
-    // was written. Empty when there is none.
+    // was written. Empty when there is none. A text without a scheme is read as transfers read it: "host/path".
     const std::string& authority_host() const noexcept { return authority_host_; }
 
  private:

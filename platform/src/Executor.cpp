@@ -1,0 +1,4 @@
+// SPDX-License-Identifier: MIT
+#include "Executor.h"
+
+Executor::~Executor() = default;

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/sinks/syslog_sink.h>
+#include <syslog.h>
+
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+#include "ko/host.h"
+
+namespace ko {
+namespace host {
+namespace {
+
+spdlog::level::level_enum severity(int level) {
+    if (level >= 8) return spdlog::level::trace;
+    if (level >= 4) return spdlog::level::debug;
+    if (level == 3) return spdlog::level::info;
+    if (level == 2) return spdlog::level::warn;
+    return spdlog::level::err;
+}
+
+spdlog::string_view_t view(std::string_view text) {
+    return {text.data(), text.size()};
+}
+
+// Flushed line by line: a log is read most often after the process has died.
+LogSink write_to(std::shared_ptr<spdlog::sinks::sink> sink, const char* pattern) {
+    sink->set_pattern(pattern);
+    return [sink = std::move(sink)](const LogLine& line) {
+        sink->log(spdlog::details::log_msg(view(line.logger), severity(line.level), view(line.text)));
+        sink->flush();
+    };
+}
+
+constexpr auto with_time = "%Y-%m-%d %H:%M:%S.%e [%n] [%l] %v";
+constexpr auto without_time = "[%n] %v";
+
+}  // namespace
+
+LogSink log_to_stderr() {
+    return write_to(std::make_shared<spdlog::sinks::stderr_sink_st>(), with_time);
+}
+
+LogSink log_to_file(const std::string& path) {
+    try {
+        return write_to(std::make_shared<spdlog::sinks::basic_file_sink_st>(path), with_time);
+    } catch (const spdlog::spdlog_ex& error) {
+        throw std::runtime_error(error.what());
+    }
+}
+
+LogSink log_to_syslog(const std::string& identity) {
+    constexpr bool formatted = true;
+    return write_to(std::make_shared<spdlog::sinks::syslog_sink_st>(identity, LOG_PID, LOG_USER, formatted),
+                    without_time);
+}
+
+}  // namespace host
+}  // namespace ko
