@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "kel-http/ErrorData.h"
+#include "kel-http/LogFilter.h"
+#include "kel-http/ProgressData.h"
+#include "kel-http/RequestConfig.h"
+#include "kel-http/ResponseData.h"
+#include "ko/async_action_handle.h"
+#include "ko/executor.h"
+#include "logging/Logger.h"
+
+// Marks the handles of this library.
+struct KelHttpClientTag {};
+
+namespace kel::http {
+
+// Sends HTTP requests without blocking and calls back on the caller's own thread.
+//
+// Threads:   a client belongs to the thread that first calls it, which has to be its executor's. A call from any other
+// one
+//            stops the process, so does an executor that runs tasks on another thread, or at once inside post().
+// Life:      createClient() gives out the only reference. A client that is dropped lives on until its last request has
+//            been delivered or cancelled.
+// Needs:     a kel::http::Engine, made by the program before the first request and kept until the last one has ended.
+//            Without one a request is accepted, but nothing is sent and no callback comes. Cancel what is still running
+//            before the engine is destroyed: it ends transfers without a word, and the client would wait for ever.
+// Callbacks: as later tasks on the executor, never inside a call of this class. They may call the client, also to start
+//            or cancel requests, and may drop it. They must not throw.
+class Client {
+ public:
+    // Names one request of one client.
+    using RequestId = std::uint32_t;
+
+    using ResponseCallback = std::function<void(RequestId, const ResponseData&)>;
+    using ErrorCallback = std::function<void(RequestId, const ErrorData&)>;
+    using ProgressCallback = std::function<void(RequestId, const ProgressData&)>;
+
+    // Cancels its request when it is destroyed, and drops whatever is still on its way.
+    using Handle = ko::AsyncActionHandle<KelHttpClientTag>;
+
+    virtual ~Client();
+
+    // Starts `config` and returns its id at once; nothing has been sent yet.
+    //
+    // One of the two callbacks is called, once, as a later task on the executor; none after cancel_request(id).
+    // Threads:   the thread that first used this client. Any other one stops the process.
+    // Ownership: everything is copied; the client lives on until the outcome has been delivered.
+    // Units:     config.timeout in milliseconds, 0 for none; config.speed_limit in bytes per second.
+    // Errors:    nothing is thrown; a failed transfer arrives in `error_cb`. An empty callback stops the process.
+    // Needs:     an Engine. Without one nothing is sent and no callback comes.
+    virtual RequestId start_request(const RequestConfig& config, const LogFilter& filter,
+                                    const ResponseCallback& response_cb, const ErrorCallback& error_cb) = 0;
+
+    // As start_request, but the body goes to the file `path`.
+    //
+    // Beware: the body of *every* answer goes there. A 404 whose page has been received replaces a good file.
+    // The body is written to a sibling, `path` + ".downloading-" and eight characters, which is renamed onto `path`
+    // once it is complete: `path` is the old file or the whole new one. With config.resume the body is appended to
+    // `path` itself. `progress_cb` is called about once a second, and at the end; never after the outcome. A total of 0
+    // means unknown. Errors:    what can not be written ends in ClientFailure::WriteFailed; what the server can not
+    // resume in RangeError.
+    virtual RequestId start_download(const RequestConfig& config, const std::string& path, const LogFilter& filter,
+                                     const ResponseCallback& response_cb, const ErrorCallback& error_cb,
+                                     const ProgressCallback& progress_cb) = 0;
+
+    // Stops the flow of data until resume_request(id); no byte is lost. The request's time-out keeps running. An
+    // unknown id is ignored. Threads: the client's.
+    virtual void pause_request(RequestId id) = 0;
+    virtual void resume_request(RequestId id) = 0;
+
+    // Ends the request; none of its callbacks is called any more. An unknown id, also that of a request that has ended,
+    // is ignored. Threads: the client's.
+    virtual void cancel_request(RequestId id) = 0;
+
+    // An id for a request, never NoRequestId; used by the client itself. Threads: the client's.
+    virtual RequestId allocate_request_id() = 0;
+
+    // The same two calls for callers that keep handles instead of ids. Callbacks are dropped once the handle is gone,
+    // and destroying the handle of a running request cancels it. An empty `progress_cb` is allowed here. Threads:   the
+    // client's, also for destroying the handle.
+    Handle start_request(const RequestConfig& config, const LogFilter& filter,
+                         const std::function<void(const ResponseData&)>& response_cb,
+                         const std::function<void(const ErrorData&)>& error_cb);
+    Handle start_download(const RequestConfig& config, const std::string& path, const LogFilter& filter,
+                          const std::function<void(const ResponseData&)>& response_cb,
+                          const std::function<void(const ErrorData&)>& error_cb,
+                          const std::function<void(const ProgressData&)>& progress_cb);
+
+    // pause_request() and resume_request().
+    void pause(RequestId id);
+    void resume(RequestId id);
+};
+
+// No request has this id.
+constexpr Client::RequestId NoRequestId = 0;
+
+// Makes a client that calls back on `executor` and writes its log lines to `logger`. Both have to outlive it. Any
+// thread.
+std::shared_ptr<Client> createClient(ko::executor& executor, logging::Logger& logger);
+
+}  // namespace kel::http

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "kel-http/Client.h"
+#include "ko/thread.h"
+
+namespace kel::http {
+
+// The one implementation of Client. Everything here runs on the executor's thread; what the engine thread has to say
+// comes as tasks posted to the executor.
+class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl> {
+ public:
+    ClientImpl(ko::executor& client_executor, logging::Logger& client_logger);
+
+    using Client::start_download;
+    using Client::start_request;
+    RequestId start_request(const RequestConfig& config, const LogFilter& filter, const ResponseCallback& response_cb,
+                            const ErrorCallback& error_cb) override;
+    RequestId start_download(const RequestConfig& config, const std::string& path, const LogFilter& filter,
+                             const ResponseCallback& response_cb, const ErrorCallback& error_cb,
+                             const ProgressCallback& progress_cb) override;
+    void pause_request(RequestId id) override;
+    void resume_request(RequestId id) override;
+    void cancel_request(RequestId id) override;
+    RequestId allocate_request_id() override;
+
+ private:
+    class CurlRequest;
+
+    // What the caller gave for one running request.
+    struct RequestInfo {
+        ResponseCallback response_cb;
+        ErrorCallback error_cb;
+        ProgressCallback progress_cb;  // empty for plain requests
+        LogFilter filter;
+    };
+
+    void check_thread();
+    RequestId do_start_request(const RequestConfig& config);
+    RequestId do_start_download(const RequestConfig& config, const std::string& path);
+    void run(RequestId id, const std::shared_ptr<CurlRequest>& request);
+    void do_cancel_request(RequestId id);
+
+    // Ends the request's life here: its entry, or an empty one when it was cancelled or has ended before.
+    std::map<RequestId, RequestInfo>::node_type take(RequestId id);
+
+    void on_response(RequestId id, const ResponseData& data);
+    void on_error(RequestId id, const ErrorData& data);
+    void on_progress(RequestId id, const ProgressData& data);
+
+    RequestId next_request_id = 1;
+    std::map<RequestId, std::shared_ptr<CurlRequest>> requests;
+    std::map<RequestId, RequestInfo> request_infos;
+    logging::Logger& logger;
+    ko::thread_id my_thread_ = ko::invalid_thread_id;
+    ko::executor& executor;
+};
+
+}  // namespace kel::http

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <tl/optional.hpp>
+
+#include "kel-http/client/ClientImpl.h"
+#include "kel-http/curl/Request.h"
+
+namespace kel::http {
+
+// The engine's side of one request of a client: collects headers and body, and posts the outcome to the client's
+// executor.
+//
+// The hooks run on the engine thread; notifyDataEnd() and notifyFailure() wherever the engine's callback handler runs
+// them. Both orders are the engine's doing: it does not touch a request any more once it has handed the completion
+// over.
+class ClientImpl::CurlRequest : public Request {
+ public:
+    CurlRequest(std::shared_ptr<ClientImpl> owner, RequestId id_at_client, const RequestConfig& request_config);
+    // A download to `path`.
+    CurlRequest(std::shared_ptr<ClientImpl> owner, RequestId id_at_client, const RequestConfig& request_config,
+                const std::string& path);
+    // Removes the unfinished file of a download, unless its configuration keeps it.
+    ~CurlRequest() override;
+
+    int notifyDataReceived(std::string_view data) override;
+    void notifyHeader(std::string_view line) override;
+    void notifyDataEnd() override;
+    void notifyFailure(Failure failure, std::string_view message) override;
+    void notifyRemoteAddr(std::string address, long port) override;
+    void reportDownloadProgress(unsigned int total, unsigned int received) override;
+
+ private:
+    void open_output();
+    std::unique_ptr<std::ostream> open_download();
+
+    // The end of a download. False: it went wrong, and the failure has been reported.
+    bool finish_download();
+    bool finish_appending();
+    bool create_empty_file();
+    bool close_output();
+    bool move_into_place();
+
+    std::string take_body();
+    void dispatch_response(std::string body);
+    void report_progress(std::uint32_t total, std::uint32_t received);
+
+    void dispatch_to_client(ResponseData&& data);
+    void dispatch_to_client(ErrorData&& data);
+    void dispatch_to_client(ProgressData&& data);
+
+    const std::shared_ptr<ClientImpl> client;
+    const RequestId request_id;
+    HeaderMap headers;
+    const tl::optional<std::string> download_path;
+    // The sink of the body: an std::ostringstream, or an std::ofstream for a download. Made when the first data
+    // arrives.
+    std::unique_ptr<std::ostream> output;
+    // Where a download is written before it is renamed; empty when no such file is used.
+    std::string temporary_path;
+    std::chrono::steady_clock::time_point last_progress_time{};
+    std::uint32_t last_progress_bytes = 0;
+    std::string remote_addr;
+    std::string peer_address;
+    long peer_port = 0;
+    std::uint32_t received_bytes = 0;
+    // The size of the file that a resumed download appends to.
+    std::uint32_t resume_offset = 0;
+    // The header block of the last answer has come to its end.
+    bool header_block_complete = false;
+};
+
+}  // namespace kel::http

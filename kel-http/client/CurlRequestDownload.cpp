@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+#include <boost/filesystem.hpp>
+#include <fstream>
+#include <stdexcept>
+
+#include "kel-http/client/CurlRequest.h"
+#include "kel-http/model/LogLine.h"
+#include "ko/assert.h"
+#include "ko/filesystem.h"
+
+namespace kel::http {
+namespace {
+
+namespace fs = boost::filesystem;
+
+bool exists(const std::string& path) {
+    boost::system::error_code ignored;
+    const fs::file_type type = fs::status(path, ignored).type();
+    return type != fs::status_error && type != fs::file_not_found;
+}
+
+}  // namespace
+
+// A file that was closed but could not be renamed is whole, and stays. The target itself is never removed.
+ClientImpl::CurlRequest::~CurlRequest() {
+    auto* const file = dynamic_cast<std::ofstream*>(output.get());
+    if (file == nullptr || !file->is_open()) return;
+    file->close();
+    if (config.keep_partial_download || temporary_path.empty()) return;
+    boost::system::error_code ignored;
+    fs::remove(temporary_path, ignored);
+}
+
+std::unique_ptr<std::ostream> ClientImpl::CurlRequest::open_download() {
+    auto file = std::make_unique<std::ofstream>();
+    if (config.resume) {
+        if (exists(*download_path)) resume_offset = static_cast<std::uint32_t>(fs::file_size(*download_path));
+        file->open(*download_path, std::ios::out | std::ios::app);
+    } else {
+        boost::system::error_code ignored;
+        temporary_path = ko::filesystem::unique_path(*download_path + ".downloading-%%%%%%%%", ignored).string();
+        file->open(temporary_path);
+    }
+    if (file->fail()) throw std::runtime_error("Failed to open file");
+    return file;
+}
+
+bool ClientImpl::CurlRequest::finish_download() {
+    if (config.resume) return finish_appending();
+    if (!output && !create_empty_file()) {
+        notifyFailure(Failure::WriteFailed, "Failed to write empty response");
+        return false;
+    }
+    if (output && !close_output()) {
+        notifyFailure(Failure::WriteFailed, temporary_path);
+        return false;
+    }
+    return move_into_place();
+}
+
+// A full disk may show at the last flush only.
+bool ClientImpl::CurlRequest::finish_appending() {
+    if (!output || close_output()) return true;
+    notifyFailure(Failure::WriteFailed, *download_path);
+    return false;
+}
+
+bool ClientImpl::CurlRequest::create_empty_file() {
+    boost::system::error_code error;
+    temporary_path = ko::filesystem::unique_path(*download_path + ".%%%%%%%%", error).string();
+    if (error) return false;
+    std::ofstream file(temporary_path);
+    file.close();
+    return file.good();
+}
+
+bool ClientImpl::CurlRequest::close_output() {
+    auto* const file = dynamic_cast<std::ofstream*>(output.get());
+    KO_ASSERT(file);
+    file->close();
+    return file->good();
+}
+
+bool ClientImpl::CurlRequest::move_into_place() {
+    logging::Logger& log = *logging::getLogger("CurlRequest", 0);
+    writeLine(log, log_level::debug, "{}: Renaming tmp file {} to {}", "notifyDataEnd", temporary_path, *download_path);
+    boost::system::error_code error;
+    fs::rename(temporary_path, *download_path, error);
+    if (error) {
+        writeLine(log, log_level::error, "{}: Rename failed - {}", "notifyDataEnd", error.message());
+        notifyFailure(Failure::WriteFailed, *download_path);
+        return false;
+    }
+    writeLine(log, log_level::debug, "{}: Rename complete", "notifyDataEnd");
+    return true;
+}
+
+}  // namespace kel::http

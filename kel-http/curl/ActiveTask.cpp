@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#include "kel-http/curl/ActiveTask.h"
+
+#include <utility>
+
+namespace kel::http {
+
+Engine::ActiveTask::ActiveTask(std::shared_ptr<Request> owner) : request(std::move(owner)), easy(curl_easy_init()) {}
+
+// The easy handle borrows the lists and the file, so it goes first. Its progress is switched off: cleaning up may
+// otherwise report once more for a transfer that has ended.
+Engine::ActiveTask::~ActiveTask() {
+    if (easy != nullptr) {
+        curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 1L);
+        curl_easy_cleanup(easy);
+    }
+    if (mime != nullptr) curl_mime_free(mime);
+    if (headers != nullptr) curl_slist_free_all(headers);
+    if (uploadFile != nullptr) std::fclose(uploadFile);
+}
+
+}  // namespace kel::http

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <curl/curl.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+#include "kel-http/curl/Engine.h"
+
+namespace kel::http {
+
+// One transfer: its request and all that libcurl borrows while it runs. Engine thread; owned by the engine's map, whose
+// key is the easy handle.
+struct Engine::ActiveTask {
+    explicit ActiveTask(std::shared_ptr<Request> owner);
+    ActiveTask(const ActiveTask&) = delete;
+    ActiveTask& operator=(const ActiveTask&) = delete;
+    ~ActiveTask();
+
+    std::shared_ptr<Request> request;
+    CURL* easy;
+    curl_slist* headers = nullptr;
+    curl_mime* mime = nullptr;
+    // Bytes of an in-memory PUT body that libcurl has taken.
+    std::uint32_t uploadOffset = 0;
+    std::FILE* uploadFile = nullptr;
+    // The trace saw the beginning of an outgoing header line whose rest is still to be sent.
+    bool tracedLineIsOpen = false;
+};
+
+}  // namespace kel::http

@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <curl/curl.h>
+
+#include <atomic>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "kel-http/curl/Request.h"
+#include "ko/mutex.h"
+#include "ko/thread.h"
+#include "logging/Logger.h"
+
+namespace kel::http {
+
+// The process-wide transfer engine: one thread, "CurlEngine", that makes every libcurl call.
+//
+// Threads:  any thread may call the operations that take a Request, queueRequest(), onNewRequest() and
+//           requestTermination(): they queue a task and wake the engine thread. What is marked "engine thread" below is
+//           called there only.
+// Life:     the program makes one engine before the first request and destroys it after the last one, on a thread that
+// is
+//           not the engine's own. One at a time; a second one stops the process. Transfers that are still running then
+//           end without a word to their requests: cancel them first.
+// Outcome:  a completed transfer is handed, as a closure, to the callback handler, which decides where it runs: at
+// once, on
+//           the engine thread, or posted to a thread of its choice. Closures may outlive the engine. The handler must
+//           not be empty and must not throw.
+// Derived:  the thread runs from the base class's constructor on, so no request may be queued before the most derived
+//           constructor has returned, and the most derived destructor calls stop() first.
+// Settings: libcurl's own environment variables ("http_proxy" and its kin) apply; a program that wants none clears
+// them.
+class Engine {
+ public:
+    using CallbackHandler = std::function<void(const std::function<void()>&)>;
+    struct ActiveTask;
+
+    // Starts the engine thread. Any thread.
+    explicit Engine(const CallbackHandler& callbackHandler);
+
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    // Runs the tasks queued so far, ends the thread and frees all transfers.
+    virtual ~Engine();
+
+    // Sets the TLS options of a transfer; a derived engine may replace it. Engine thread.
+    virtual void addTlsConfig(void* easy, std::shared_ptr<Request> request);
+
+    // The engine of this process; stops the process when there is none. Any thread.
+    static Engine* getEngine();
+    static bool hasEngine();
+
+    // Queues `task` for the engine thread; tasks run in order, once each. A task queued by a task runs in the next
+    // pass. What a task throws is logged and ends there. Any thread.
+    void queueRequest(const std::function<void()>& task);
+
+    // Replaces the function that is called, on the engine thread, before each transfer is set up. Any thread.
+    void onNewRequest(const std::function<void()>& handler);
+
+    // Starts, drops, pauses and continues the transfer of `request`. Any thread. A request that is not active is
+    // ignored by the last three.
+    void addNewRequest(std::shared_ptr<Request> request);
+    void tryToCancelRequest(std::shared_ptr<Request> request);
+    void pauseRequest(std::shared_ptr<Request> request);
+    void resumeRequest(std::shared_ptr<Request> request);
+
+    // Ends the engine's loop behind the tasks that are queued so far. Any thread.
+    void requestTermination();
+
+    // The request whose transfer has this easy handle; empty when there is none. Engine thread.
+    std::shared_ptr<Request> lookupRequest(void* easy) const;
+
+    // Turns a libcurl result and a status into the one final call of the request's hooks. Called in the callback
+    // handler's context, where the engine may be gone already.
+    static void runCallbackHandlerInFsmContext(std::shared_ptr<Request> request, CURLcode result, long responseCode);
+
+    // libcurl's callbacks. Engine thread. The first four throw std::out_of_range for a handle that is not active.
+    static std::size_t writeHeader(void* data, std::size_t size, std::size_t nitems, void* easy);
+    static std::size_t writeFunction(void* data, std::size_t size, std::size_t nitems, void* easy);
+    static std::size_t putReadFunc(void* buffer, std::size_t size, std::size_t nitems, void* easy);
+    static int putSeekFunc(void* easy, curl_off_t offset, int origin);
+    static std::size_t putReadFile(void* buffer, std::size_t size, std::size_t nitems, void* stream);
+    static int downloadProgress(void* easy, curl_off_t dltotal, curl_off_t dlnow, curl_off_t ultotal, curl_off_t ulnow);
+    static int traceTransfer(CURL* easy, curl_infotype type, char* data, std::size_t size, void* logger);
+    static int watchSocket(void* engine, curl_socket_t descriptor, curlsocktype purpose);
+
+ protected:
+    // Ends the engine thread; the second call does nothing. Not on the engine thread.
+    void stop();
+
+ private:
+    using TaskPtr = std::shared_ptr<ActiveTask>;
+    using RequestPtr = std::shared_ptr<Request>;
+    using TaskMap = std::map<void*, TaskPtr>;
+
+    // The loop (Engine.cpp). Engine thread.
+    void thread_loop();
+    void runTasks();
+    void processPendingRequests();
+    void runGuarded(const std::function<void()>& task);
+    void flagTermination();
+    void checkEngineThread() const;
+
+    // Any thread.
+    void enqueue(std::function<void()> task);
+    void enqueueFor(RequestPtr request, void (Engine::*step)(RequestPtr));
+
+    // Waiting (EngineWait.cpp). Engine thread.
+    void doCurlProcessing();
+    bool canSelect() const;
+    bool waitWithSelect(long timerMs);
+    bool waitWithPoll(long timerMs);
+    void drainWakeups();
+
+    // Setting a transfer up (EngineSetup.cpp, EngineBody.cpp). Engine thread.
+    void addRequest(RequestPtr request);
+    void prepareAddTask(RequestPtr request);
+    void addTask(RequestPtr request);
+    void failSetUp(const RequestPtr& request, const std::string& reason);
+    void dumpRequest(const Request& request);
+    void addCallbacks(CURL* easy, Request& request);
+    void addTarget(CURL* easy, const Request& request);
+    void addDownloadLimits(CURL* easy, const Request& request);
+    void addRedirects(CURL* easy, const Request& request);
+    void addProgress(CURL* easy);
+    void addTimeout(CURL* easy, const Request& request);
+    void addCredentials(CURL* easy, const Request& request);
+    void addHTTPMethodToRequest(CURL* easy, RequestPtr request, TaskPtr task);
+    void addUpload(CURL* easy, const Request& request, ActiveTask& task);
+    void addFileUpload(CURL* easy, const Request& request, ActiveTask& task);
+    void addMimeForm(CURL* easy, const RequestPtr& request, ActiveTask& task);
+    void addHeadersToRequest(CURL* easy, RequestPtr request, TaskPtr task);
+    void addIPVersionToRequest(CURL* easy, RequestPtr request);
+    void addFreshState(CURL* easy, const Request& request);
+
+    // Running and ending transfers (EngineCompletion.cpp). Engine thread.
+    TaskPtr getActiveTask(const RequestPtr& request) const;
+    void pauseTask(RequestPtr request);
+    void resumeTask(RequestPtr request);
+    void removeTask(RequestPtr request);
+    CURLMsg* findCompletedMsg();
+    void processCompletedTasks();
+    void completeTask(void* easy, CURLcode result);
+    void addTimingData(void* easy, RequestPtr request);
+    void addRedirectURL(RequestPtr request, void* easy);
+
+    static std::atomic<Engine*> currentEngine;
+
+    CURLM* multi;
+    CURLSH* share;
+    std::deque<std::function<void()>> taskQueue KO_GUARDED_BY(queueMutex);
+    ko::mutex queueMutex;
+    ko::mutex variableMutex;
+    ko::thread engineThread;
+    int wakeupDescriptor;
+    const CallbackHandler callbackHandler;
+    // Engine thread; set by a queued task.
+    bool terminationFlag = false;
+    // Set by the owner, read by callbacks that libcurl may still make while transfers are freed.
+    std::atomic<bool> shuttingDown{false};
+    std::function<void()> newRequestHandler KO_GUARDED_BY(variableMutex);
+    // Engine thread, and the destructor once that has ended.
+    TaskMap activeTasks;
+    logging::Logger* const logger;
+    // Engine thread; a member so that its memory serves every pass of the loop.
+    std::deque<std::function<void()>> runningTasks;
+    // Engine thread. Set for good once libcurl has opened a descriptor that select(2) can not take.
+    bool beyondSelect = false;
+    std::atomic<ko::thread_id> engineThreadId{ko::invalid_thread_id};
+};
+
+// Starts the thread "CurlEngine", with a stack of 256 KiB, on `body`.
+ko::thread createEngineTask(const std::function<void()>& body);
+
+}  // namespace kel::http

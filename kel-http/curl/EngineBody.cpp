@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+#include <boost/filesystem.hpp>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+#include <string_view>
+#include <system_error>
+
+#include "kel-http/curl/ActiveTask.h"
+#include "kel-http/curl/Engine.h"
+#include "kel-http/model/LogLine.h"
+#include "ko/assert.h"
+#include "logging/tovanlog.h"
+
+namespace kel::http {
+namespace {
+
+// The size goes first: libcurl would otherwise measure the body up to its first zero byte.
+void copyBody(CURL* easy, const std::string& body) {
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+    curl_easy_setopt(easy, CURLOPT_COPYPOSTFIELDS, body.data());
+}
+
+void copyBodyWithMethod(CURL* easy, const char* method, const std::string& body) {
+    curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, method);
+    copyBody(easy, body);
+}
+
+// -1: libcurl does not know the size and sends the upload in chunks.
+long sizeForCurl(std::uintmax_t size) {
+    return size > static_cast<unsigned long>(std::numeric_limits<long>::max()) ? -1L : static_cast<long>(size);
+}
+
+void stopWithoutMemory(std::string_view message) {
+    tovanlog_fatal("%.*s", static_cast<int>(message.size()), message.data());
+}
+
+// Without a stream libcurl would read the upload from the program's standard input, and the engine would wait for it.
+void sendNothing(CURL* easy, std::FILE*& stream) {
+    stream = std::fopen("/dev/null", "rb");
+    if (stream == nullptr)
+        throw std::system_error(errno, std::generic_category(), "Can not open /dev/null for an upload");
+    curl_easy_setopt(easy, CURLOPT_READDATA, stream);
+}
+
+}  // namespace
+
+void Engine::addHTTPMethodToRequest(CURL* easy, RequestPtr request, TaskPtr task) {
+    const RequestConfig& config = request->config;
+    switch (config.method) {
+        case Method::GET:
+            break;
+        case Method::DELETE:
+            copyBodyWithMethod(easy, "DELETE", config.body);
+            break;
+        case Method::PATCH:
+            copyBodyWithMethod(easy, "PATCH", config.body);
+            break;
+        case Method::PUT:
+            addUpload(easy, *request, *task);
+            break;
+        case Method::POST:
+            if (config.mime_parts.empty()) {
+                copyBody(easy, config.body);
+            } else {
+                addMimeForm(easy, request, *task);
+            }
+            break;
+    }
+}
+
+void Engine::addUpload(CURL* easy, const Request& request, ActiveTask& task) {
+    curl_easy_setopt(easy, CURLOPT_UPLOAD, 1L);
+    if (request.config.body_is_file) {
+        addFileUpload(easy, request, task);
+        return;
+    }
+    curl_easy_setopt(easy, CURLOPT_READFUNCTION, &Engine::putReadFunc);
+    curl_easy_setopt(easy, CURLOPT_READDATA, easy);
+    curl_easy_setopt(easy, CURLOPT_INFILESIZE, static_cast<long>(request.config.body.size()));
+    curl_easy_setopt(easy, CURLOPT_SEEKFUNCTION, &Engine::putSeekFunc);
+    curl_easy_setopt(easy, CURLOPT_SEEKDATA, easy);
+}
+
+void Engine::addFileUpload(CURL* easy, const Request& request, ActiveTask& task) {
+    const std::string& path = request.config.body;
+    task.uploadFile = std::fopen(path.c_str(), "rb");
+    if (task.uploadFile == nullptr) {
+        writeLine(*logger, log_level::error, "HTTPClientCurl fopen failed {}", path);
+        sendNothing(easy, task.uploadFile);
+        return;
+    }
+    boost::system::error_code error;
+    const std::uintmax_t size = boost::filesystem::file_size(path, error);
+    if (error) {
+        std::fclose(task.uploadFile);
+        task.uploadFile = nullptr;
+        writeLine(*logger, log_level::error, "HTTPClientCurl failed to get file size for {}:", path, error.message());
+        sendNothing(easy, task.uploadFile);
+        return;
+    }
+    curl_easy_setopt(easy, CURLOPT_READFUNCTION, &Engine::putReadFile);
+    curl_easy_setopt(easy, CURLOPT_READDATA, task.uploadFile);
+    curl_easy_setopt(easy, CURLOPT_INFILESIZE, sizeForCurl(size));
+}
+
+void Engine::addMimeForm(CURL* easy, const RequestPtr& request, ActiveTask& task) {
+    KO_ASSERT(request->config.body.empty());
+    constexpr const char* function = "addHTTPMethodToRequest";
+    task.mime = curl_mime_init(easy);
+    if (task.mime == nullptr) stopWithoutMemory("curl_mime_init() failed\n");
+
+    std::uint64_t total = 0;
+    for (const MimePart& content : request->config.mime_parts) {
+        curl_mimepart* const part = curl_mime_addpart(task.mime);
+        if (part == nullptr) stopWithoutMemory("curl_mime_addpart() failed\n");
+        curl_mime_name(part, content.name.c_str());
+        writeLine(*logger, log_level::debug, "{} mime-name:{}", function, content.name);
+        if (!content.file_path.empty()) {
+            curl_mime_filedata(part, content.file_path.c_str());
+            curl_mime_filename(part, content.file_path.c_str());
+            const std::uintmax_t size = boost::filesystem::file_size(content.file_path);
+            total += size;
+            writeLine(*logger, log_level::debug, "{} mime-file name:{}, mime-file size:{}", function, content.file_path,
+                      size);
+        } else {
+            curl_mime_data(part, content.data.data(), content.data.size());
+            total += content.data.size();
+            writeLine(*logger, log_level::debug, "{} mime-data size:{}", function, content.data.size());
+        }
+        if (!content.content_type.empty()) curl_mime_type(part, content.content_type.c_str());
+    }
+    writeLine(*logger, log_level::always, "{} {} mine parts, total data size {} bytes", function,
+              request->config.mime_parts.size(), total);
+    curl_easy_setopt(easy, CURLOPT_MIMEPOST, task.mime);
+}
+
+}  // namespace kel::http

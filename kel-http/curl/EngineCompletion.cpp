@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: MIT
+#include <array>
+#include <utility>
+
+#include "kel-http/curl/ActiveTask.h"
+#include "kel-http/curl/Engine.h"
+#include "kel-http/model/LogLine.h"
+#include "kel-http/protocol.h"
+#include "ko/assert.h"
+
+namespace kel::http {
+namespace {
+
+Failure failureOf(CURLcode result, logging::Logger& logger) {
+    switch (result) {
+        case CURLE_UNSUPPORTED_PROTOCOL:
+        case CURLE_URL_MALFORMAT:
+            return Failure::InvalidUrl;
+        case CURLE_COULDNT_RESOLVE_PROXY:
+        case CURLE_COULDNT_RESOLVE_HOST:
+            return Failure::ResolveFailed;
+        case CURLE_COULDNT_CONNECT:
+            return Failure::ConnectFailed;
+        case CURLE_WRITE_ERROR:
+            return Failure::WriteFailed;
+        case CURLE_OPERATION_TIMEDOUT:
+            return Failure::Timeout;
+        case CURLE_RANGE_ERROR:
+            return Failure::RangeError;
+        default:
+            break;
+    }
+    writeLine(logger, log_level::error, "Got unexpected Curl error code: {}", static_cast<int>(result));
+    return Failure::Other;
+}
+
+Failure failureOf(unsigned int status) {
+    if (protocol::auth_failure(status)) return Failure::AuthFailure;
+    return protocol::valid_status(status) ? Failure::HttpError : Failure::Other;
+}
+
+// For these the error buffer holds details of the platform's TLS library or of our own sink, which mean nothing to a
+// caller.
+bool hasPlainText(CURLcode result) {
+    return result == CURLE_SSL_CONNECT_ERROR || result == CURLE_PEER_FAILED_VERIFICATION || result == CURLE_WRITE_ERROR;
+}
+
+struct TimingFigure {
+    CURLINFO info;
+    std::int64_t TimingData::*field;
+    const char* name;
+    const char* reader;
+};
+
+constexpr std::array<TimingFigure, 7> timing_figures = {{
+    {CURLINFO_NAMELOOKUP_TIME_T, &TimingData::namelookup, "CURLINFO_NAMELOOKUP_TIME_T", "addTimingData"},
+    {CURLINFO_CONNECT_TIME_T, &TimingData::connect, "CURLINFO_CONNECT_TIME_T", "operator()"},
+    {CURLINFO_APPCONNECT_TIME_T, &TimingData::appconnect, "CURLINFO_APPCONNECT_TIME_T", "operator()"},
+    {CURLINFO_PRETRANSFER_TIME_T, &TimingData::pretransfer, "CURLINFO_PRETRANSFER_TIME_T", "operator()"},
+    {CURLINFO_STARTTRANSFER_TIME_T, &TimingData::starttransfer, "CURLINFO_STARTTRANSFER_TIME_T", "operator()"},
+    {CURLINFO_TOTAL_TIME_T, &TimingData::total, "CURLINFO_TOTAL_TIME_T", "operator()"},
+    {CURLINFO_REDIRECT_TIME_T, &TimingData::redirect, "CURLINFO_REDIRECT_TIME_T", "operator()"},
+}};
+
+}  // namespace
+
+// Linear on purpose: the map serves libcurl's callbacks, which come often; owners act seldom.
+Engine::TaskPtr Engine::getActiveTask(const RequestPtr& request) const {
+    for (const auto& [easy, task] : activeTasks) {
+        if (task->request == request) return task;
+    }
+    return nullptr;
+}
+
+void Engine::pauseTask(RequestPtr request) {
+    checkEngineThread();
+    if (const TaskPtr task = getActiveTask(request)) curl_easy_pause(task->easy, CURLPAUSE_ALL);
+}
+
+void Engine::resumeTask(RequestPtr request) {
+    checkEngineThread();
+    const TaskPtr task = getActiveTask(request);
+    if (!task) return;
+    // The bytes that were held back are delivered inside this call. When nobody takes them libcurl drops them and would
+    // go on behind the gap.
+    const CURLcode result = curl_easy_pause(task->easy, CURLPAUSE_CONT);
+    if (result == CURLE_WRITE_ERROR) completeTask(task->easy, result);
+}
+
+void Engine::removeTask(RequestPtr request) {
+    checkEngineThread();
+    const TaskPtr task = getActiveTask(request);
+    if (!task) return;
+    curl_multi_remove_handle(multi, task->easy);
+    activeTasks.erase(task->easy);
+}
+
+CURLMsg* Engine::findCompletedMsg() {
+    int remaining = 0;
+    CURLMsg* message = curl_multi_info_read(multi, &remaining);
+    while (message != nullptr && message->msg != CURLMSG_DONE) message = curl_multi_info_read(multi, &remaining);
+    return message;
+}
+
+void Engine::processCompletedTasks() {
+    checkEngineThread();
+    writeLine(*logger, log_level::detail, "Engine::{}", "processCompletedTasks");
+    while (const CURLMsg* message = findCompletedMsg()) {
+        // The message dies with its handle.
+        completeTask(message->easy_handle, message->data.result);
+    }
+}
+
+void Engine::completeTask(void* easy, CURLcode result) {
+    const TaskPtr task = activeTasks.at(easy);
+    activeTasks.erase(easy);
+    const RequestPtr request = task->request;
+
+    long responseCode = -1;
+    const CURLcode ret = curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &responseCode);
+    KO_ASSERT(ret == CURLE_OK);
+    writeLine(*logger, log_level::always, "({}) HTTP: Incoming <= {}, '{}'", request->id(), responseCode,
+              curl_easy_strerror(result));
+    addTimingData(easy, request);
+    addRedirectURL(request, easy);
+
+    // From here on the request belongs to whoever runs the closure; libcurl must not write its error text there any
+    // more.
+    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, nullptr);
+    callbackHandler([request, result, responseCode] { runCallbackHandlerInFsmContext(request, result, responseCode); });
+    curl_multi_remove_handle(multi, easy);
+}
+
+void Engine::runCallbackHandlerInFsmContext(RequestPtr request, CURLcode result, long responseCode) {
+    // Cancelled while this completion was on its way: its owner wants no outcome, and no file replaced by one.
+    if (request->cancelled) return;
+
+    const unsigned int status = protocol::valid_status(responseCode) ? static_cast<unsigned int>(responseCode) : 0U;
+    request->setResponseCode(status);
+    if (result != CURLE_OK) {
+        logging::Logger& log = *logging::getLogger("HttpClient", 0);
+        const Failure failure = failureOf(result, log);
+        const char* const details = request->errorBuffer.data();
+        if (log.verbosity() >= log_level::always) {
+            writeLine(log, log_level::always, "({}) Failed to connect to '{}': {}", request->id(),
+                      request->config.fqdn(), details);
+        }
+        const bool plain = hasPlainText(result) || *details == '\0';
+        request->notifyFailure(failure, plain ? curl_easy_strerror(result) : details);
+        return;
+    }
+    if (protocol::success_status(status)) {
+        request->reportDownloadProgress(request->lastDownloadProgress, request->lastDownloadProgress);
+        request->notifyDataEnd();
+        return;
+    }
+    request->notifyFailure(failureOf(status), fmt::format("HTTP code={}", status));
+}
+
+void Engine::addTimingData(void* easy, RequestPtr request) {
+    if (easy == nullptr || !request || !request->config.timing_data) return;
+    TimingData timing{};
+    for (const TimingFigure& figure : timing_figures) {
+        curl_off_t microseconds = 0;
+        const CURLcode result = curl_easy_getinfo(easy, figure.info, &microseconds);
+        if (result != CURLE_OK) {
+            writeLine(*logger, log_level::error,
+                      "({}) Engine::{}: Failed to look up timing data from CURL ({}). Error='{}'", request->id(),
+                      figure.reader, figure.name, curl_easy_strerror(result));
+            return;
+        }
+        timing.*figure.field = microseconds;
+    }
+    // Name look-up alone is told in milliseconds; consumers rely on the mixture.
+    timing.namelookup = static_cast<std::uint32_t>(timing.namelookup) / 1000U;
+    writeLine(*logger, log_level::payload,
+              "({}) Engine::{}: namelookup={}ms connect={}ms appconnect={}ms prexfer={}ms startxfer={}ms total={}ms "
+              "redir={}ms",
+              request->id(), "addTimingData", timing.namelookup, timing.connect, timing.appconnect, timing.pretransfer,
+              timing.starttransfer, timing.total, timing.redirect);
+    request->timingData = timing;
+}
+
+void Engine::addRedirectURL(RequestPtr request, void* easy) {
+    if (easy == nullptr || !request) return;
+    const char* url = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_REDIRECT_URL, &url);
+    // libcurl has followed all redirects, so the URL that it reached is the one to tell.
+    if (url == nullptr && !request->config.caller_handles_redirects) {
+        curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &url);
+    }
+    ++request->redirectCount;
+    if (url != nullptr) {
+        request->redirectUrl = std::string(url);
+    } else {
+        request->redirectUrl = tl::nullopt;
+    }
+}
+
+}  // namespace kel::http

@@ -1,0 +1,230 @@
+// SPDX-License-Identifier: MIT
+
+// Newer releases have another name for CURLOPT_PROTOCOLS; the devices' releases know this one only.
+#define CURL_DISABLE_DEPRECATION
+
+#include <algorithm>
+#include <boost/filesystem.hpp>
+#include <cstdlib>
+#include <exception>
+#include <limits>
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+#include "kel-http/curl/ActiveTask.h"
+#include "kel-http/curl/Engine.h"
+#include "kel-http/curl/HeaderCheck.h"
+#include "kel-http/curl/Hooks.h"
+#include "kel-http/model/LogLine.h"
+
+namespace kel::http {
+namespace {
+
+constexpr long redirect_limit = 5;
+
+void appendHeader(curl_slist*& list, const char* line) {
+    curl_slist* const longer = curl_slist_append(list, line);
+    if (longer == nullptr) throw std::bad_alloc();
+    list = longer;
+}
+
+// libcurl takes a C string: behind a zero byte another host may hide than the one that logs show. An empty URL is
+// refused.
+const char* urlForCurl(const std::string& url) {
+    return url.find('\0') == std::string::npos ? url.c_str() : "";
+}
+
+}  // namespace
+
+// A request that can not be set up fails alone; the engine serves every program part that links it.
+void Engine::addRequest(RequestPtr request) {
+    try {
+        prepareAddTask(request);
+    } catch (const std::exception& error) {
+        failSetUp(request, error.what());
+        return;
+    }
+    engine_request_added();
+}
+
+void Engine::failSetUp(const RequestPtr& request, const std::string& reason) {
+    writeLine(*logger, log_level::error, "({}) Engine::{}: The request can not be sent: {}", request->id(), "addTask",
+              reason);
+    if (const TaskPtr task = getActiveTask(request)) activeTasks.erase(task->easy);
+    callbackHandler([request, reason] {
+        if (request->cancelled) return;
+        request->setResponseCode(0);
+        request->notifyFailure(Failure::Other, reason);
+    });
+}
+
+void Engine::prepareAddTask(RequestPtr request) {
+    checkEngineThread();
+    std::function<void()> handler;
+    {
+        ko::lock_guard lock(variableMutex);
+        handler = newRequestHandler;
+    }
+    handler();
+    addTask(std::move(request));
+}
+
+void Engine::addTask(RequestPtr request) {
+    checkEngineThread();
+    // Cancelled when there was nothing to remove yet.
+    if (request->cancelled) return;
+
+    dumpRequest(*request);
+    const TaskPtr task = std::make_shared<ActiveTask>(request);
+    CURL* const easy = task->easy;
+    if (easy == nullptr) throw std::bad_alloc();
+    activeTasks[easy] = task;
+
+    addCallbacks(easy, *request);
+    addTarget(easy, *request);
+    addDownloadLimits(easy, *request);
+    addRedirects(easy, *request);
+    addProgress(easy);
+    addTimeout(easy, *request);
+    addCredentials(easy, *request);
+    addHTTPMethodToRequest(easy, request, task);
+    addHeadersToRequest(easy, request, task);
+    addTlsConfig(easy, request);  // virtual: a derived engine may replace it
+    addIPVersionToRequest(easy, request);
+    addFreshState(easy, *request);
+    if (engine_curl_multi_add_handle(multi, easy) != CURLM_OK) std::abort();
+}
+
+void Engine::dumpRequest(const Request& request) {
+    if (logger->verbosity() < log_level::always) return;
+    for (const std::string& line : request.config.dump()) {
+        writeLine(*logger, log_level::always, "({}) {}", request.id(), line);
+    }
+}
+
+// Callbacks get the easy handle, not the task: they find the task only while it is active.
+void Engine::addCallbacks(CURL* easy, Request& request) {
+    curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L);
+    curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &Engine::traceTransfer);
+    curl_easy_setopt(easy, CURLOPT_DEBUGDATA, logging::getLogger("HttpClient", 0));
+    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, request.errorBuffer.data());
+}
+
+void Engine::addTarget(CURL* easy, const Request& request) {
+    curl_easy_setopt(easy, CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
+    curl_easy_setopt(easy, CURLOPT_DEFAULT_PROTOCOL, "http");
+    curl_easy_setopt(easy, CURLOPT_URL, urlForCurl(request.config.url));
+    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Engine::writeFunction);
+    curl_easy_setopt(easy, CURLOPT_WRITEDATA, easy);
+    curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &Engine::writeHeader);
+    curl_easy_setopt(easy, CURLOPT_HEADERDATA, easy);
+    curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, &Engine::watchSocket);
+    curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, this);
+}
+
+void Engine::addDownloadLimits(CURL* easy, const Request& request) {
+    const RequestConfig& config = request.config;
+    // Where a long is too short for the limit libcurl can not help; the data hook counts on its own.
+    if (config.size_limit && *config.size_limit <= static_cast<unsigned long>(std::numeric_limits<long>::max())) {
+        curl_easy_setopt(easy, CURLOPT_MAXFILESIZE, static_cast<long>(*config.size_limit));
+    }
+    if (!config.resume) return;
+
+    namespace fs = boost::filesystem;
+    boost::system::error_code ignored;
+    const fs::file_type type = fs::status(config.download_path, ignored).type();
+    if (type == fs::status_error || type == fs::file_not_found) return;
+    const std::uintmax_t offset = fs::file_size(config.download_path);
+    // libcurl would refuse the number and send the whole file, to be appended to what is there.
+    if (offset > static_cast<unsigned long>(std::numeric_limits<long>::max())) {
+        throw std::length_error("'" + config.download_path + "' is too large to be resumed on this system: remove it");
+    }
+    curl_easy_setopt(easy, CURLOPT_RESUME_FROM, static_cast<long>(offset));
+}
+
+void Engine::addRedirects(CURL* easy, const Request& request) {
+    const RequestConfig& config = request.config;
+    if (config.caller_handles_redirects) {
+        writeLine(*logger, log_level::detail, "({}) client will handle HTTP redirects for url={}", request.id(),
+                  config.url);
+        return;
+    }
+    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, redirect_limit);
+    writeLine(*logger, log_level::detail, "({}) CURL will handle HTTP redirects for url={}", request.id(), config.url);
+}
+
+void Engine::addProgress(CURL* easy) {
+    curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &Engine::downloadProgress);
+    curl_easy_setopt(easy, CURLOPT_XFERINFODATA, easy);
+    curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
+}
+
+void Engine::addTimeout(CURL* easy, const Request& request) {
+    const RequestConfig& config = request.config;
+    const std::int64_t timeout = config.timeout.count();
+    if (timeout != 0) {
+        // Cut to the length of a long, a very long time-out could become a very short one.
+        constexpr auto longest = static_cast<std::int64_t>(std::numeric_limits<long>::max());
+        curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(std::min(timeout, longest)));
+        writeLine(*logger, log_level::detail, "({}) setting timeout of task to {}", request.id(), timeout);
+    }
+    if (config.speed_limit) {
+        curl_easy_setopt(easy, CURLOPT_MAX_RECV_SPEED_LARGE, static_cast<curl_off_t>(*config.speed_limit));
+        writeLine(*logger, log_level::debug, "setting speed limit of task to {}", *config.speed_limit);
+    }
+}
+
+void Engine::addCredentials(CURL* easy, const Request& request) {
+    const RequestConfig& config = request.config;
+    if (config.user.empty()) return;
+    const unsigned long methods =
+        config.auth_method == AuthMethod::BASIC ? CURLAUTH_BASIC | CURLAUTH_ONLY : CURLAUTH_ANY;
+    curl_easy_setopt(easy, CURLOPT_USERNAME, config.user.c_str());
+    curl_easy_setopt(easy, CURLOPT_PASSWORD, config.password.c_str());
+    curl_easy_setopt(easy, CURLOPT_HTTPAUTH, static_cast<long>(methods));
+}
+
+void Engine::addHeadersToRequest(CURL* easy, RequestPtr request, TaskPtr task) {
+    const RequestConfig& config = request->config;
+    std::string line;
+    for (const auto& [name, value] : config.headers) {
+        const std::string fault = headerFault(name, value);
+        if (!fault.empty()) throw std::invalid_argument(fault);
+        line.assign(name).append(": ").append(value);
+        appendHeader(task->headers, line.c_str());
+    }
+    if (config.headers.find("User-Agent") == config.headers.end()) {
+        appendHeader(task->headers, "User-Agent: Tervo/kel-http-default (id=noversion)");
+    }
+    appendHeader(task->headers, "Accept-Charset: ISO-8859-1,utf-8");
+    // Uploads go out at once: waiting for a "100 Continue" costs a round trip, or a second where none comes.
+    if (config.method == Method::POST || config.method == Method::PUT) appendHeader(task->headers, "Expect:");
+    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, task->headers);
+}
+
+void Engine::addIPVersionToRequest(CURL* easy, RequestPtr request) {
+    long family = CURL_IPRESOLVE_WHATEVER;
+    switch (request->config.ip_version) {
+        case IPVersion::Any:
+            break;
+        case IPVersion::IPv4:
+            family = CURL_IPRESOLVE_V4;
+            break;
+        case IPVersion::IPv6:
+            family = CURL_IPRESOLVE_V6;
+            break;
+    }
+    curl_easy_setopt(easy, CURLOPT_IPRESOLVE, family);
+}
+
+void Engine::addFreshState(CURL* easy, const Request& request) {
+    if (!request.config.reset_state) return;
+    curl_easy_setopt(easy, CURLOPT_COOKIESESSION, 1L);
+    curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
+    curl_easy_setopt(easy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+}
+
+}  // namespace kel::http

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+#include <limits>
+
+#include "kel-http/curl/ActiveTask.h"
+#include "kel-http/curl/Engine.h"
+#include "kel-http/curl/TraceText.h"
+#include "kel-http/model/LogLine.h"
+
+namespace kel::http {
+namespace {
+
+struct TraceKind {
+    // The lowest verbosity at which the text is looked at.
+    int threshold;
+    // The level of its lines.
+    int level;
+    std::string_view tag;
+};
+
+TraceKind kindOf(curl_infotype type) {
+    constexpr int debug = log_level::debug;
+    constexpr int payload = log_level::payload;
+    switch (type) {
+        case CURLINFO_TEXT:
+            return {3, debug, "curl"};
+        case CURLINFO_HEADER_IN:
+            return {debug, debug, "header IN"};
+        case CURLINFO_HEADER_OUT:
+            return {debug, debug, "header OUT"};
+        case CURLINFO_DATA_IN:
+            return {payload, payload, "data IN"};
+        case CURLINFO_DATA_OUT:
+            return {payload, payload, "data OUT"};
+        // What TLS sends and receives is of no use to a reader.
+        case CURLINFO_SSL_DATA_IN:
+        case CURLINFO_SSL_DATA_OUT:
+        case CURLINFO_END:
+            break;
+    }
+    return {std::numeric_limits<int>::max(), 0, {}};
+}
+
+bool isPayload(curl_infotype type) {
+    return type == CURLINFO_DATA_IN || type == CURLINFO_DATA_OUT;
+}
+
+// The rest of a header line whose beginning has been sent, and traced, before: it may be the rest of a credential.
+std::string_view withoutRestOfLine(std::string_view text) {
+    const auto end = text.find('\n');
+    return end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+}
+
+void writeTrace(logging::Logger& logger, const TraceKind& kind, curl_infotype type, unsigned int id,
+                std::string_view text) {
+    bool several = false;
+    for (text = trimmed(text);; several = true) {
+        const auto end = text.find('\n');
+        const std::string line = concealCredentials(type, text.substr(0, end));
+        if (!line.empty()) writeLine(logger, kind.level, "({}) [{}] {}", id, kind.tag, line);
+        if (end == std::string_view::npos) break;
+        text.remove_prefix(end + 1);
+    }
+    if (several) writeLine(logger, kind.level, "({}) [{}] ----", id, kind.tag);
+}
+
+}  // namespace
+
+int Engine::traceTransfer(CURL* easy, curl_infotype type, char* data, std::size_t size, void* logger) {
+    logging::Logger& log = *static_cast<logging::Logger*>(logger);
+    const TraceKind kind = kindOf(type);
+    if (log.verbosity() < kind.threshold) return 0;
+
+    // The engine's destructor frees transfers while libcurl still talks about them.
+    const Engine* const engine = currentEngine;
+    TaskPtr task;
+    if (engine != nullptr && !engine->shuttingDown) {
+        if (const auto found = engine->activeTasks.find(easy); found != engine->activeTasks.end()) task = found->second;
+    }
+    const RequestPtr request = task ? task->request : nullptr;
+    if (isPayload(type) && request && !request->allowsPayloadLogging()) return 0;
+
+    std::string_view text(data, size);
+    if (type == CURLINFO_HEADER_OUT && task) {
+        if (task->tracedLineIsOpen) text = withoutRestOfLine(text);
+        task->tracedLineIsOpen = size > 0 && data[size - 1] != '\n';
+    }
+    writeTrace(log, kind, type, request ? request->id() : 0U, text);
+    return 0;
+}
+
+}  // namespace kel::http

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+#include "kel-http/curl/Hooks.h"
+
+// Nothing else belongs into this file: a static library's member is left out as a whole when the program brings its
+// own.
+#define KEL_REPLACEABLE __attribute__((weak, noinline, visibility("default")))
+
+KEL_REPLACEABLE void engine_request_added() {}
+
+KEL_REPLACEABLE CURLMcode engine_curl_multi_add_handle(void* multi, void* easy) {
+    return curl_multi_add_handle(multi, easy);
+}
+
+KEL_REPLACEABLE CURLMcode engine_curl_multi_perform(void* multi, int* running) {
+    return curl_multi_perform(multi, running);
+}

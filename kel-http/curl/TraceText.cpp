@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+#include "kel-http/curl/TraceText.h"
+
+#include <algorithm>
+#include <locale>
+
+namespace kel::http {
+namespace {
+
+constexpr std::string_view mask = "xxxxxx";
+
+char asciiLower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool equalIgnoringCase(char left, char right) {
+    return asciiLower(left) == asciiLower(right);
+}
+
+bool beginsIgnoringCase(std::string_view text, std::string_view prefix) {
+    return text.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), text.begin(), equalIgnoringCase);
+}
+
+std::string concealHeaderLine(std::string_view line) {
+    for (const std::string_view name : {std::string_view("authorization:"), std::string_view("proxy-authorization:")}) {
+        if (beginsIgnoringCase(line, name)) return std::string(line.substr(0, name.size())).append(" ").append(mask);
+    }
+    constexpr std::string_view marker = "Authorization:";
+    if (const auto position = line.find(marker); position != std::string_view::npos) {
+        return std::string(line.substr(0, position)).append(marker).append(" ").append(mask);
+    }
+    return std::string(line);
+}
+
+// A value may hold brackets itself, so it ends at the last one.
+std::string concealTextLine(std::string_view line) {
+    constexpr std::string_view marker = "authorization: ";
+    const auto* const found = std::search(line.begin(), line.end(), marker.begin(), marker.end(), equalIgnoringCase);
+    if (found == line.end()) return std::string(line);
+    const auto value = static_cast<std::size_t>(found - line.begin()) + marker.size();
+    const auto bracket = line.rfind(']');
+    std::string concealed(line.substr(0, value));
+    concealed.append(mask);
+    if (bracket != std::string_view::npos && bracket >= value) concealed.append(line.substr(bracket));
+    return concealed;
+}
+
+}  // namespace
+
+std::string concealCredentials(curl_infotype type, std::string_view line) {
+    if (type == CURLINFO_HEADER_OUT) return concealHeaderLine(line);
+    if (type == CURLINFO_TEXT) return concealTextLine(line);
+    return std::string(line);
+}
+
+std::string_view trimmed(std::string_view text) {
+    const std::locale locale;
+    const auto isSpace = [&locale](char c) { return std::isspace(c, locale); };
+    while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
+    while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
+    return text;
+}
+
+}  // namespace kel::http

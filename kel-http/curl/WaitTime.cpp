@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+#include "kel-http/curl/WaitTime.h"
+
+namespace kel::http {
+
+timeval waitTime(long timer_ms) {
+    timeval time{};
+    time.tv_sec = 30;
+    if (timer_ms < 0) return time;
+
+    const long seconds = timer_ms / 1000;
+    if (seconds < 61) {
+        time.tv_sec = seconds;
+        time.tv_usec = (timer_ms % 1000) * 1000;
+    } else {
+        time.tv_sec = 60;
+    }
+    return time;
+}
+
+int waitMilliseconds(const timeval& time) {
+    return static_cast<int>(time.tv_sec * 1000 + (time.tv_usec + 999) / 1000);
+}
+
+}  // namespace kel::http

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <fmt/format.h>
+
+#include <iterator>
+#include <string_view>
+
+#include "logging/Logger.h"
+
+namespace kel::http {
+
+// Levels of the lines that the library writes. A logger writes a line when its verbosity is not below the line's level.
+namespace log_level {
+constexpr int always = 1;   // written as soon as a logger is not silent
+constexpr int error = 1;    // something failed
+constexpr int info = 3;     // a setting changed
+constexpr int debug = 4;    // one line a step
+constexpr int detail = 8;   // every step of the engine
+constexpr int payload = 9;  // bodies, and what is as long
+}  // namespace log_level
+
+// Formats a line and writes it, when the logger wants lines of that level: nothing is formatted in vain. The arguments
+// are evaluated in any case, so a costly one asks for the level first.
+template <typename... Args>
+void writeLine(logging::Logger& logger, int level, std::string_view format, const Args&... args) {
+    if (logger.verbosity() < level) return;
+    const fmt::string_view pattern(format.data(), format.size());
+    fmt::memory_buffer line;
+    try {
+        fmt::vformat_to(std::back_inserter(line), pattern, fmt::make_format_args(args...));
+    } catch (const fmt::format_error&) {
+        // A line that can not be formatted must not end a transfer; its pattern tells what was meant.
+        logger.write(level, format);
+        return;
+    }
+    logger.write(level, std::string_view(line.data(), line.size()));
+}
+
+}  // namespace kel::http
