@@ -3,12 +3,12 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <limits>
 #include <string_view>
 #include <system_error>
 
 #include "kel-http/curl/ActiveTask.h"
 #include "kel-http/curl/Engine.h"
+#include "kel-http/curl/LongOption.h"
 #include "kel-http/model/LogLine.h"
 #include "ko/assert.h"
 #include "logging/tovanlog.h"
@@ -29,7 +29,7 @@ void copyBodyWithMethod(CURL* easy, const char* method, const std::string& body)
 
 // -1: libcurl does not know the size and sends the upload in chunks.
 long sizeForCurl(std::uintmax_t size) {
-    return size > static_cast<unsigned long>(std::numeric_limits<long>::max()) ? -1L : static_cast<long>(size);
+    return fitsLongOption(size) ? static_cast<long>(size) : -1L;
 }
 
 void stopWithoutMemory(std::string_view message) {

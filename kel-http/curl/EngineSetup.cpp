@@ -16,6 +16,7 @@
 #include "kel-http/curl/Engine.h"
 #include "kel-http/curl/HeaderCheck.h"
 #include "kel-http/curl/Hooks.h"
+#include "kel-http/curl/LongOption.h"
 #include "kel-http/model/LogLine.h"
 
 namespace kel::http {
@@ -126,7 +127,7 @@ void Engine::addTarget(CURL* easy, const Request& request) {
 void Engine::addDownloadLimits(CURL* easy, const Request& request) {
     const RequestConfig& config = request.config;
     // Where a long is too short for the limit libcurl can not help; the data hook counts on its own.
-    if (config.size_limit && *config.size_limit <= static_cast<unsigned long>(std::numeric_limits<long>::max())) {
+    if (config.size_limit && fitsLongOption(*config.size_limit)) {
         curl_easy_setopt(easy, CURLOPT_MAXFILESIZE, static_cast<long>(*config.size_limit));
     }
     if (!config.resume) return;
@@ -137,7 +138,7 @@ void Engine::addDownloadLimits(CURL* easy, const Request& request) {
     if (type == fs::status_error || type == fs::file_not_found) return;
     const std::uintmax_t offset = fs::file_size(config.download_path);
     // libcurl would refuse the number and send the whole file, to be appended to what is there.
-    if (offset > static_cast<unsigned long>(std::numeric_limits<long>::max())) {
+    if (!fitsLongOption(offset)) {
         throw std::length_error("'" + config.download_path + "' is too large to be resumed on this system: remove it");
     }
     curl_easy_setopt(easy, CURLOPT_RESUME_FROM, static_cast<long>(offset));
