@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "ConfiguredHost.h"
+#include "ko/host.h"
+
+namespace {
+
+using ko::host::LogSink;
+
+TEST(LogSinkTest, FileGetsEachLineWithLoggerAndLevel) {
+    const TemporaryFolder folder;
+    const LogSink sink = ko::host::log_to_file(folder.file("log"));
+    for (int level = 1; level <= 9; ++level) sink({"HttpClient", level, "text"});
+    const auto lines = folder.lines_of("log");  // with the sink still open: every line has been written already
+    ASSERT_EQ(9U, lines.size());
+    const char* const names[] = {"error", "warning", "info", "debug", "debug", "debug", "debug", "trace", "trace"};
+    for (std::size_t i = 0; i < 9; ++i) {
+        EXPECT_NE(std::string::npos, lines[i].find(std::string("[HttpClient] [") + names[i] + "] text")) << lines[i];
+    }
+}
+
+TEST(LogSinkTest, FileIsAppendedTo) {
+    const TemporaryFolder folder;
+    folder.write("log", "from the last run\n");
+    ko::host::log_to_file(folder.file("log"))({"HttpClient", 1, "from this run"});
+    EXPECT_EQ(2U, folder.lines_of("log").size());
+}
+
+TEST(LogSinkTest, FoldersOfTheFileAreMade) {
+    const TemporaryFolder folder;
+    ko::host::log_to_file(folder.file("a/b/log"))({"HttpClient", 1, "text"});
+    EXPECT_EQ(1U, folder.lines_of("a/b/log").size());
+}
+
+TEST(LogSinkTest, CopiesOfASinkShareTheFile) {
+    const TemporaryFolder folder;
+    LogSink copy;
+    {
+        const LogSink sink = ko::host::log_to_file(folder.file("log"));
+        copy = sink;
+        sink({"HttpClient", 1, "first"});
+    }
+    copy({"HttpClient", 1, "second"});
+    EXPECT_EQ(2U, folder.lines_of("log").size());
+}
+
+TEST(LogSinkTest, FileThatCannotBeOpenedThrows) {
+    EXPECT_THROW(ko::host::log_to_file("/dev/null/log"), std::runtime_error);
+}
+
+TEST(LogSinkTest, TextWithBracesIsTakenLiterally) {
+    const TemporaryFolder folder;
+    ko::host::log_to_file(folder.file("log"))({"{}", 1, "{} %v {0}"});
+    ASSERT_EQ(1U, folder.lines_of("log").size());
+    EXPECT_NE(std::string::npos, folder.lines_of("log")[0].find("[{}] [error] {} %v {0}"));
+}
+
+TEST(LogSinkTest, SyslogTakesLinesOfEveryLevel) {
+    const LogSink sink = ko::host::log_to_syslog("kel-http-test");
+    for (int level = 1; level <= 9; ++level) EXPECT_NO_THROW(sink({"HttpClient", level, "text"}));
+}
+
+TEST(LogSinkDeathTest, StandardErrorGetsTheLine) {
+    EXPECT_EXIT(
+        {
+            ko::host::log_to_stderr()({"HttpClient", 2, "careful"});
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "\\[HttpClient\\] \\[warning\\] careful\n");
+}
+
+}  // namespace
