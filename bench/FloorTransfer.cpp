@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: MIT
+
+// As the engine does: the devices' releases know no other name for CURLOPT_PROTOCOLS.
+#define CURL_DISABLE_DEPRECATION
+
+#include "FloorTransfer.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+namespace kel::http::bench {
+namespace {
+
+constexpr long redirect_limit = 5;
+
+}  // namespace
+
+// The same options as the engine's, in the same order. bench/run compares how many there are.
+CURL* FloorTransfer::setUp(const std::string& ca_file) {
+    easy_ = curl_easy_init();
+    if (easy_ == nullptr) std::abort();
+    addCallbacks();
+    addTarget();
+    curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(easy_, CURLOPT_MAXREDIRS, redirect_limit);
+    curl_easy_setopt(easy_, CURLOPT_XFERINFOFUNCTION, &FloorTransfer::takeProgress);
+    curl_easy_setopt(easy_, CURLOPT_XFERINFODATA, this);
+    curl_easy_setopt(easy_, CURLOPT_NOPROGRESS, 0L);
+    addHeaders();
+    addTls(ca_file);
+    curl_easy_setopt(easy_, CURLOPT_IPRESOLVE, long{CURL_IPRESOLVE_WHATEVER});
+    return easy_;
+}
+
+void FloorTransfer::addCallbacks() {
+    curl_easy_setopt(easy_, CURLOPT_VERBOSE, 1L);
+    curl_easy_setopt(easy_, CURLOPT_DEBUGFUNCTION, &FloorTransfer::trace);
+    curl_easy_setopt(easy_, CURLOPT_DEBUGDATA, this);
+    curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, error_text_.data());
+}
+
+void FloorTransfer::addTarget() {
+    curl_easy_setopt(easy_, CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
+    curl_easy_setopt(easy_, CURLOPT_DEFAULT_PROTOCOL, "http");
+    curl_easy_setopt(easy_, CURLOPT_URL, url_.c_str());
+    curl_easy_setopt(easy_, CURLOPT_WRITEFUNCTION, &FloorTransfer::takeBody);
+    curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &FloorTransfer::takeHeader);
+    curl_easy_setopt(easy_, CURLOPT_HEADERDATA, this);
+    curl_easy_setopt(easy_, CURLOPT_SOCKOPTFUNCTION, &FloorTransfer::watchSocket);
+    curl_easy_setopt(easy_, CURLOPT_SOCKOPTDATA, this);
+}
+
+void FloorTransfer::addHeaders() {
+    for (const char* const line :
+         {"Content-Type: text/xml; charset=utf-8", "User-Agent: Tervo/kel-http-default (id=noversion)",
+          "Accept-Charset: ISO-8859-1,utf-8"}) {
+        header_lines_ = curl_slist_append(header_lines_, line);
+    }
+    curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, header_lines_);
+}
+
+void FloorTransfer::addTls(const std::string& ca_file) {
+    curl_easy_setopt(easy_, CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_1});
+    curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYPEER, 1L);
+    curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYHOST, 2L);
+    curl_easy_setopt(easy_, CURLOPT_CAINFO, ca_file.empty() ? nullptr : ca_file.c_str());
+    curl_easy_setopt(easy_, CURLOPT_CAPATH, nullptr);
+}
+
+void FloorTransfer::finish(CURLcode result) {
+    if (result != CURLE_OK) {
+        std::fprintf(stderr, "kel-http-bench: %s\n", error_text_.data());
+        std::abort();
+    }
+    long status = 0;
+    curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
+    status_ = static_cast<int>(status);
+    curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, nullptr);
+}
+
+void FloorTransfer::release() {
+    if (easy_ == nullptr) return;
+    curl_easy_setopt(easy_, CURLOPT_NOPROGRESS, 1L);
+    curl_easy_cleanup(std::exchange(easy_, nullptr));
+    curl_slist_free_all(std::exchange(header_lines_, nullptr));
+}
+
+int FloorTransfer::trace(CURL*, curl_infotype, char*, std::size_t, void*) {
+    return 0;
+}
+
+std::size_t FloorTransfer::takeHeader(char* data, std::size_t size, std::size_t count, void* transfer) {
+    static_cast<FloorTransfer*>(transfer)->headers_.append(data, size * count);
+    return size * count;
+}
+
+std::size_t FloorTransfer::takeBody(char* data, std::size_t size, std::size_t count, void* transfer) {
+    static_cast<FloorTransfer*>(transfer)->body_.append(data, size * count);
+    return size * count;
+}
+
+int FloorTransfer::takeProgress(void* transfer, curl_off_t, curl_off_t now, curl_off_t, curl_off_t) {
+    static_cast<FloorTransfer*>(transfer)->received_ = now;
+    return 0;
+}
+
+int FloorTransfer::watchSocket(void*, curl_socket_t, curlsocktype) {
+    return CURL_SOCKOPT_OK;
+}
+
+}  // namespace kel::http::bench

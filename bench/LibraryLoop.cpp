@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#include <cstdio>
+#include <cstdlib>
+
+#include "Loop.h"
+#include "kel-http/Client.h"
+#include "kel-http/curl/Engine.h"
+
+namespace kel::http::bench {
+namespace {
+
+class LibraryLoop final : public Loop {
+ public:
+    LibraryLoop(ko::executor& executor, Recipient& recipient)
+        : recipient_(recipient), client_(createClient(executor, *logging::getLogger("bench", 0))) {}
+
+    // A configuration is made for each request, as programs do.
+    void get(const std::string& url) override {
+        RequestConfig config;
+        config.url = url;
+        client_->start_request(
+            config, {},
+            [this](Client::RequestId, const ResponseData& data) { recipient_.onAnswer(data.status, data.body); },
+            [](Client::RequestId, const ErrorData& data) {
+                std::fprintf(stderr, "kel-http-bench: %s\n", data.message.c_str());
+                std::abort();
+            });
+    }
+
+ private:
+    Engine engine_{[](const std::function<void()>& completion) { completion(); }};
+    Recipient& recipient_;
+    const std::shared_ptr<Client> client_;
+};
+
+}  // namespace
+
+std::unique_ptr<Loop> makeLibraryLoop(ko::executor& executor, Recipient& recipient) {
+    return std::make_unique<LibraryLoop>(executor, recipient);
+}
+
+}  // namespace kel::http::bench
