@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+namespace kel::http::tool {
+
+// Local files. All throw ToolError with LocalFileError, the file's name and the system's reason.
+
+// The whole content of `path`; of standard input for "-".
+std::string read_file(const std::string& path);
+
+// That `path` is a plain file and can be read.
+void check_upload(const std::string& path);
+
+// That a file can be made at `path`, or replaced: told before the request is sent rather than after.
+void check_target(const std::string& path);
+
+// Whether there is something other than a plain file at `path`, such as a device or a pipe.
+bool is_special_file(const std::string& path);
+
+void write_file(const std::string& path, const std::string& bytes);
+
+// To standard output, as they are, and out of this program's hands on return.
+void write_to_stdout(const std::string& bytes);
+
+// A text for people. When nobody can be told, nobody is: no error.
+void write_to_stderr(const std::string& text);
+
+}  // namespace kel::http::tool

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+#include "HelpPage.h"
+
+#include <fmt/format.h>
+
+namespace kel::http::tool {
+namespace {
+
+constexpr auto usage = R"(
+Usage: kel-http COMMAND URL [OPTIONS]
+       Without a scheme, http:// is assumed.
+)";
+
+constexpr auto epilogue = R"(
+Exit codes:
+  0    the server answered with a status below 400
+  1    the command line is wrong
+  2    the server answered with a status of 400 or more
+  3    no answer: not reached, timed out, too large, broken off ...
+  4    a local file could not be read or written
+  130  interrupted by Ctrl-C
+
+Examples:
+  kel-http get localhost:8080/status
+  kel-http get https://example.org/ --include --timing
+  kel-http get http://host/image.bin -o image.bin --timeout 1m
+  kel-http post http://host/items -d '{"name": "lamp"}' --json
+  kel-http post http://host/login -d 'user=me&remember=1'
+  kel-http post http://host/photos -F title=Lake -F 'photo=@lake.jpg;type=image/jpeg'
+  kel-http put http://host/image.bin --upload image.bin
+  date | kel-http patch http://host/clock --data-file -
+  kel-http delete http://host/items/7 -u admin --password secret
+)";
+
+// "-H, --header 'NAME: VALUE'", with room left for a short name that is not there.
+std::string left_column(const CLI::Option& option) {
+    const bool has_short = !option.get_snames().empty();
+    const bool has_long = !option.get_lnames().empty();
+    std::string text = has_short ? "-" + option.get_snames().front() : "  ";
+    if (has_long) text += (has_short ? ", --" : "  --") + option.get_lnames().front();
+    if (!option.get_option_text().empty()) text += " " + option.get_option_text();
+    return text;
+}
+
+}  // namespace
+
+std::string HelpPage::make_help(const CLI::App* app, std::string, CLI::AppFormatMode mode) const {
+    return app->get_description() + "\n" + usage + make_subcommands(app, mode) + "\n" + make_groups(app, mode) +
+           epilogue;
+}
+
+std::string HelpPage::make_group(std::string group, bool, std::vector<const CLI::Option*> options) const {
+    std::string text = fmt::format("{}:\n", group);
+    for (const CLI::Option* const option : options) text += make_option(option, false);
+    return text;
+}
+
+std::string HelpPage::make_option(const CLI::Option* option, bool) const {
+    const std::string left = left_column(*option);
+    // A name that is too long for its column has the line to itself.
+    const bool fits = left.size() + 4 <= get_column_width();
+    const std::string gap =
+        fits ? std::string(get_column_width() - left.size() - 2, ' ') : "\n" + std::string(get_column_width(), ' ');
+    return fmt::format("  {}{}{}\n", left, gap, option->get_description());
+}
+
+}  // namespace kel::http::tool

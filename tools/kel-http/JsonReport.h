@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+#include "Options.h"
+#include "Transfer.h"
+
+namespace kel::http::tool {
+
+// The outcome as one JSON object in one line, with a line feed.
+std::string json_report(const Options& options, const Outcome& outcome);
+
+}  // namespace kel::http::tool

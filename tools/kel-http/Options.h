@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kel-http/RequestConfig.h"
+
+namespace kel::http::tool {
+
+// The command line, checked for what can be seen without touching a file.
+struct Options {
+    Method method = Method::GET;
+    std::string url;
+
+    std::vector<std::string> headers;  // "Name: value"
+    std::optional<std::string> data;
+    std::optional<std::string> data_file;  // "-": standard input
+    std::optional<std::string> upload;
+    std::vector<std::string> form;  // "name=value", "name=@file;type=text/plain"
+
+    std::string user;
+    std::string password;
+    AuthMethod auth = AuthMethod::ANY;
+
+    bool follow_redirects = true;
+    std::chrono::milliseconds timeout{0};      // 0: none
+    std::optional<std::uint32_t> size_limit;   // bytes
+    std::optional<std::uint32_t> speed_limit;  // bytes per second
+    IPVersion ip_version = IPVersion::Any;
+    std::optional<std::string> ca_file;
+    bool verify_server = true;
+
+    std::optional<std::string> output;  // the file for the body; none: standard output
+    bool include_headers = false;
+    bool timing = false;
+    bool json = false;
+    int verbosity = 0;  // how often -v was given
+};
+
+}  // namespace kel::http::tool
