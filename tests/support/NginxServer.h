@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "NginxProcess.h"
 #include "TemporaryDirectory.h"
 
 namespace kel::http::test {
@@ -79,13 +78,12 @@ class NginxServer {
 
  private:
     std::string servedPath(const std::string& name) const;
-    void writeConfiguration(const Options& options);
-    void awaitFirstReply();
+    void awaitFirstReply() const;
 
     TemporaryDirectory directory_;
     std::uint16_t port_ = 0;
     std::uint16_t tls_port_ = 0;
-    pid_t process_ = -1;
+    NginxProcess process_;
 };
 
 }  // namespace kel::http::test

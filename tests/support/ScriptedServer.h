@@ -80,12 +80,12 @@ class ScriptedServer {
     using Connections = std::list<ScriptedConnection>;
 
     void run();
-    void waitForEvents();
-    void acceptConnection();
-    void answerWaitingRequests();
-    void endPauses();
     void closeConnectionsIfAsked();
+    bool answerOldestRequest();
+    bool endOldestPause();
     void forgetEndedConnections();
+    void serveNextEvents();
+    void acceptConnection();
 
     FileDescriptor listener_;
     std::uint16_t port_;
@@ -96,6 +96,7 @@ class ScriptedServer {
     std::atomic<bool> stopping_{false};
     std::atomic<bool> closing_connections_{false};
     Connections connections_;  // server thread
+    std::uint64_t turn_ = 0;   // server thread; counts the connections' turns to another state
     std::thread thread_;
 };
 

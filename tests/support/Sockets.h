@@ -16,6 +16,9 @@ FileDescriptor bindToLoopback(Family family = Family::IPv4);
 // The same, listening and not blocking.
 FileDescriptor listenOnLoopback(Family family, int backlog);
 
+// Begins to connect a socket which does not block; false where that is not done at once. Errors: std::system_error.
+bool startToConnect(const FileDescriptor& socket, std::uint16_t port);
+
 // A connection to this port on the loopback interface, blocking and made when this returns. Errors: std::system_error.
 FileDescriptor connectToLoopback(std::uint16_t port, Family family = Family::IPv4);
 

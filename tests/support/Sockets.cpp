@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+#include "Sockets.h"
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace kel::http::test {
+
+namespace {
+
+// A loopback address of either family, as the socket calls want it.
+class LoopbackAddress {
+ public:
+    LoopbackAddress(Family family, std::uint16_t port) {
+        if (family == Family::IPv4) {
+            size_ = sizeof(address_.v4);
+            address_.v4.sin_family = AF_INET;
+            address_.v4.sin_port = htons(port);
+            address_.v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        } else {
+            size_ = sizeof(address_.v6);
+            address_.v6.sin6_family = AF_INET6;
+            address_.v6.sin6_port = htons(port);
+            address_.v6.sin6_addr = in6addr_loopback;
+        }
+    }
+
+    const sockaddr* get() const { return &address_.any; }
+    socklen_t size() const { return size_; }
+
+ private:
+    union {
+        sockaddr any;
+        sockaddr_in v4;
+        sockaddr_in6 v6;
+    } address_ = {};
+    socklen_t size_;
+};
+
+FileDescriptor makeSocket(Family family) {
+    FileDescriptor result(socket(family == Family::IPv4 ? AF_INET : AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (result.get() < 0) throwErrno("socket");
+    return result;
+}
+
+}  // namespace
+
+FileDescriptor bindToLoopback(Family family) {
+    FileDescriptor result = makeSocket(family);
+    const LoopbackAddress address(family, 0);
+    if (bind(result.get(), address.get(), address.size()) != 0) throwErrno("bind");
+    return result;
+}
+
+FileDescriptor listenOnLoopback(Family family, int backlog) {
+    FileDescriptor result = bindToLoopback(family);
+    if (listen(result.get(), backlog) != 0) throwErrno("listen");
+    if (fcntl(result.get(), F_SETFL, O_NONBLOCK) != 0) throwErrno("fcntl");
+    return result;
+}
+
+bool startToConnect(const FileDescriptor& socket, std::uint16_t port) {
+    const LoopbackAddress address(Family::IPv4, port);
+    if (connect(socket.get(), address.get(), address.size()) == 0) return true;
+    if (errno != EINPROGRESS) throwErrno("connect");
+    return false;
+}
+
+FileDescriptor connectToLoopback(std::uint16_t port, Family family) {
+    FileDescriptor result = makeSocket(family);
+    const LoopbackAddress address(family, port);
+    if (connect(result.get(), address.get(), address.size()) != 0) throwErrno("connect");
+    return result;
+}
+
+std::uint16_t portOf(const FileDescriptor& socket) {
+    union {
+        sockaddr any;
+        sockaddr_in v4;
+        sockaddr_in6 v6;
+    } address = {};
+    socklen_t size = sizeof(address);
+    if (getsockname(socket.get(), &address.any, &size) != 0) throwErrno("getsockname");
+    return ntohs(address.any.sa_family == AF_INET ? address.v4.sin_port : address.v6.sin6_port);
+}
+
+std::string loopbackAuthority(std::uint16_t port, Family family) {
+    return (family == Family::IPv4 ? "127.0.0.1:" : "[::1]:") + std::to_string(port);
+}
+
+void throwErrno(const char* what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+}  // namespace kel::http::test
