@@ -23,7 +23,12 @@ std::function<void()> cancel_action(Client& client, Client::RequestId id) {
 
 template <typename Data>
 auto without_id(const std::function<void(const Data&)>& callback) {
-    return [callback](Client::RequestId, const Data& data) {
+    return [callback](Client::RequestId, const Data& data) { callback(data); };
+}
+
+// Progress may be nobody's concern.
+auto without_id(const std::function<void(const ProgressData&)>& callback) {
+    return [callback](Client::RequestId, const ProgressData& data) {
         if (callback) callback(data);
     };
 }
@@ -35,6 +40,8 @@ Client::~Client() = default;
 Client::Handle Client::start_request(const RequestConfig& config, const LogFilter& filter,
                                      const std::function<void(const ResponseData&)>& response_cb,
                                      const std::function<void(const ErrorData&)>& error_cb) {
+    KO_ASSERT(response_cb);
+    KO_ASSERT(error_cb);
     Handle handle;
     const RequestId id =
         start_request(config, filter, ResponseCallback(handle.wrap(ko::CallbackType::once, without_id(response_cb))),
@@ -47,6 +54,8 @@ Client::Handle Client::start_download(const RequestConfig& config, const std::st
                                       const std::function<void(const ResponseData&)>& response_cb,
                                       const std::function<void(const ErrorData&)>& error_cb,
                                       const std::function<void(const ProgressData&)>& progress_cb) {
+    KO_ASSERT(response_cb);
+    KO_ASSERT(error_cb);
     Handle handle;
     const RequestId id = start_download(
         config, path, filter, ResponseCallback(handle.wrap(ko::CallbackType::once, without_id(response_cb))),
