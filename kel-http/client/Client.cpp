@@ -77,8 +77,8 @@ std::shared_ptr<Client> createClient(ko::executor& executor, logging::Logger& lo
     return std::make_shared<ClientImpl>(executor, logger);
 }
 
-ClientImpl::ClientImpl(ko::executor& client_executor, logging::Logger& client_logger)
-    : logger(client_logger), executor(client_executor) {}
+ClientImpl::ClientImpl(ko::executor& client_executor, logging::Logger& client_logger, RequestId first_id)
+    : next_request_id(first_id), logger(client_logger), executor(client_executor) {}
 
 void ClientImpl::check_thread() {
     if (my_thread_ == ko::invalid_thread_id) my_thread_ = ko::this_thread::get_id();

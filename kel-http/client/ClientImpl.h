@@ -15,7 +15,10 @@ namespace kel::http {
 // comes as tasks posted to the executor.
 class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl> {
  public:
-    ClientImpl(ko::executor& client_executor, logging::Logger& client_logger);
+    class CurlRequest;
+
+    // Ids count from `first_id`.
+    ClientImpl(ko::executor& client_executor, logging::Logger& client_logger, RequestId first_id = 1);
 
     using Client::start_download;
     using Client::start_request;
@@ -30,8 +33,6 @@ class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl
     RequestId allocate_request_id() override;
 
  private:
-    class CurlRequest;
-
     // What the caller gave for one running request.
     struct RequestInfo {
         ResponseCallback response_cb;
@@ -53,7 +54,7 @@ class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl
     void on_error(RequestId id, const ErrorData& data);
     void on_progress(RequestId id, const ProgressData& data);
 
-    RequestId next_request_id = 1;
+    RequestId next_request_id;
     std::map<RequestId, std::shared_ptr<CurlRequest>> requests;
     std::map<RequestId, RequestInfo> request_infos;
     logging::Logger& logger;

@@ -18,8 +18,6 @@ constexpr int response_tag = 4035;
 constexpr int error_tag = 4036;
 constexpr int progress_tag = 4037;
 
-constexpr std::chrono::seconds progress_interval(1);
-
 [[noreturn]] void stop_at_conversion(std::string_view format) {
     constexpr std::string_view function = "kel::http::ClientFailure {anonymous}::convert_failure(kel::http::Failure)";
     const std::string text =
@@ -139,20 +137,17 @@ void ClientImpl::CurlRequest::notifyRemoteAddr(std::string address, long port) {
 
 void ClientImpl::CurlRequest::reportDownloadProgress(unsigned int total, unsigned int received) {
     lastDownloadProgress = total;
-    if (received == total && total != 0) {
-        last_progress_time = std::chrono::steady_clock::now();
-        last_progress_bytes = received;
-        // Without the offset of a resumed download: this report tells what this transfer brought.
-        report_progress(total, received);
-        return;
+    switch (progress_pace.next(total, received)) {
+        case ProgressPace::Report::none:
+            break;
+        case ProgressPace::Report::periodic:
+            report_progress(total + resume_offset, received + resume_offset);
+            break;
+        case ProgressPace::Report::completion:
+            // Without the offset of a resumed download: this report tells what this transfer brought.
+            report_progress(total, received);
+            break;
     }
-    // libcurl calls very often, so the clock is read only when there is something to tell.
-    if (received == last_progress_bytes) return;
-    const auto now = std::chrono::steady_clock::now();
-    if (now - last_progress_time < progress_interval) return;
-    last_progress_time = now;
-    last_progress_bytes = received;
-    report_progress(total + resume_offset, received + resume_offset);
 }
 
 void ClientImpl::CurlRequest::report_progress(std::uint32_t total, std::uint32_t received) {

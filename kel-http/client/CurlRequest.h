@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <ostream>
@@ -9,6 +8,7 @@
 #include <tl/optional.hpp>
 
 #include "kel-http/client/ClientImpl.h"
+#include "kel-http/client/ProgressPace.h"
 #include "kel-http/curl/Request.h"
 
 namespace kel::http {
@@ -63,8 +63,7 @@ class ClientImpl::CurlRequest : public Request {
     std::unique_ptr<std::ostream> output;
     // Where a download is written before it is renamed; empty when no such file is used.
     std::string temporary_path;
-    std::chrono::steady_clock::time_point last_progress_time{};
-    std::uint32_t last_progress_bytes = 0;
+    ProgressPace progress_pace;
     std::string remote_addr;
     std::string peer_address;
     long peer_port = 0;
