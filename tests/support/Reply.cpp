@@ -3,7 +3,6 @@
 
 #include <strings.h>
 
-#include <algorithm>
 #include <utility>
 
 namespace kel::http::test {

@@ -90,7 +90,7 @@ CertificateFiles TestCertificates::issue(const std::string& name, const Certific
     }
     require(X509_sign(certificate.get(), ca_key_.get(), EVP_sha256()) != 0);
 
-    const CertificateFiles files{directory_.path(name + ".pem"), directory_.path(name + ".key")};
+    CertificateFiles files{directory_.path(name + ".pem"), directory_.path(name + ".key")};
     writeCertificate(files.certificate_file, certificate.get());
     writeKey(files.key_file, key.get());
     return files;
