@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: MIT
+#include "OriginServer.h"
+
+#include <fmt/format.h>
+#include <httplib.h>
+#include <sys/socket.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+#include "checksum/Digest.h"
+#include "ko/to_hex.h"
+
+namespace kel::http::demo {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// One thread serves one connection, as long as that lasts.
+constexpr std::size_t most_connections = 256;
+constexpr int listen_backlog = 512;
+
+Json parts_of(const httplib::Request& request) {
+    Json parts = Json::object();
+    for (const auto& [name, part] : request.files) {
+        parts[name] = {{"length", part.content.size()},
+                       {"sha256", sha256_of(part.content)},
+                       {"file_name", part.filename},
+                       {"content_type", part.content_type}};
+    }
+    return parts;
+}
+
+void echo(const httplib::Request& request, httplib::Response& response) {
+    Json arrived = {{"method", request.method},
+                    {"length", request.body.size()},
+                    {"sha256", sha256_of(request.body)},
+                    {"content_type", request.get_header_value("Content-Type")}};
+    if (request.is_multipart_form_data()) arrived["parts"] = parts_of(request);
+    response.set_content(arrived.dump(), "application/json");
+}
+
+void redirect(const httplib::Request& request, httplib::Response& response) {
+    const int remaining = std::stoi(request.matches[1].str());
+    if (remaining == 0) {
+        response.set_content("arrived", "text/plain");
+    } else {
+        response.set_redirect(fmt::format("/redirect/{}", remaining - 1));
+    }
+}
+
+}  // namespace
+
+struct OriginServer::Impl {
+    void route();
+    void bind();
+    void stall();
+    void end();
+
+    httplib::Server server;
+    int port = 0;
+    std::thread thread;
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool ending = false;
+    std::function<void()> stall_callback = [] {};
+};
+
+void OriginServer::Impl::route() {
+    server.Get("/echo", echo);
+    server.Post("/echo", echo);
+    server.Put("/echo", echo);
+    server.Patch("/echo", echo);
+    server.Delete("/echo", echo);
+    server.Get(R"(/redirect/(\d))", redirect);
+    server.Get("/stall", [this](const httplib::Request&, httplib::Response&) { stall(); });
+}
+
+void OriginServer::Impl::bind() {
+    server.new_task_queue = [] { return new httplib::ThreadPool(most_connections); };
+    server.set_tcp_nodelay(true);  // head and body go out in two pieces; the second must not wait for an answer
+    int descriptor = -1;
+    server.set_socket_options([&descriptor](int created) { descriptor = created; });
+    port = server.bind_to_any_port("127.0.0.1");
+    if (port <= 0) throw std::runtime_error("the demonstration's server found no free port on 127.0.0.1");
+    // The server library lets 5 connections wait; with 200 at once the others would be a second late.
+    listen(descriptor, listen_backlog);
+}
+
+void OriginServer::Impl::stall() {
+    std::unique_lock<std::mutex> lock(mutex);
+    stall_callback();
+    changed.wait(lock, [this] { return ending; });
+}
+
+void OriginServer::Impl::end() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    ending = true;
+    changed.notify_all();
+}
+
+OriginServer::OriginServer() : impl_(std::make_unique<Impl>()) {
+    impl_->route();
+    impl_->bind();
+    impl_->thread = std::thread([this] { impl_->server.listen_after_bind(); });
+    while (!impl_->server.is_running()) std::this_thread::yield();  // only a running server can be stopped
+}
+
+OriginServer::~OriginServer() {
+    impl_->end();
+    impl_->server.stop();
+    impl_->thread.join();
+}
+
+std::string OriginServer::url(const std::string& path) const {
+    return fmt::format("http://127.0.0.1:{}{}", impl_->port, path);
+}
+
+void OriginServer::on_stall(std::function<void()> callback) {
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    impl_->stall_callback = std::move(callback);
+}
+
+std::string sha256_of(const std::string& bytes) {
+    const auto digest = checksum::sha256();
+    digest->do_update({reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()});
+    return ko::to_hex(digest->done());
+}
+
+}  // namespace kel::http::demo

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace kel::http::demo {
+
+// A web server inside this process, on the loopback interface and a port that was free.
+//
+//   /echo          any method; a JSON object tells what has arrived: "method", "length", "sha256" and "content_type" of
+//                  the body, and for a form "parts" by name with "length", "sha256", "file_name" and "content_type"
+//   /redirect/N    302 to /redirect/N-1; /redirect/0 is "arrived"
+//   /stall         no answer as long as the server lives
+// Everything else is 404.
+//
+// Threads: made and destroyed by one; the server has its own.
+class OriginServer {
+ public:
+    // Errors: std::runtime_error when there is no port.
+    OriginServer();
+    ~OriginServer();
+    OriginServer(const OriginServer&) = delete;
+    OriginServer& operator=(const OriginServer&) = delete;
+
+    std::string url(const std::string& path) const;
+
+    // Called whenever a request for /stall has arrived, on one of the server's threads.
+    void on_stall(std::function<void()> callback);
+
+ private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+// As the server tells it: SHA-256 in hexadecimal digits.
+std::string sha256_of(const std::string& bytes);
+
+}  // namespace kel::http::demo

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#include "SentFiles.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <system_error>
+
+namespace kel::http::demo {
+
+SentFiles::SentFiles() {
+    std::string name = (std::filesystem::temp_directory_path() / "kel-http-demo-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("can not make a folder for files to send: " + name);
+    folder_ = name;
+}
+
+SentFiles::~SentFiles() {
+    std::error_code ignored;
+    std::filesystem::remove_all(folder_, ignored);
+}
+
+std::string SentFiles::make(const std::string& name, std::size_t size) {
+    std::string content(size, '\0');
+    for (std::size_t i = 0; i < size; ++i) content[i] = static_cast<char>(i * 7 + i / 256);
+    const std::string path = folder_ + '/' + name;
+    std::ofstream file(path, std::ios::binary);
+    file << content;
+    file.close();
+    if (!file) throw std::runtime_error("can not write a file to send: " + path);
+    return path;
+}
+
+std::string content_of(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+}  // namespace kel::http::demo

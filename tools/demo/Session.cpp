@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+#include "Session.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "common/FailureName.h"
+
+namespace kel::http::demo {
+namespace {
+
+constexpr std::chrono::seconds deadline(30);
+
+int milliseconds_until(std::chrono::steady_clock::time_point time) {
+    const auto remaining = std::chrono::ceil<std::chrono::milliseconds>(time - std::chrono::steady_clock::now());
+    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(remaining.count(), 0));
+}
+
+}  // namespace
+
+Session::Session(OriginServer& server)
+    : server_(server),
+      engine_([](const std::function<void()>& closure) { closure(); }),
+      client_(createClient(executor_, *logging::getLogger("kel-http-demo", 0))) {}
+
+Session::~Session() {
+    server_.on_stall([] {});
+}
+
+std::vector<Result> Session::run(const Scenario& scenario) {
+    std::vector<Result> results(scenario.times);
+    unfinished_ = results.size();
+    begin_ = std::chrono::steady_clock::now();
+    for (Result& result : results) start(scenario, result);
+    wait_for_all(scenario);
+    server_.on_stall([] {});
+    return results;
+}
+
+void Session::start(const Scenario& scenario, Result& result) {
+    const auto on_response = [this, &scenario, &result](Client::RequestId, const ResponseData& response) {
+        result.received_bytes = response.body.size();
+        result.timing = response.timing_data;
+        result.complaint = scenario.complaint(response);
+        finish(scenario, result, Result::Kind::Response, std::to_string(response.status));
+    };
+    const auto on_error = [this, &scenario, &result](Client::RequestId, const ErrorData& error) {
+        finish(scenario, result, Result::Kind::Error, std::string(tool::failure_name(error.failure)));
+    };
+    const Client::RequestId id = client_->start_request(scenario.request, {}, on_response, on_error);
+    if (!scenario.cancel_when_stalled) return;
+    // The server tells, on a thread of its own, that the request waits for an answer which never comes.
+    server_.on_stall([this, &scenario, &result, id] {
+        executor_.post([this, &scenario, &result, id] { cancel(scenario, result, id); }, 0);
+    });
+}
+
+// Waits for what a late outcome would need to arrive: once through the engine's queue, and back through the executor's.
+void Session::cancel(const Scenario& scenario, Result& result, Client::RequestId id) {
+    client_->cancel_request(id);
+    engine_.queueRequest([this, &scenario, &result] {
+        executor_.post([this, &scenario, &result] { finish(scenario, result, Result::Kind::Cancelled, "cancelled"); },
+                       0);
+    });
+}
+
+void Session::finish(const Scenario& scenario, Result& result, Result::Kind kind, const std::string& outcome) {
+    result.elapsed = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin_);
+    result.kind = kind;
+    result.outcome = outcome;
+    if (outcome != scenario.expected_outcome) result.complaint = "expected " + scenario.expected_outcome;
+    --unfinished_;
+}
+
+void Session::wait_for_all(const Scenario& scenario) {
+    const auto end = begin_ + deadline;
+    while (unfinished_ > 0) {
+        pollfd watched{executor_.descriptor(), POLLIN, 0};
+        const int remaining = milliseconds_until(end);
+        if (remaining == 0) throw std::runtime_error(fmt::format("no outcome came of {}", scenario.path));
+        poll(&watched, 1, remaining);
+        executor_.drain();
+    }
+}
+
+}  // namespace kel::http::demo
