@@ -32,16 +32,15 @@ std::string concealHeaderLine(std::string_view line) {
     return std::string(line);
 }
 
-// A value may hold brackets itself, so it ends at the last one.
+// A value may hold brackets itself, and libcurl cuts long lines: only a bracket at the very end closes it.
 std::string concealTextLine(std::string_view line) {
     constexpr std::string_view marker = "authorization: ";
     const auto* const found = std::search(line.begin(), line.end(), marker.begin(), marker.end(), equalIgnoringCase);
     if (found == line.end()) return std::string(line);
     const auto value = static_cast<std::size_t>(found - line.begin()) + marker.size();
-    const auto bracket = line.rfind(']');
     std::string concealed(line.substr(0, value));
     concealed.append(mask);
-    if (bracket != std::string_view::npos && bracket >= value) concealed.append(line.substr(bracket));
+    if (line.back() == ']') concealed.push_back(']');
     return concealed;
 }
 
