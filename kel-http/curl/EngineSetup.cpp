@@ -43,8 +43,9 @@ void Engine::addRequest(RequestPtr request) {
     try {
         prepareAddTask(request);
     } catch (const std::exception& error) {
-        failSetUp(request, error.what());
-        return;
+        return failSetUp(request, error.what());
+    } catch (...) {
+        return failSetUp(request, "Unknown error");
     }
     engine_request_added();
 }
