@@ -139,7 +139,7 @@ void add_output_options(CLI::App& app, Options& options) {
     app.add_flag("-i,--include", options.include_headers, "print status and headers before the body")->group(group);
     app.add_flag("--timing", options.timing, "show where the time went (on standard error)")->group(group);
     app.add_flag("--json", options.json, "print one JSON object that tells all")->group(group);
-    app.add_flag("-v,--verbose", options.verbosity, "log: -v errors, -vv steps, -vvv details, -vvvv payload")
+    app.add_flag("-v,--verbose", options.verbosity, "log: -v requests, -vv steps, -vvv details, -vvvv payload")
         ->group(group);
 }
 

@@ -53,11 +53,11 @@ std::string read_file(const std::string& path) {
     return read_all(open(path, "rb", "read").get(), path);
 }
 
-void check_upload(const std::string& path) {
+void check_readable(const std::string& path) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) fail("read", path, errno);
     if (!S_ISREG(status.st_mode)) {
-        throw ToolError(LocalFileError, fmt::format("can not send '{}': it is not a plain file", path));
+        throw ToolError(LocalFileError, fmt::format("can not read '{}': it is not a plain file", path));
     }
     open(path, "rb", "read");
 }
@@ -70,9 +70,9 @@ void check_target(const std::string& path) {
     if (access(folder_of(path).c_str(), W_OK | X_OK) != 0) fail("write", path, errno);
 }
 
-bool is_special_file(const std::string& path) {
+bool must_stay(const std::string& path) {
     struct stat status {};
-    return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+    return lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
 }
 
 void write_file(const std::string& path, const std::string& bytes) {

@@ -10,14 +10,14 @@ namespace kel::http::tool {
 // The whole content of `path`; of standard input for "-".
 std::string read_file(const std::string& path);
 
-// That `path` is a plain file and can be read.
-void check_upload(const std::string& path);
+// That `path` is a plain file and can be read: told before the request is sent, and in clearer words.
+void check_readable(const std::string& path);
 
 // That a file can be made at `path`, or replaced: told before the request is sent rather than after.
 void check_target(const std::string& path);
 
-// Whether there is something other than a plain file at `path`, such as a device or a pipe.
-bool is_special_file(const std::string& path);
+// Whether there is something at `path` that must be written to, not replaced: a device, a pipe or a link.
+bool must_stay(const std::string& path);
 
 void write_file(const std::string& path, const std::string& bytes);
 

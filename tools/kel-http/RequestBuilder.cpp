@@ -47,7 +47,7 @@ MimePart parse_form_field(const std::string& field) {
         part.content_type = part.file_path.substr(type + type_marker.size());
         part.file_path.resize(type);
     }
-    check_upload(part.file_path);
+    check_readable(part.file_path);
     return part;
 }
 
@@ -56,7 +56,7 @@ void add_body(RequestConfig& request, const Options& options) {
     if (options.data_file) request.body = read_file(*options.data_file);
     for (const std::string& field : options.form) request.mime_parts.push_back(parse_form_field(field));
     if (!options.upload) return;
-    check_upload(*options.upload);
+    check_readable(*options.upload);
     // A server that asks for a login wants the body again, which is possible from memory only.
     request.body_is_file = options.user.empty();
     request.body = request.body_is_file ? *options.upload : read_file(*options.upload);
@@ -102,7 +102,10 @@ RequestConfig build_request(const Options& options) {
     if (options.size_limit) request.size_limit = *options.size_limit;
     if (options.speed_limit) request.speed_limit = *options.speed_limit;
     request.ip_version = options.ip_version;
-    if (options.ca_file) request.ca_file = *options.ca_file;
+    if (options.ca_file) {
+        check_readable(*options.ca_file);
+        request.ca_file = *options.ca_file;
+    }
     request.tls_verify = options.verify_server;
     request.timing_data = options.timing || options.json;
     return request;

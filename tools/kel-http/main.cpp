@@ -32,9 +32,9 @@ void set_up_logging(int verbosity) {
 }
 
 // Where the body goes on its way in: large files should not be held in memory. A size limit bounds the memory, and then
-// a failed write can not be taken for a body beyond the limit. Devices and pipes can not be replaced.
+// a failed write can not be taken for a body beyond the limit. Devices and links must not be replaced.
 std::optional<std::string> download_target(const Options& options) {
-    if (!options.output || options.size_limit || is_special_file(*options.output)) return std::nullopt;
+    if (!options.output || options.size_limit || must_stay(*options.output)) return std::nullopt;
     return options.output;
 }
 

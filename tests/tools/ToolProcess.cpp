@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+#include "ToolProcess.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string_view>
+#include <system_error>
+
+#include "support/Deadline.h"
+#include "support/FileDescriptor.h"
+#include "support/Files.h"
+
+namespace kel::http::test {
+namespace {
+
+bool reachesTool(std::string_view variable) {
+    const std::string_view name = variable.substr(0, variable.find('='));
+    const auto endsWith = [name](std::string_view end) {
+        return name.size() >= end.size() && name.substr(name.size() - end.size()) == end;
+    };
+    return !endsWith("_proxy") && !endsWith("_PROXY") && name != "KEL_HTTP_PASSWORD";
+}
+
+std::vector<std::string> environmentOfTool(const std::vector<std::string>& additions) {
+    std::vector<std::string> variables = additions;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        if (reachesTool(*variable)) variables.emplace_back(*variable);
+    }
+    return variables;
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (std::string& text : texts) pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+// Signals as a program started by hand has them, however this one was started.
+void setUsualSignals(posix_spawnattr_t& attributes) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&attributes, &signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    posix_spawnattr_setsigdefault(&attributes, &signals);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+}
+
+}  // namespace
+
+ToolProcess::ToolProcess(const std::vector<std::string>& arguments, const Input& input) {
+    writeWholeFile(streams_.path("in"), input.bytes);
+    std::vector<std::string> words = {KEL_TEST_TOOL};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<std::string> variables = environmentOfTool(input.environment);
+
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    constexpr int create = O_WRONLY | O_CREAT | O_TRUNC;
+    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, streams_.path("in").c_str(), O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, streams_.path("out").c_str(), create, 0600);
+    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, streams_.path("err").c_str(), create, 0600);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    setUsualSignals(attributes);
+    const int error = posix_spawn(&process_, KEL_TEST_TOOL, &files, &attributes, pointersTo(words).data(),
+                                  pointersTo(variables).data());
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&files);
+    if (error != 0) throw std::system_error(error, std::generic_category(), KEL_TEST_TOOL);
+}
+
+ToolProcess::~ToolProcess() {
+    if (process_ < 0) return;
+    kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
+}
+
+void ToolProcess::send(int signal) const {
+    kill(process_, signal);
+}
+
+ToolResult ToolProcess::wait() {
+    const FileDescriptor end(static_cast<int>(syscall(SYS_pidfd_open, process_, 0)));
+    pollfd watched{end.get(), POLLIN, 0};
+    constexpr auto milliseconds = static_cast<int>(std::chrono::milliseconds(Deadline).count());
+    if (poll(&watched, 1, milliseconds) == 0) throw DeadlineMissed("the end of kel-http");
+
+    int status = 0;
+    waitpid(process_, &status, 0);
+    process_ = -1;
+    ToolResult result;
+    result.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    result.out = readWholeFile(streams_.path("out"));
+    result.err = readWholeFile(streams_.path("err"));
+    return result;
+}
+
+ToolResult runTool(const std::vector<std::string>& arguments, const ToolProcess::Input& input) {
+    return ToolProcess(arguments, input).wait();
+}
+
+}  // namespace kel::http::test

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "support/TemporaryDirectory.h"
+
+namespace kel::http::test {
+
+// What a run of the tool came to.
+struct ToolResult {
+    int exit_code = -1;  // 128 and more: the number of a signal, as shells have it
+    std::string out;
+    std::string err;
+};
+
+// The tool as a child process, without the proxies and the password of this process's environment.
+class ToolProcess {
+ public:
+    struct Input {
+        std::string bytes;                     // for standard input
+        std::vector<std::string> environment;  // "NAME=value", in addition
+    };
+
+    // Errors: std::system_error.
+    explicit ToolProcess(const std::vector<std::string>& arguments) : ToolProcess(arguments, Input{}) {}
+    ToolProcess(const std::vector<std::string>& arguments, const Input& input);
+    // Ends a process that nobody has waited for.
+    ~ToolProcess();
+    ToolProcess(const ToolProcess&) = delete;
+    ToolProcess& operator=(const ToolProcess&) = delete;
+
+    void send(int signal) const;
+
+    // Waits for the end. Errors: DeadlineMissed.
+    ToolResult wait();
+
+ private:
+    TemporaryDirectory streams_;
+    pid_t process_ = -1;
+};
+
+// Runs the tool to its end.
+ToolResult runTool(const std::vector<std::string>& arguments, const ToolProcess::Input& input = {});
+
+}  // namespace kel::http::test

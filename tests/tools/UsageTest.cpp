@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "ToolProcess.h"
+
+namespace kel::http::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+// Nothing listens there; a request that were sent would end with another exit code.
+constexpr const char* Url = "http://127.0.0.1:1/";
+
+struct Mistake {
+    std::vector<std::string> arguments;
+    std::string told;
+};
+
+class ToolMistakeTest : public testing::TestWithParam<Mistake> {};
+
+TEST_P(ToolMistakeTest, IsToldWithThePlaceToReadMore) {
+    const ToolResult result = runTool(GetParam().arguments);
+    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, StartsWith("kel-http: "));
+    EXPECT_THAT(result.err, HasSubstr(GetParam().told));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    CommandLine, ToolMistakeTest,
+    testing::Values(Mistake{{}, "name a command first"}, Mistake{{"fetch", Url}, "name a command first"},
+                    Mistake{{"get"}, "URL is required"}, Mistake{{"get", ""}, "the URL is empty"},
+                    Mistake{{"get", Url, "another"}, "another"}, Mistake{{"get", Url, "--nonsense"}, "--nonsense"},
+                    Mistake{{"get", Url, "-d", "x"}, "get sends no body"},
+                    Mistake{{"post", Url, "--upload", "x"}, "--upload goes with put"},
+                    Mistake{{"put", Url, "-F", "a=b"}, "post only"},
+                    Mistake{{"post", Url, "-d", "x", "-F", "a=b"}, "only one of"},
+                    Mistake{{"put", Url, "--upload", "-"}, "--data-file -"},
+                    Mistake{{"post", Url, "-F", "a"}, "--form"}, Mistake{{"post", Url, "-F", "=a"}, "--form"},
+                    Mistake{{"get", Url, "-H", "no colon"}, "no colon"},
+                    Mistake{{"get", Url, "-H", "A: 1", "-H", "a: 2"}, "'a' is given twice"},
+                    Mistake{{"get", Url, "-o", ""}, "-o/--output"}, Mistake{{"get", Url, "--auth", "magic"}, "magic"},
+                    Mistake{{"get", Url, "--auth", "basic"}, "-u/--user"}, Mistake{{"get", Url, "-u", ""}, "-u/--user"},
+                    Mistake{{"get", Url, "-u", "a:b"}, "colon"}));
+
+INSTANTIATE_TEST_SUITE_P(Units, ToolMistakeTest,
+                         testing::Values(Mistake{{"get", Url, "--timeout", "5x"}, "5x"},
+                                         Mistake{{"get", Url, "--timeout", ""}, "duration"},
+                                         Mistake{{"get", Url, "--timeout", "-1"}, "-1"},
+                                         Mistake{{"get", Url, "--timeout", "inf"}, "inf"},
+                                         Mistake{{"get", Url, "--timeout", "9999999m"}, "9999999m"},
+                                         Mistake{{"get", Url, "--size-limit", "1T"}, "1T"},
+                                         Mistake{{"get", Url, "--size-limit", "4G"}, "4294967295"},
+                                         Mistake{{"get", Url, "--limit-rate", "0"}, "1 to 4294967295"}));
+
+TEST(ToolUsageTest, HelpListsCommandsOptionsExitCodesAndExamples) {
+    const ToolResult result = runTool({"--help"});
+    EXPECT_EQ(result.exit_code, 0);
+    EXPECT_EQ(result.err, "");
+    for (const char* const text : {"Usage:", "Commands:", "Exit codes:", "Examples:", "--data-file", "--limit-rate"}) {
+        EXPECT_THAT(result.out, HasSubstr(text));
+    }
+    EXPECT_EQ(runTool({"post", "-h"}).out, result.out);
+    EXPECT_EQ(runTool({"get", Url, "--help"}).out, result.out);
+}
+
+TEST(ToolUsageTest, VersionIsThatOfTheLibrary) {
+    const ToolResult result = runTool({"--version"});
+    EXPECT_EQ(result.exit_code, 0);
+    EXPECT_EQ(result.out, "kel-http " KEL_TEST_VERSION "\n");
+}
+
+}  // namespace
+}  // namespace kel::http::test
