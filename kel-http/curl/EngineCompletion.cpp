@@ -91,6 +91,8 @@ void Engine::removeTask(RequestPtr request) {
     checkEngineThread();
     const TaskPtr task = getActiveTask(request);
     if (!task) return;
+    // libcurl reports progress once more while it lets go of a transfer, and this request is to hear nothing.
+    curl_easy_setopt(task->easy, CURLOPT_NOPROGRESS, 1L);
     curl_multi_remove_handle(multi, task->easy);
     activeTasks.erase(task->easy);
 }
