@@ -1,0 +1,215 @@
+// SPDX-License-Identifier: MIT
+#include "kel-http/client/ClientImpl.h"
+
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <new>
+#include <thread>
+
+#include "fixture/ClientTest.h"
+#include "fixture/LogCapture.h"
+
+namespace kel::http::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Ids = std::vector<Client::RequestId>;
+
+logging::Logger& logger() {
+    return *logging::getLogger("TestClient", 0);
+}
+
+Client::ResponseCallback noResponse() {
+    return [](Client::RequestId, const ResponseData&) {};
+}
+
+Client::ErrorCallback noError() {
+    return [](Client::RequestId, const ErrorData&) {};
+}
+
+Client::ProgressCallback noProgress() {
+    return [](Client::RequestId, const ProgressData&) {};
+}
+
+// There is no engine, so that a started request only waits to be cancelled. The client belongs to the test's thread.
+class ClientImplTest : public testing::Test {
+ protected:
+    ~ClientImplTest() override {
+        for (const Client::RequestId id : started_) client->cancel_request(id);
+    }
+
+    Client::RequestId start() {
+        started_.push_back(client->start_request({}, {}, noResponse(), noError()));
+        return started_.back();
+    }
+
+    Client::RequestId startDownload() {
+        started_.push_back(client->start_download({}, "path", {}, noResponse(), noError(), noProgress()));
+        return started_.back();
+    }
+
+    RecordingExecutor executor;
+    std::shared_ptr<Client> client = createClient(executor, logger());
+
+ private:
+    Ids started_;
+};
+
+// --- ids ---
+
+TEST_F(ClientImplTest, IdsCountFromOne) {
+    EXPECT_THAT((Ids{start(), startDownload(), start()}), ElementsAre(1U, 2U, 3U));
+    EXPECT_EQ(client->allocate_request_id(), 4U);
+    EXPECT_EQ(start(), 5U);
+}
+
+TEST_F(ClientImplTest, IdsWrapFromTheHighestToOne) {
+    client = std::make_shared<ClientImpl>(executor, logger(), 4294967294U);
+    EXPECT_THAT((Ids{start(), start(), start(), start()}), ElementsAre(4294967294U, 4294967295U, 1U, 2U));
+}
+
+TEST_F(ClientImplTest, EachClientCountsItsOwnIds) {
+    EXPECT_EQ(start(), 1U);
+    EXPECT_EQ(createClient(executor, logger())->allocate_request_id(), 1U);
+}
+
+TEST_F(ClientImplTest, NoRequestHasTheIdZero) {
+    EXPECT_EQ(NoRequestId, 0U);
+    static_assert(std::is_same_v<Client::RequestId, std::uint32_t>);
+}
+
+// --- unknown ids ---
+
+TEST_F(ClientImplTest, UnknownIdsAreIgnored) {
+    const LogCapture log(9);
+    for (const Client::RequestId id : {NoRequestId, 1U, 4294967295U}) {
+        client->cancel_request(id);
+        client->pause_request(id);
+        client->resume_request(id);
+        client->pause(id);
+        client->resume(id);
+    }
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ClientImplTest, TheSecondCancellationIsIgnored) {
+    const Client::RequestId id = start();
+    const LogCapture log("TestClient", 9);
+    client->cancel_request(id);
+    client->cancel_request(id);
+    EXPECT_EQ(log.count(" Cancelling"), 1U);
+}
+
+// --- threads and ownership ---
+
+TEST_F(ClientImplTest, AClientBelongsToTheThreadThatFirstCallsIt) {
+    std::shared_ptr<Client> made_elsewhere;
+    std::thread([&] { made_elsewhere = createClient(executor, logger()); }).join();
+    EXPECT_EQ(made_elsewhere->allocate_request_id(), 1U);
+    EXPECT_EQ(made_elsewhere->allocate_request_id(), 2U);
+}
+
+TEST_F(ClientImplTest, AClientMayBeDestroyedOnAnotherThread) {
+    client->allocate_request_id();
+    std::thread([last = std::move(client)]() mutable { last.reset(); }).join();
+}
+
+TEST_F(ClientImplTest, AClientThatNoPointerOwnsCanNotStartARequest) {
+    ClientImpl unowned(executor, logger());
+    EXPECT_THROW(unowned.start_request({}, {}, noResponse(), noError()), std::bad_weak_ptr);
+}
+
+// --- programming errors ---
+
+class ClientImplDeathTest : public ClientImplTest {
+ protected:
+    // Makes the test's own thread a foreign one.
+    void bindElsewhere() {
+        std::thread([this] { client->allocate_request_id(); }).join();
+    }
+};
+
+class ClientWithoutIds : public ClientImpl {
+ public:
+    using ClientImpl::ClientImpl;
+    RequestId allocate_request_id() override { return NoRequestId; }
+};
+
+TEST_F(ClientImplDeathTest, EveryCallFromAnotherThreadStopsTheProcess) {
+    bindElsewhere();
+    const char* const text =
+        "kel-http/client/Client\\.cpp:.*Assertion 'my_thread_ == ko::this_thread::get_id\\(\\)' failed";
+    EXPECT_DEATH(client->start_request({}, {}, noResponse(), noError()), text);
+    EXPECT_DEATH(client->start_download({}, "path", {}, noResponse(), noError(), noProgress()), text);
+    EXPECT_DEATH(client->pause_request(1), text);
+    EXPECT_DEATH(client->resume_request(1), text);
+    EXPECT_DEATH(client->cancel_request(1), text);
+    EXPECT_DEATH(client->allocate_request_id(), text);
+}
+
+TEST_F(ClientImplDeathTest, AnEmptyCallbackStopsTheProcess) {
+    EXPECT_DEATH(client->start_request({}, {}, Client::ResponseCallback(), noError()),
+                 "kel-http/client/Client\\.cpp:.*Assertion 'response_cb' failed");
+    EXPECT_DEATH(client->start_request({}, {}, noResponse(), Client::ErrorCallback()), "Assertion 'error_cb' failed");
+    EXPECT_DEATH(client->start_download({}, "path", {}, Client::ResponseCallback(), noError(), noProgress()),
+                 "Assertion 'response_cb' failed");
+    EXPECT_DEATH(client->start_download({}, "path", {}, noResponse(), Client::ErrorCallback(), noProgress()),
+                 "Assertion 'error_cb' failed");
+    EXPECT_DEATH(client->start_download({}, "path", {}, noResponse(), noError(), Client::ProgressCallback()),
+                 "Assertion 'progress_cb' failed");
+}
+
+TEST_F(ClientImplDeathTest, CallbacksAreLookedAtInTheirOrderAndBeforeTheThread) {
+    bindElsewhere();
+    EXPECT_DEATH(client->start_request({}, {}, Client::ResponseCallback(), Client::ErrorCallback()),
+                 "Assertion 'response_cb' failed");
+    EXPECT_DEATH(client->start_request({}, {}, noResponse(), Client::ErrorCallback()), "Assertion 'error_cb' failed");
+    EXPECT_DEATH(client->start_download({}, "path", {}, Client::ResponseCallback(), Client::ErrorCallback(),
+                                        Client::ProgressCallback()),
+                 "Assertion 'response_cb' failed");
+    EXPECT_DEATH(
+        client->start_download({}, "path", {}, noResponse(), Client::ErrorCallback(), Client::ProgressCallback()),
+        "Assertion 'error_cb' failed");
+    EXPECT_DEATH(client->start_download({}, "path", {}, noResponse(), noError(), Client::ProgressCallback()),
+                 "Assertion 'progress_cb' failed");
+}
+
+TEST_F(ClientImplDeathTest, AnIdOfZeroStopsTheProcess) {
+    client = std::make_shared<ClientWithoutIds>(executor, logger());
+    EXPECT_DEATH(client->start_request({}, {}, noResponse(), noError()), "Assertion 'id != NoRequestId' failed");
+    EXPECT_DEATH(client->start_download({}, "path", {}, noResponse(), noError(), noProgress()),
+                 "Assertion 'id != NoRequestId' failed");
+}
+
+// --- without an engine ---
+
+TEST_F(ClientImplTest, WithoutAnEngineNothingComesAndCancellingFreesAll) {
+    RequestConfig config;
+    config.url = "http://127.0.0.1:1/";
+    const auto held = std::make_shared<int>();
+    const Client::RequestId id = client->start_request(
+        config, {}, [held](Client::RequestId, const ResponseData&) { ADD_FAILURE(); },
+        [held](Client::RequestId, const ErrorData&) { ADD_FAILURE(); });
+    EXPECT_THAT(executor.tags(), IsEmpty());
+    client->pause_request(id);
+    client->resume_request(id);
+    EXPECT_EQ(held.use_count(), 3);
+    client->cancel_request(id);
+    EXPECT_EQ(held.use_count(), 1);
+    executor.run([] {});
+}
+
+TEST_F(ClientImplTest, ARunningRequestKeepsItsClientAndACancelledOneDoesNot) {
+    const Client::RequestId id = client->start_request({}, {}, noResponse(), noError());
+    const std::weak_ptr<Client> observer = client;
+    Client& kept = *client;
+    client = nullptr;
+    EXPECT_FALSE(observer.expired());
+    kept.cancel_request(id);
+    EXPECT_TRUE(observer.expired());
+}
+
+}  // namespace
+}  // namespace kel::http::test
