@@ -24,23 +24,27 @@ using Json = nlohmann::ordered_json;
 constexpr std::size_t most_connections = 256;
 constexpr int listen_backlog = 512;
 
+Json content_of(const std::string& bytes) {
+    return {{"length", bytes.size()}, {"sha256", sha256_of(bytes)}};
+}
+
 Json parts_of(const httplib::Request& request) {
     Json parts = Json::object();
     for (const auto& [name, part] : request.files) {
-        parts[name] = {{"length", part.content.size()},
-                       {"sha256", sha256_of(part.content)},
-                       {"file_name", part.filename},
-                       {"content_type", part.content_type}};
+        parts[name] = {{"file_name", part.filename}, {"content_type", part.content_type}};
+        parts[name].update(content_of(part.content));
     }
     return parts;
 }
 
 void echo(const httplib::Request& request, httplib::Response& response) {
-    Json arrived = {{"method", request.method},
-                    {"length", request.body.size()},
-                    {"sha256", sha256_of(request.body)},
-                    {"content_type", request.get_header_value("Content-Type")}};
-    if (request.is_multipart_form_data()) arrived["parts"] = parts_of(request);
+    const std::string type = request.get_header_value("Content-Type");
+    Json arrived = {{"method", request.method}, {"content_type", type.substr(0, type.find(';'))}};
+    if (request.is_multipart_form_data()) {
+        arrived["parts"] = parts_of(request);
+    } else {
+        arrived.update(content_of(request.body));
+    }
     response.set_content(arrived.dump(), "application/json");
 }
 

@@ -9,8 +9,9 @@ namespace kel::http::demo {
 
 // A web server inside this process, on the loopback interface and a port that was free.
 //
-//   /echo          any method; a JSON object tells what has arrived: "method", "length", "sha256" and "content_type" of
-//                  the body, and for a form "parts" by name with "length", "sha256", "file_name" and "content_type"
+//   /echo          any method; a JSON object tells what has arrived: "method", "content_type" without its parameters,
+//                  "length" and "sha256" of the body; for a form instead of these two "parts", which tells by name
+//                  "file_name", "content_type", "length" and "sha256"
 //   /redirect/N    302 to /redirect/N-1; /redirect/0 is "arrived"
 //   /stall         no answer as long as the server lives
 // Everything else is 404.
