@@ -11,7 +11,7 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr std::size_t many = 200;
-constexpr std::size_t upload_bytes = 1024 * 1024;
+constexpr std::size_t upload_bytes = 1048576;
 constexpr std::size_t form_file_bytes = 10000;
 
 Scenario scenario(const OriginServer& server, Method method, const std::string& path, const std::string& title) {

@@ -24,7 +24,7 @@ SentFiles::~SentFiles() {
 std::string SentFiles::make(const std::string& name, std::size_t size) {
     std::string content(size, '\0');
     for (std::size_t i = 0; i < size; ++i) content[i] = static_cast<char>(i * 7 + i / 256);
-    const std::string path = folder_ + '/' + name;
+    std::string path = folder_ + '/' + name;
     std::ofstream file(path, std::ios::binary);
     file << content;
     file.close();
