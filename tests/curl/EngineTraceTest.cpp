@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: MIT
+#include <algorithm>
+
+#include "curl/LineMatcher.h"
+#include "fixture/EngineTest.h"
+#include "support/NginxServer.h"
+
+namespace kel::http::test {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+
+// "user:pass word:@%" as basic authentication sends it.
+constexpr const char* Credentials = "dXNlcjpwYXNzIHdvcmQ6QCU";
+
+// The trace callback called with a handle that nobody knows, without an engine.
+class TraceTest : public testing::Test {
+ protected:
+    static std::vector<CapturedLine> traced(int level, curl_infotype type, std::string text) {
+        const LogCapture log("HttpClient", level);
+        logging::Logger* const logger = logging::getLogger("HttpClient", 0);
+        CURL* const easy = curl_easy_init();
+        EXPECT_EQ(Engine::traceTransfer(easy, type, text.data(), text.size(), logger), 0);
+        curl_easy_cleanup(easy);
+        return log.lines();
+    }
+};
+
+TEST_F(TraceTest, EachKindHasItsLevelAndItsName) {
+    struct Kind {
+        curl_infotype type;
+        int level;
+        const char* tag;
+    };
+    for (const Kind& kind : {Kind{CURLINFO_TEXT, 4, "curl"}, Kind{CURLINFO_HEADER_IN, 4, "header IN"},
+                             Kind{CURLINFO_HEADER_OUT, 4, "header OUT"}, Kind{CURLINFO_DATA_IN, 9, "data IN"},
+                             Kind{CURLINFO_DATA_OUT, 9, "data OUT"}}) {
+        EXPECT_THAT(traced(kind.level - 1, kind.type, "text"), IsEmpty()) << kind.tag;
+        EXPECT_THAT(traced(kind.level, kind.type, "text"),
+                    ElementsAre(EngineLine(kind.level, "(0) [" + std::string(kind.tag) + "] text")));
+    }
+}
+
+TEST_F(TraceTest, NothingIsTracedAtTheLevelsBelow) {
+    for (int level = 0; level <= 3; ++level) {
+        for (const auto type : {CURLINFO_TEXT, CURLINFO_HEADER_IN, CURLINFO_HEADER_OUT, CURLINFO_DATA_IN}) {
+            EXPECT_THAT(traced(level, type, "text"), IsEmpty());
+        }
+    }
+}
+
+TEST_F(TraceTest, TlsRecordsAndUnknownKindsAreDropped) {
+    for (const auto type : {CURLINFO_SSL_DATA_IN, CURLINFO_SSL_DATA_OUT, CURLINFO_END}) {
+        EXPECT_THAT(traced(9, type, "text"), IsEmpty());
+    }
+}
+
+TEST_F(TraceTest, WhiteSpaceAtBothEndsIsDropped) {
+    EXPECT_THAT(traced(4, CURLINFO_HEADER_IN, " \r\nX-A: b \r\n"),
+                ElementsAre(EngineLine(4, "(0) [header IN] X-A: b")));
+    EXPECT_THAT(traced(4, CURLINFO_HEADER_IN, "\r\n"), IsEmpty());
+    EXPECT_THAT(traced(4, CURLINFO_TEXT, ""), IsEmpty());
+}
+
+TEST_F(TraceTest, SeveralLinesEndWithARule) {
+    EXPECT_THAT(traced(4, CURLINFO_TEXT, "one\ntwo\n"),
+                ElementsAre(EngineLine(4, "(0) [curl] one"), EngineLine(4, "(0) [curl] two"),
+                            EngineLine(4, "(0) [curl] ----")));
+}
+
+TEST_F(TraceTest, EmptyLinesAreLeftOutAndCarriageReturnsStay) {
+    EXPECT_THAT(traced(4, CURLINFO_HEADER_IN, "one\r\n\n\r\ntwo\r\n"),
+                ElementsAre(EngineLine(4, "(0) [header IN] one\r"), EngineLine(4, "(0) [header IN] \r"),
+                            EngineLine(4, "(0) [header IN] two"), EngineLine(4, "(0) [header IN] ----")));
+    EXPECT_THAT(traced(9, CURLINFO_DATA_IN, "a\n\n\nb"),
+                ElementsAre(EngineLine(9, "(0) [data IN] a"), EngineLine(9, "(0) [data IN] b"),
+                            EngineLine(9, "(0) [data IN] ----")));
+}
+
+TEST_F(TraceTest, OutgoingBlockConcealsCredentialsOnly) {
+    EXPECT_THAT(
+        traced(4, CURLINFO_HEADER_OUT,
+               "GET / HTTP/1.1\r\nHost: h\r\nAuthorization: Bearer secret\r\nproxy-authorization: Basic "
+               "secret\r\nAccept: */*\r\n\r\n"),
+        ElementsAre(EngineLine(4, "(0) [header OUT] GET / HTTP/1.1\r"), EngineLine(4, "(0) [header OUT] Host: h\r"),
+                    EngineLine(4, "(0) [header OUT] Authorization: xxxxxx"),
+                    EngineLine(4, "(0) [header OUT] proxy-authorization: xxxxxx"),
+                    EngineLine(4, "(0) [header OUT] Accept: */*"), EngineLine(4, "(0) [header OUT] ----")));
+}
+
+TEST_F(TraceTest, ReceivedAuthorizationIsShown) {
+    EXPECT_THAT(traced(4, CURLINFO_HEADER_IN, "Authorization: shown\r\n"),
+                ElementsAre(EngineLine(4, "(0) [header IN] Authorization: shown")));
+}
+
+// What the trace writes about real transfers.
+class EngineTraceTest : public EngineTest {
+ protected:
+    EngineTraceTest() { startEngine(); }
+
+    RecordingRequestPtr finish(const RequestConfig& config) {
+        const auto made = run(config);
+        made->outcome.awaitCount(1);
+        drain();
+        return made;
+    }
+
+    static std::vector<std::string> linesWith(const LogCapture& log, const std::string& part) {
+        std::vector<std::string> found;
+        for (const CapturedLine& line : log.lines()) {
+            if (line.text.find(part) != std::string::npos) found.push_back(line.text);
+        }
+        return found;
+    }
+};
+
+TEST_F(EngineTraceTest, TransferIsTracedUnderItsRequestsId) {
+    server.enqueue(Reply(200).body("answer"));
+    const LogCapture log("HttpClient", 9);
+    RequestConfig config = get("/path");
+    config.method = Method::POST;
+    config.body = "question";
+    config.headers.clear();
+    const std::string id = "(" + std::to_string(finish(config)->id()) + ") ";
+    EXPECT_THAT(
+        linesWith(log, "[header OUT]"),
+        ElementsAre(id + "[header OUT] POST /path HTTP/1.1\r", id + "[header OUT] Host: " + server.authority() + "\r",
+                    id + "[header OUT] Accept: */*\r",
+                    id + "[header OUT] User-Agent: Tervo/kel-http-default (id=noversion)\r",
+                    id + "[header OUT] Accept-Charset: ISO-8859-1,utf-8\r", id + "[header OUT] Content-Length: 8\r",
+                    id + "[header OUT] Content-Type: application/x-www-form-urlencoded", id + "[header OUT] ----"));
+    EXPECT_THAT(linesWith(log, "[header IN]"),
+                ElementsAre(id + "[header IN] HTTP/1.1 200 OK", id + "[header IN] Content-Length: 6"));
+    EXPECT_THAT(linesWith(log, "[data OUT]"), ElementsAre(id + "[data OUT] question"));
+    EXPECT_THAT(linesWith(log, "[data IN]"), ElementsAre(id + "[data IN] answer"));
+    EXPECT_THAT(linesWith(log, "[curl]"), Contains(HasSubstr("Connected to 127.0.0.1")));
+}
+
+TEST_F(EngineTraceTest, BodiesStayOutBelowTheirLevel) {
+    server.enqueue(Reply(200).body("answer"));
+    const LogCapture log("HttpClient", 8);
+    finish(get());
+    EXPECT_THAT(linesWith(log, "[header IN]"), Not(IsEmpty()));
+    EXPECT_THAT(linesWith(log, "[data"), IsEmpty());
+}
+
+TEST_F(EngineTraceTest, RequestMayKeepItsBodiesOut) {
+    server.enqueue(Reply(200).body("answer"));
+    const LogCapture log("HttpClient", 9);
+    RequestConfig config = get();
+    config.method = Method::PUT;
+    config.body = "question";
+    const auto request = this->request(config);
+    request->setAllowPayloadLogging(false);
+    request->runRequest();
+    request->outcome.await("end");
+    EXPECT_THAT(linesWith(log, "[header OUT]"), Not(IsEmpty()));
+    EXPECT_THAT(linesWith(log, "[data"), IsEmpty());
+    EXPECT_THAT(log.all(), Not(HasSubstr("question")));
+    EXPECT_THAT(log.all(), Not(HasSubstr("answer")));
+}
+
+TEST_F(EngineTraceTest, CallersTokenIsConcealedInEverySpelling) {
+    server.onRequest([](const ReceivedRequest&) { return Reply(200); });
+    for (const char* name : {"Authorization", "authorization", "AUTHORIZATION", "aUTHORIZATION", "Proxy-Authorization",
+                             "proxy-authorization", "X-Authorization"}) {
+        const LogCapture log(9);
+        RequestConfig config = get();
+        config.headers[name] = "Bearer token-to-hide";
+        finish(config);
+        EXPECT_EQ(server.requests().back().header(name), "Bearer token-to-hide");
+        EXPECT_THAT(log.all(), HasSubstr(std::string(name) + ": xxxxxx\n"));
+        EXPECT_THAT(log.all(), Not(HasSubstr("token-to-hide")));
+    }
+}
+
+TEST_F(EngineTraceTest, PasswordsAreConcealed) {
+    const NginxServer nginx;
+    const LogCapture log(9);
+    RequestConfig config;
+    config.url = nginx.url("/auth/secret");
+    config.user = NginxServer::AuthUser;
+    config.password = NginxServer::AuthPassword;
+    EXPECT_EQ(finish(config)->body(), "welcome");
+    EXPECT_THAT(linesWith(log, "Authorization: xxxxxx"), SizeIs(1));
+    EXPECT_THAT(log.all(), Not(HasSubstr(Credentials)));
+    EXPECT_THAT(log.all(), Not(HasSubstr(NginxServer::AuthPassword)));
+}
+
+// Over HTTP/2 libcurl traces names in lower case, and prints every header as text besides.
+TEST_F(EngineTraceTest, CredentialsAreConcealedOverHttp2) {
+    NginxServer::Options options;
+    options.tls = true;
+    const NginxServer nginx(options);
+    const LogCapture log(9);
+    RequestConfig config;
+    config.url = nginx.tlsUrl("/auth/secret");
+    config.tls_verify = false;
+    config.user = NginxServer::AuthUser;
+    config.password = NginxServer::AuthPassword;
+    const auto request = finish(config);
+    EXPECT_EQ(request->body(), "welcome");
+    EXPECT_THAT(request->hooks.events(), Contains("header HTTP/2 200 "));
+    EXPECT_THAT(log.all(), Not(HasSubstr(Credentials)));
+
+    config.user.clear();
+    config.url = nginx.tlsUrl("/status/200");
+    config.headers["AuthoriZation"] = "Bearer token-to-hide]";
+    config.headers["Proxy-Authorization"] = "Bearer token-to-hide";
+    finish(config);
+    EXPECT_THAT(linesWith(log, "[authorization: xxxxxx]"), Not(IsEmpty()));
+    EXPECT_THAT(log.all(), Not(HasSubstr("token-to-hide")));
+}
+
+// A header block that does not go out in one piece is traced in pieces, some of which begin inside a credential.
+TEST_F(EngineTraceTest, LongTokenIsConcealedToItsEnd) {
+    server.onRequest([](const ReceivedRequest&) { return Reply(200); });
+    std::string token;
+    while (token.size() < 300000) token += "token-to-hide,";
+    const LogCapture log(9);
+    for (const Method method : {Method::GET, Method::POST, Method::PUT}) {
+        RequestConfig config = get();
+        config.method = method;
+        if (method != Method::GET) config.body = "question";
+        config.headers["Authorization"] = token;
+        finish(config);
+        EXPECT_EQ(server.requests().back().header("Authorization").value_or(""), token);
+    }
+    EXPECT_THAT(linesWith(log, "token-to-hide"), IsEmpty());
+}
+
+TEST_F(EngineTraceTest, LongTokenIsConcealedOverTls) {
+    NginxServer::Options options;
+    options.tls = true;
+    options.directives = "large_client_header_buffers 4 900k; client_header_buffer_size 900k;";
+    const NginxServer nginx(options);
+    std::string token;
+    while (token.size() < 300000) token += "token-to-hide,";
+    const LogCapture log(9);
+    RequestConfig config;
+    config.url = nginx.tlsUrl("/status/200");
+    config.tls_verify = false;
+    config.headers["Authorization"] = token;
+    finish(config);
+    EXPECT_THAT(linesWith(log, "token-to-hide"), IsEmpty());
+}
+
+}  // namespace
+}  // namespace kel::http::test
