@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: MIT
+#include "curl/LineMatcher.h"
+#include "fixture/EngineTest.h"
+#include "support/NginxServer.h"
+#include "support/TemporaryDirectory.h"
+#include "support/TestCertificates.h"
+
+namespace kel::http::test {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+const std::string Untrusted = "failure 2: " + std::string(curl_easy_strerror(CURLE_PEER_FAILED_VERIFICATION));
+
+NginxServer::Options overTls(const std::string& directives = {}) {
+    NginxServer::Options options;
+    options.tls = true;
+    options.directives = directives;
+    return options;
+}
+
+class EngineTlsTest : public EngineTest {
+ protected:
+    EngineTlsTest() { startEngine(); }
+
+    static RequestConfig to(const NginxServer& server) {
+        RequestConfig config;
+        config.url = server.tlsUrl("/status/200");
+        return config;
+    }
+
+    // A connection that is open already would do without what the test is about.
+    std::string outcomeOf(RequestConfig config) {
+        config.reset_state = true;
+        const auto made = run(config);
+        made->outcome.awaitCount(1);
+        return made->outcome.events().at(0);
+    }
+
+    NginxServer nginx{overTls()};
+};
+
+TEST_F(EngineTlsTest, TrustedAuthorityIsAccepted) {
+    RequestConfig config = to(nginx);
+    config.ca_file = TestCertificates::shared().caFile();
+    EXPECT_EQ(outcomeOf(config), "end");
+    config.url = "https://localhost:" + std::to_string(nginx.tlsPort()) + "/status/200";
+    EXPECT_EQ(outcomeOf(config), "end");
+}
+
+TEST_F(EngineTlsTest, UnknownAuthorityIsRefusedWithAPlainText) {
+    const LogCapture log("HttpClient", 1);
+    EXPECT_EQ(outcomeOf(to(nginx)), Untrusted);
+    EXPECT_THAT(log.lines(), Contains(EngineLine(1, "Got unexpected Curl error code: 60")));
+    // The log has the details that the text leaves out.
+    EXPECT_TRUE(log.contains("': SSL certificate problem: "));
+}
+
+TEST_F(EngineTlsTest, OtherAuthorityIsRefused) {
+    const TestCertificates others;
+    RequestConfig config = to(nginx);
+    config.ca_file = others.caFile();
+    EXPECT_EQ(outcomeOf(config), Untrusted);
+}
+
+TEST_F(EngineTlsTest, EmptyAuthorityFileTrustsNobody) {
+    RequestConfig config = to(nginx);
+    config.ca_file = "";
+    EXPECT_EQ(outcomeOf(config), Untrusted);
+    config.ca_dir = "";
+    EXPECT_EQ(outcomeOf(config), Untrusted);
+}
+
+TEST_F(EngineTlsTest, AuthorityFileThatIsNotThereFails) {
+    RequestConfig config = to(nginx);
+    config.ca_file = "/nonexistent/ca.pem";
+    EXPECT_THAT(outcomeOf(config), StartsWith("failure 2: error setting certificate"));
+}
+
+TEST_F(EngineTlsTest, WithoutVerificationAnyCertificateIsAccepted) {
+    RequestConfig config = to(nginx);
+    config.tls_verify = false;
+    EXPECT_EQ(outcomeOf(config), "end");
+    config.ca_file = "/nonexistent/ca.pem";
+    EXPECT_EQ(outcomeOf(config), "end");
+}
+
+TEST_F(EngineTlsTest, CertificateOfAnotherHostIsRefused) {
+    CertificateWish wish;
+    wish.common_name = "other.example";
+    wish.subject_alt_names = "DNS:other.example";
+    const CertificateFiles files = TestCertificates::shared().issue("other", wish);
+    NginxServer::Options options = overTls();
+    options.certificate_file = files.certificate_file;
+    options.key_file = files.key_file;
+    const NginxServer other(options);
+    RequestConfig config = to(other);
+    config.ca_file = TestCertificates::shared().caFile();
+    EXPECT_EQ(outcomeOf(config), Untrusted);
+    config.tls_verify = false;
+    EXPECT_EQ(outcomeOf(config), "end");
+}
+
+TEST_F(EngineTlsTest, OldServerIsRefused) {
+    const NginxServer old(overTls("ssl_protocols TLSv1; ssl_ciphers ALL:@SECLEVEL=0;"));
+    RequestConfig config = to(old);
+    config.tls_verify = false;
+    EXPECT_THAT(outcomeOf(config), StartsWith("failure 2: "));
+    config.min_tls_version = MinTlsVersion::tls1_2;
+    EXPECT_THAT(outcomeOf(config), StartsWith("failure 2: "));
+}
+
+TEST_F(EngineTlsTest, EveryFloorAcceptsAServerOfToday) {
+    RequestConfig config = to(nginx);
+    config.ca_file = TestCertificates::shared().caFile();
+    for (const auto floor : {MinTlsVersion::tls1_0, MinTlsVersion::tls1_1, MinTlsVersion::tls1_2}) {
+        config.min_tls_version = floor;
+        EXPECT_EQ(outcomeOf(config), "end");
+    }
+}
+
+TEST_F(EngineTlsTest, ServerWithoutTlsFailsWithAPlainText) {
+    server.onRequest([](const ReceivedRequest&) { return Reply(200); });
+    RequestConfig config;
+    config.url = "https://" + server.authority();
+    EXPECT_EQ(outcomeOf(config), "failure 2: " + std::string(curl_easy_strerror(CURLE_SSL_CONNECT_ERROR)));
+}
+
+}  // namespace
+}  // namespace kel::http::test
