@@ -1,0 +1,367 @@
+// SPDX-License-Identifier: MIT
+#include "curl/Interposed.h"
+
+#include <dlfcn.h>
+#include <netdb.h>
+#include <sys/eventfd.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <cstdarg>
+#include <cstring>
+#include <map>
+#include <mutex>
+
+#include "support/Deadline.h"
+
+// Only so can it be defined.
+#undef curl_easy_setopt
+#undef curl_easy_getinfo
+
+namespace kel::http::test {
+namespace {
+
+struct Answer {
+    CURLcode result;
+    curl_off_t value;
+};
+
+struct State {
+    EventLog calls;
+    std::atomic<std::size_t> selects{0};
+    std::atomic<int> select_failures{0};
+    std::atomic<int> select_error{0};
+    std::atomic<bool> write_fails{false};
+    std::atomic<bool> read_fails{false};
+    std::atomic<bool> mime_init_fails{false};
+    std::atomic<bool> mime_part_fails{false};
+    std::atomic<std::size_t> send_limit{0};
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<std::string> options;
+    std::vector<Interposed::RawLine> raw_lines;
+    std::map<CURLINFO, Answer> answers;
+    std::optional<long> timer;
+    bool names_are_held = false;
+    bool names_are_ours = false;
+};
+
+// Never destroyed: threads may call to the very end.
+State& state() {
+    static auto* const instance = new State;
+    return *instance;
+}
+
+template <typename Function>
+Function* next(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+std::string nameOf(CURLoption option) {
+#define KEL_NAME(name) \
+    case name:         \
+        return #name;
+    switch (option) {
+        KEL_NAME(CURLOPT_CAINFO)
+        KEL_NAME(CURLOPT_CAPATH)
+        KEL_NAME(CURLOPT_COOKIESESSION)
+        KEL_NAME(CURLOPT_COPYPOSTFIELDS)
+        KEL_NAME(CURLOPT_CUSTOMREQUEST)
+        KEL_NAME(CURLOPT_DEBUGDATA)
+        KEL_NAME(CURLOPT_DEBUGFUNCTION)
+        KEL_NAME(CURLOPT_DEFAULT_PROTOCOL)
+        KEL_NAME(CURLOPT_DNS_CACHE_TIMEOUT)
+        KEL_NAME(CURLOPT_ERRORBUFFER)
+        KEL_NAME(CURLOPT_FOLLOWLOCATION)
+        KEL_NAME(CURLOPT_FRESH_CONNECT)
+        KEL_NAME(CURLOPT_HEADERDATA)
+        KEL_NAME(CURLOPT_HEADERFUNCTION)
+        KEL_NAME(CURLOPT_HTTPAUTH)
+        KEL_NAME(CURLOPT_HTTPHEADER)
+        KEL_NAME(CURLOPT_INFILESIZE)
+        KEL_NAME(CURLOPT_IPRESOLVE)
+        KEL_NAME(CURLOPT_MAXFILESIZE)
+        KEL_NAME(CURLOPT_MAXREDIRS)
+        KEL_NAME(CURLOPT_MAX_RECV_SPEED_LARGE)
+        KEL_NAME(CURLOPT_MIMEPOST)
+        KEL_NAME(CURLOPT_NOPROGRESS)
+        KEL_NAME(CURLOPT_NOSIGNAL)
+        KEL_NAME(CURLOPT_PASSWORD)
+        KEL_NAME(CURLOPT_POSTFIELDSIZE)
+        KEL_NAME(CURLOPT_READDATA)
+        KEL_NAME(CURLOPT_READFUNCTION)
+        KEL_NAME(CURLOPT_RESUME_FROM)
+        KEL_NAME(CURLOPT_SEEKDATA)
+        KEL_NAME(CURLOPT_SEEKFUNCTION)
+        KEL_NAME(CURLOPT_SSLVERSION)
+        KEL_NAME(CURLOPT_SSL_VERIFYHOST)
+        KEL_NAME(CURLOPT_SSL_VERIFYPEER)
+        KEL_NAME(CURLOPT_TIMEOUT_MS)
+        KEL_NAME(CURLOPT_UPLOAD)
+        KEL_NAME(CURLOPT_URL)
+        KEL_NAME(CURLOPT_USERNAME)
+        KEL_NAME(CURLOPT_VERBOSE)
+        KEL_NAME(CURLOPT_WRITEDATA)
+        KEL_NAME(CURLOPT_WRITEFUNCTION)
+        KEL_NAME(CURLOPT_XFERINFODATA)
+        KEL_NAME(CURLOPT_XFERINFOFUNCTION)
+        default:
+            // Some have another name in newer releases.
+            return "CURLOPT_" + std::to_string(static_cast<int>(option));
+    }
+#undef KEL_NAME
+}
+
+bool isText(CURLoption option) {
+    constexpr std::array<CURLoption, 7> texts = {CURLOPT_CAINFO,           CURLOPT_CAPATH,   CURLOPT_CUSTOMREQUEST,
+                                                 CURLOPT_DEFAULT_PROTOCOL, CURLOPT_PASSWORD, CURLOPT_URL,
+                                                 CURLOPT_USERNAME};
+    return std::find(texts.begin(), texts.end(), option) != texts.end();
+}
+
+std::string shown(CURLoption option, const void* pointer, const void* easy) {
+    if (pointer == nullptr) return "null";
+    if (isText(option)) return static_cast<const char*>(pointer);
+    return pointer == easy ? "easy" : "set";
+}
+
+void note(CURLoption option, const std::string& value) {
+    const std::lock_guard lock(state().mutex);
+    state().options.push_back(nameOf(option) + '=' + value);
+}
+
+void reset() {
+    State& now = state();
+    now.calls.clear();
+    now.selects = 0;
+    now.select_failures = 0;
+    now.write_fails = false;
+    now.read_fails = false;
+    now.mime_init_fails = false;
+    now.mime_part_fails = false;
+    now.send_limit = 0;
+    const std::lock_guard lock(now.mutex);
+    now.options.clear();
+    now.raw_lines.clear();
+    now.answers.clear();
+    now.timer.reset();
+    now.names_are_held = false;
+    now.names_are_ours = false;
+    now.changed.notify_all();
+}
+
+}  // namespace
+
+Interposed::Interposed() {
+    reset();
+}
+
+Interposed::~Interposed() {
+    reset();
+}
+
+const EventLog& Interposed::calls() const {
+    return state().calls;
+}
+
+std::size_t Interposed::selects() const {
+    return state().selects;
+}
+
+std::vector<std::string> Interposed::options() const {
+    const std::lock_guard lock(state().mutex);
+    return state().options;
+}
+
+void Interposed::forgetOptions() {
+    const std::lock_guard lock(state().mutex);
+    state().options.clear();
+}
+
+std::vector<Interposed::RawLine> Interposed::rawLines() const {
+    const std::lock_guard lock(state().mutex);
+    return state().raw_lines;
+}
+
+void Interposed::failSelects(int count, int error) {
+    state().select_error = error;
+    state().select_failures = count;
+}
+
+void Interposed::setTimer(std::optional<long> milliseconds) {
+    const std::lock_guard lock(state().mutex);
+    state().timer = milliseconds;
+}
+
+void Interposed::failEventfdWrites(bool fail) {
+    state().write_fails = fail;
+}
+
+void Interposed::failEventfdReads(bool fail) {
+    state().read_fails = fail;
+}
+
+void Interposed::answerInfo(CURLINFO info, CURLcode result, curl_off_t value) {
+    const std::lock_guard lock(state().mutex);
+    state().answers[info] = {result, value};
+}
+
+void Interposed::failMimeInit() {
+    state().mime_init_fails = true;
+}
+
+void Interposed::failMimePart() {
+    state().mime_part_fails = true;
+}
+
+void Interposed::holdNames() {
+    const std::lock_guard lock(state().mutex);
+    state().names_are_held = true;
+    state().names_are_ours = true;
+}
+
+void Interposed::releaseNames() {
+    const std::lock_guard lock(state().mutex);
+    state().names_are_held = false;
+    state().changed.notify_all();
+}
+
+void Interposed::limitSends(std::size_t bytes) {
+    state().send_limit = bytes;
+}
+
+}  // namespace kel::http::test
+
+using kel::http::test::next;
+using kel::http::test::state;
+
+extern "C" {
+
+int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout) {
+    static auto* const real = next<int(int, fd_set*, fd_set*, fd_set*, timeval*)>("select");
+    ++state().selects;
+    if (timeout != nullptr) {
+        state().calls.add("select " + std::to_string(timeout->tv_sec) + ' ' + std::to_string(timeout->tv_usec));
+    }
+    if (state().select_failures > 0) {
+        --state().select_failures;
+        for (fd_set* set : {readable, writable, exceptional}) {
+            for (int descriptor = 0; descriptor < count; ++descriptor) FD_SET(descriptor, set);
+        }
+        errno = state().select_error;
+        return -1;
+    }
+    return real(count, readable, writable, exceptional, timeout);
+}
+
+CURLMcode curl_multi_wait(CURLM* multi, curl_waitfd* extra, unsigned int count, int timeout_ms, int* ready) {
+    static auto* const real = next<CURLMcode(CURLM*, curl_waitfd*, unsigned int, int, int*)>("curl_multi_wait");
+    state().calls.add("wait " + std::to_string(timeout_ms));
+    return real(multi, extra, count, timeout_ms, ready);
+}
+
+CURLMcode curl_multi_timeout(CURLM* multi, long* milliseconds) {
+    static auto* const real = next<CURLMcode(CURLM*, long*)>("curl_multi_timeout");
+    const std::lock_guard lock(state().mutex);
+    if (!state().timer) return real(multi, milliseconds);
+    *milliseconds = *state().timer;
+    return CURLM_OK;
+}
+
+int eventfd_write(int descriptor, eventfd_t value) {
+    static auto* const real = next<int(int, eventfd_t)>("eventfd_write");
+    state().calls.add("eventfd_write");
+    const int result = real(descriptor, value);
+    return state().write_fails ? -1 : result;
+}
+
+int eventfd_read(int descriptor, eventfd_t* value) {
+    static auto* const real = next<int(int, eventfd_t*)>("eventfd_read");
+    state().calls.add("eventfd_read");
+    const int result = real(descriptor, value);
+    return state().read_fails ? -1 : result;
+}
+
+void tovanlog_write(int severity, int channel, const char* text, std::size_t length) {
+    static auto* const real = next<void(int, int, const char*, std::size_t)>("tovanlog_write");
+    {
+        const std::lock_guard lock(state().mutex);
+        state().raw_lines.push_back({severity, channel, text, length});
+    }
+    real(severity, channel, text, length);
+}
+
+CURLcode curl_easy_setopt(CURL* easy, CURLoption option, ...) {
+    static auto* const real = next<CURLcode(CURL*, CURLoption, ...)>("curl_easy_setopt");
+    std::va_list arguments;
+    va_start(arguments, option);
+    CURLcode result = CURLE_OK;
+    if (option >= CURLOPTTYPE_OFF_T) {
+        const auto number = va_arg(arguments, curl_off_t);
+        kel::http::test::note(option, std::to_string(number));
+        result = real(easy, option, number);
+    } else if (option >= CURLOPTTYPE_OBJECTPOINT) {
+        auto* const pointer = va_arg(arguments, void*);
+        kel::http::test::note(option, kel::http::test::shown(option, pointer, easy));
+        result = real(easy, option, pointer);
+    } else {
+        const auto number = va_arg(arguments, long);
+        kel::http::test::note(option, std::to_string(number));
+        result = real(easy, option, number);
+    }
+    va_end(arguments);
+    return result;
+}
+
+CURLcode curl_easy_getinfo(CURL* easy, CURLINFO info, ...) {
+    static auto* const real = next<CURLcode(CURL*, CURLINFO, ...)>("curl_easy_getinfo");
+    std::va_list arguments;
+    va_start(arguments, info);
+    auto* const target = va_arg(arguments, void*);
+    va_end(arguments);
+    {
+        const std::lock_guard lock(state().mutex);
+        const auto found = state().answers.find(info);
+        if (found != state().answers.end()) {
+            if (found->second.result == CURLE_OK) *static_cast<curl_off_t*>(target) = found->second.value;
+            return found->second.result;
+        }
+    }
+    return real(easy, info, target);
+}
+
+curl_mime* curl_mime_init(CURL* easy) {
+    static auto* const real = next<curl_mime*(CURL*)>("curl_mime_init");
+    return state().mime_init_fails ? nullptr : real(easy);
+}
+
+curl_mimepart* curl_mime_addpart(curl_mime* mime) {
+    static auto* const real = next<curl_mimepart*(curl_mime*)>("curl_mime_addpart");
+    return state().mime_part_fails ? nullptr : real(mime);
+}
+
+int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** result) {
+    static auto* const real = next<int(const char*, const char*, const addrinfo*, addrinfo**)>("getaddrinfo");
+    std::unique_lock lock(state().mutex);
+    if (!state().names_are_ours) {
+        lock.unlock();
+        return real(name, service, hints, result);
+    }
+    state().calls.add(std::string("resolve ") + name);
+    kel::http::test::awaitUntil(state().changed, lock, "releaseNames()", [] { return !state().names_are_held; });
+    lock.unlock();
+    return real("127.0.0.1", service, hints, result);
+}
+
+ssize_t send(int socket, const void* bytes, std::size_t count, int flags) {
+    static auto* const real = next<ssize_t(int, const void*, std::size_t, int)>("send");
+    const std::size_t limit = state().send_limit;
+    return real(socket, bytes, limit == 0 ? count : std::min(count, limit), flags);
+}
+}

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <curl/curl.h>
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/EventLog.h"
+
+namespace kel::http::test {
+
+// A program that links this file has functions of its own in the place of some of the system's and of libcurl's: they
+// note the calls, do what a test says, and otherwise hand over to the real ones.
+//
+// Life:    each object starts from the real behaviour and without notes, and ends so. One at a time.
+// Threads: any.
+class Interposed {
+ public:
+    Interposed();
+    ~Interposed();
+    Interposed(const Interposed&) = delete;
+    Interposed& operator=(const Interposed&) = delete;
+
+    // --- notes ---
+    // "select SECONDS MICROSECONDS" before each wait, "wait MILLISECONDS" for curl_multi_wait, "eventfd_write",
+    // "eventfd_read", "resolve NAME", in order.
+    const EventLog& calls() const;
+    std::size_t selects() const;
+    // The options set on easy handles, in order: "CURLOPT_NAME=value", where a pointer is "easy" (the handle itself),
+    // "null" or "set".
+    std::vector<std::string> options() const;
+    void forgetOptions();
+    // What was written past all loggers.
+    struct RawLine {
+        int severity;
+        int channel;
+        std::string text;
+        std::size_t length;
+    };
+    std::vector<RawLine> rawLines() const;
+
+    // --- behaviour ---
+    // So many of the next selects fail with `error` at once, with all descriptors left set.
+    void failSelects(int count, int error);
+    // libcurl's next timer, in milliseconds; none: libcurl's own answer.
+    void setTimer(std::optional<long> milliseconds);
+    // The descriptor is written and read all the same.
+    void failEventfdWrites(bool fail);
+    void failEventfdReads(bool fail);
+    // What curl_easy_getinfo() answers to `info` from now on.
+    void answerInfo(CURLINFO info, CURLcode result, curl_off_t value);
+    // The next call of curl_mime_init() or curl_mime_addpart() has no memory.
+    void failMimeInit();
+    void failMimePart();
+    // Name look-ups wait for release; each name is then found on 127.0.0.1.
+    void holdNames();
+    void releaseNames();
+    // Every send(2) takes so many bytes at most.
+    void limitSends(std::size_t bytes);
+};
+
+}  // namespace kel::http::test
