@@ -71,7 +71,7 @@ FloorLoop::~FloorLoop() {
 }
 
 void FloorLoop::get(const std::string& url) {
-    auto transfer = std::make_shared<FloorTransfer>(url);
+    auto transfer = std::make_shared<FloorTransfer>(url, executor_);
     {
         ko::lock_guard lock(mutex_);
         queued_.push_back(std::move(transfer));
@@ -132,6 +132,7 @@ void FloorLoop::deliverFinished() {
         const TransferPtr transfer = transfers_.at(easy);
         transfers_.erase(easy);
         transfer->finish(result);
+        transfer->postReports();
         // The answer goes first, as the engine has it: what libcurl cleans up need not be waited for.
         executor_.post([this, transfer] { recipient_.onAnswer(transfer->status(), transfer->body()); }, 0);
         curl_multi_remove_handle(multi_, easy);

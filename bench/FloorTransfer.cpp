@@ -78,6 +78,11 @@ void FloorTransfer::finish(CURLcode result) {
     curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
     status_ = static_cast<int>(status);
     curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, nullptr);
+    if (total_ != 0) ++completions_;
+}
+
+void FloorTransfer::postReports() {
+    for (; completions_ > 0; --completions_) executor_.post([] {}, 0);
 }
 
 void FloorTransfer::release() {
@@ -101,8 +106,10 @@ std::size_t FloorTransfer::takeBody(char* data, std::size_t size, std::size_t co
     return size * count;
 }
 
-int FloorTransfer::takeProgress(void* transfer, curl_off_t, curl_off_t now, curl_off_t, curl_off_t) {
-    static_cast<FloorTransfer*>(transfer)->received_ = now;
+int FloorTransfer::takeProgress(void* transfer, curl_off_t total, curl_off_t now, curl_off_t, curl_off_t) {
+    FloorTransfer& self = *static_cast<FloorTransfer*>(transfer);
+    self.total_ = total;
+    if (now == total && total != 0) ++self.completions_;
     return 0;
 }
 

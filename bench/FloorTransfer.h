@@ -6,6 +6,8 @@
 #include <array>
 #include <string>
 
+#include "ko/executor.h"
+
 namespace kel::http::bench {
 
 // One GET request of the floor: a fresh easy handle with the options that the engine sets, and what the answer brings.
@@ -13,7 +15,7 @@ namespace kel::http::bench {
 // Threads: made and read on the executor's thread, in between on the loop's alone.
 class FloorTransfer {
  public:
-    explicit FloorTransfer(const std::string& url) : url_(url) {}
+    FloorTransfer(const std::string& url, ko::executor& executor) : url_(url), executor_(executor) {}
     FloorTransfer(const FloorTransfer&) = delete;
     FloorTransfer& operator=(const FloorTransfer&) = delete;
     ~FloorTransfer() { release(); }
@@ -23,6 +25,9 @@ class FloorTransfer {
 
     // Reads the outcome off the easy handle, which has then done its work. A failed transfer ends the process.
     void finish(CURLcode result);
+
+    // Each report of a complete body crosses to the executor as a task of its own, ahead of the answer.
+    void postReports();
 
     // Frees what libcurl has. The loop's thread.
     void release();
@@ -43,12 +48,14 @@ class FloorTransfer {
     static int watchSocket(void* context, curl_socket_t descriptor, curlsocktype purpose);
 
     const std::string url_;
+    ko::executor& executor_;
+    int completions_ = 0;
     CURL* easy_ = nullptr;
     curl_slist* header_lines_ = nullptr;
     std::array<char, CURL_ERROR_SIZE> error_text_{};
     std::string headers_;
     std::string body_;
-    curl_off_t received_ = 0;
+    curl_off_t total_ = 0;
     int status_ = 0;
 };
 

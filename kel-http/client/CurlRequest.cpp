@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "kel-http/client/CurlRequest.h"
 
-#include <sstream>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
-#include "kel-http/client/HeaderLine.h"
+#include "kel-http/model/HeaderLine.h"
 #include "kel-http/protocol.h"
-#include "ko/assert.h"
 #include "logging/tovanlog.h"
 
 namespace kel::http {
@@ -17,6 +16,9 @@ namespace {
 constexpr int response_tag = 4035;
 constexpr int error_tag = 4036;
 constexpr int progress_tag = 4037;
+
+// What one answer's header block hardly ever exceeds, so that it is collected without moving it.
+constexpr std::size_t usual_header_bytes = 512;
 
 [[noreturn]] void stop_at_conversion(std::string_view format) {
     constexpr std::string_view function = "kel::http::ClientFailure {anonymous}::convert_failure(kel::http::Failure)";
@@ -64,28 +66,31 @@ ClientImpl::CurlRequest::CurlRequest(std::shared_ptr<ClientImpl> owner, RequestI
 void ClientImpl::CurlRequest::notifyHeader(std::string_view line) {
     if (isStatusLine(line)) header_block_complete = false;
     if (isBlankLine(line)) header_block_complete = true;
-    // Of repeated headers the first one stays.
-    if (auto header = parseHeaderLine(line)) headers.emplace(std::move(header->name), std::move(header->value));
+    if (!endsWithCrLf(line)) return;
+    if (header_lines.empty()) header_lines.reserve(usual_header_bytes);
+    header_lines.append(line);
 }
 
 // While paused nothing is touched: libcurl delivers the same bytes again afterwards.
 int ClientImpl::CurlRequest::notifyDataReceived(std::string_view data) {
     if (isPaused()) return 1;
-    if (!output) open_output();
+    if (download_path && !output) output = open_download();
     if (config.size_limit && std::uint64_t{received_bytes} + data.size() > *config.size_limit) {
         throw std::runtime_error("Received data exceeds limit");
     }
-    output->write(data.data(), static_cast<std::streamsize>(data.size()));
-    if (output->fail()) throw std::runtime_error("Failed write to file");
+    if (!take(data)) throw std::runtime_error("Failed write to file");
     received_bytes += static_cast<std::uint32_t>(data.size());
     return 0;
 }
 
-void ClientImpl::CurlRequest::open_output() {
-    if (download_path) {
-        output = open_download();
-    } else {
-        output = std::make_unique<std::ostringstream>();
+bool ClientImpl::CurlRequest::take(std::string_view data) {
+    if (output) return output->write(data.data(), static_cast<std::streamsize>(data.size())).good();
+    try {
+        body.append(data);
+        return true;
+    } catch (const std::bad_alloc&) {
+        // No exception may pass through libcurl, and a body that is too large is no reason to end the process.
+        return false;
     }
 }
 
@@ -96,21 +101,9 @@ void ClientImpl::CurlRequest::notifyDataEnd() {
         return;
     }
     if (download_path && !finish_download()) return;
-    dispatch_response(download_path ? std::string() : take_body());
-}
-
-std::string ClientImpl::CurlRequest::take_body() {
-    if (!output) return {};
-    const auto* const text = dynamic_cast<std::ostringstream*>(output.get());
-    KO_ASSERT(text);
-    return text->str();
-}
-
-void ClientImpl::CurlRequest::dispatch_response(std::string body) {
     output.reset();
     ResponseData data(static_cast<int>(getResponseCode()), {}, {}, getRedirectUrl(),
                       static_cast<int>(getRedirectCount()));
-    data.headers = std::move(headers);
     data.body = std::move(body);
     data.timing_data = getTimingData();
     dispatch_to_client(std::move(data));
@@ -130,7 +123,7 @@ void ClientImpl::CurlRequest::notifyFailure(Failure failure, std::string_view me
 void ClientImpl::CurlRequest::notifyRemoteAddr(std::string address, long port) {
     // It comes with every header line and hardly ever changes.
     if (port == peer_port && address == peer_address) return;
-    remote_addr = fmt::format("{}:{}", address, port);
+    remote_addr.assign(address).append(":").append(std::to_string(port));
     peer_address = std::move(address);
     peer_port = port;
 }
@@ -145,21 +138,51 @@ void ClientImpl::CurlRequest::reportDownloadProgress(unsigned int total, unsigne
             break;
         case ProgressPace::Report::completion:
             // Without the offset of a resumed download: this report tells what this transfer brought.
-            report_progress(total, received);
+            report_completion(total, received);
             break;
     }
 }
 
 void ClientImpl::CurlRequest::report_progress(std::uint32_t total, std::uint32_t received) {
-    dispatch_to_client(ProgressData{request_id, remote_addr, total, received});
+    if (download_path) {
+        dispatch_to_client(ProgressData{request_id, remote_addr, total, received});
+    } else {
+        post_unheard_report();
+    }
 }
 
+// Nobody listens to the progress of a plain request, but an executor sees the same tasks of all requests.
+void ClientImpl::CurlRequest::post_unheard_report() {
+    client->executor.post([] {}, progress_tag);
+}
+
+// libcurl reports a complete body several times. Where nobody listens these tasks wait for the outcome, which follows
+// at once: the executor's thread is woken once instead of for each of them.
+void ClientImpl::CurlRequest::report_completion(std::uint32_t total, std::uint32_t received) {
+    if (download_path) {
+        report_progress(total, received);
+    } else {
+        ++waiting_reports;
+    }
+}
+
+void ClientImpl::CurlRequest::post_waiting_reports() {
+    for (; waiting_reports > 0; --waiting_reports) post_unheard_report();
+}
+
+// The headers are taken apart on the executor's thread: the engine's serves all transfers.
 void ClientImpl::CurlRequest::dispatch_to_client(ResponseData&& data) {
+    post_waiting_reports();
     client->executor.post(
-        [owner = client, id = request_id, record = std::move(data)] { owner->on_response(id, record); }, response_tag);
+        [owner = client, id = request_id, record = std::move(data), lines = std::move(header_lines)]() mutable {
+            record.headers = parseHeaderLines(lines);
+            owner->on_response(id, record);
+        },
+        response_tag);
 }
 
 void ClientImpl::CurlRequest::dispatch_to_client(ErrorData&& data) {
+    post_waiting_reports();
     client->executor.post([owner = client, id = request_id, record = std::move(data)] { owner->on_error(id, record); },
                           error_tag);
 }

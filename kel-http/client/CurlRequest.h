@@ -2,8 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <fstream>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <tl/optional.hpp>
 
@@ -36,8 +36,8 @@ class ClientImpl::CurlRequest : public Request {
     void reportDownloadProgress(unsigned int total, unsigned int received) override;
 
  private:
-    void open_output();
-    std::unique_ptr<std::ostream> open_download();
+    bool take(std::string_view data);
+    std::unique_ptr<std::ofstream> open_download();
 
     // The end of a download. False: it went wrong, and the failure has been reported.
     bool finish_download();
@@ -46,9 +46,10 @@ class ClientImpl::CurlRequest : public Request {
     bool close_output();
     bool move_into_place();
 
-    std::string take_body();
-    void dispatch_response(std::string body);
     void report_progress(std::uint32_t total, std::uint32_t received);
+    void report_completion(std::uint32_t total, std::uint32_t received);
+    void post_unheard_report();
+    void post_waiting_reports();
 
     void dispatch_to_client(ResponseData&& data);
     void dispatch_to_client(ErrorData&& data);
@@ -56,14 +57,17 @@ class ClientImpl::CurlRequest : public Request {
 
     const std::shared_ptr<ClientImpl> client;
     const RequestId request_id;
-    HeaderMap headers;
+    // The header lines of all answers, as they came.
+    std::string header_lines;
     const tl::optional<std::string> download_path;
-    // The sink of the body: an std::ostringstream, or an std::ofstream for a download. Made when the first data
-    // arrives.
-    std::unique_ptr<std::ostream> output;
+    // The body of a plain request.
+    std::string body;
+    // The file of a download; opened when the first data arrives.
+    std::unique_ptr<std::ofstream> output;
     // Where a download is written before it is renamed; empty when no such file is used.
     std::string temporary_path;
     ProgressPace progress_pace;
+    unsigned int waiting_reports = 0;
     std::string remote_addr;
     std::string peer_address;
     long peer_port = 0;

@@ -5,7 +5,6 @@
 
 #include "kel-http/client/CurlRequest.h"
 #include "kel-http/model/LogLine.h"
-#include "ko/assert.h"
 #include "ko/filesystem.h"
 
 namespace kel::http {
@@ -23,15 +22,14 @@ bool exists(const std::string& path) {
 
 // A file that was closed but could not be renamed is whole, and stays. The target itself is never removed.
 ClientImpl::CurlRequest::~CurlRequest() {
-    auto* const file = dynamic_cast<std::ofstream*>(output.get());
-    if (file == nullptr || !file->is_open()) return;
-    file->close();
+    if (!output || !output->is_open()) return;
+    output->close();
     if (config.keep_partial_download || temporary_path.empty()) return;
     boost::system::error_code ignored;
     fs::remove(temporary_path, ignored);
 }
 
-std::unique_ptr<std::ostream> ClientImpl::CurlRequest::open_download() {
+std::unique_ptr<std::ofstream> ClientImpl::CurlRequest::open_download() {
     auto file = std::make_unique<std::ofstream>();
     if (config.resume) {
         if (exists(*download_path)) resume_offset = static_cast<std::uint32_t>(fs::file_size(*download_path));
@@ -75,10 +73,8 @@ bool ClientImpl::CurlRequest::create_empty_file() {
 }
 
 bool ClientImpl::CurlRequest::close_output() {
-    auto* const file = dynamic_cast<std::ofstream*>(output.get());
-    KO_ASSERT(file);
-    file->close();
-    return file->good();
+    output->close();
+    return output->good();
 }
 
 bool ClientImpl::CurlRequest::move_into_place() {

@@ -19,4 +19,12 @@ Engine::ActiveTask::~ActiveTask() {
     if (uploadFile != nullptr) std::fclose(uploadFile);
 }
 
+void Engine::ActiveTask::lookUpPeer() {
+    const char* address = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_PRIMARY_IP, &address);
+    curl_easy_getinfo(easy, CURLINFO_PRIMARY_PORT, &peerPort);
+    if (address == nullptr) peerPort = 0;
+    peerAddress = address == nullptr ? "" : address;
+}
+
 }  // namespace kel::http

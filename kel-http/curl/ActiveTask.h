@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <string>
 
 #include "kel-http/curl/Engine.h"
 
@@ -19,6 +20,9 @@ struct Engine::ActiveTask {
     ActiveTask& operator=(const ActiveTask&) = delete;
     ~ActiveTask();
 
+    // Asks libcurl for the peer.
+    void lookUpPeer();
+
     std::shared_ptr<Request> request;
     CURL* easy;
     curl_slist* headers = nullptr;
@@ -26,6 +30,9 @@ struct Engine::ActiveTask {
     // Bytes of an in-memory PUT body that libcurl has taken.
     std::uint32_t uploadOffset = 0;
     std::FILE* uploadFile = nullptr;
+    // The peer, numeric, as of the last status line; the port is 0 as long as it is not known.
+    std::string peerAddress;
+    long peerPort = 0;
     // The trace saw the beginning of an outgoing header line whose rest is still to be sent.
     bool tracedLineIsOpen = false;
 };

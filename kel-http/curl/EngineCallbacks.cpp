@@ -6,6 +6,7 @@
 
 #include "kel-http/curl/ActiveTask.h"
 #include "kel-http/curl/Engine.h"
+#include "kel-http/model/HeaderLine.h"
 #include "kel-http/model/LogLine.h"
 
 namespace kel::http {
@@ -14,13 +15,12 @@ std::size_t Engine::writeHeader(void* data, std::size_t size, std::size_t nitems
     const std::size_t bytes = size * nitems;
     const TaskPtr task = currentEngine.load()->activeTasks.at(easy);
     if (!task->request) return bytes;
-    task->request->notifyHeader(std::string_view(static_cast<const char*>(data), bytes));
+    const std::string_view line(static_cast<const char*>(data), bytes);
+    task->request->notifyHeader(line);
 
-    const char* address = nullptr;
-    long port = 0;
-    curl_easy_getinfo(easy, CURLINFO_PRIMARY_IP, &address);
-    curl_easy_getinfo(easy, CURLINFO_PRIMARY_PORT, &port);
-    if (address != nullptr && port != 0) task->request->notifyRemoteAddr(address, port);
+    // Each line is told whose it is; another peer begins with a status line.
+    if (task->peerPort == 0 || isStatusLine(line)) task->lookUpPeer();
+    if (task->peerPort != 0) task->request->notifyRemoteAddr(task->peerAddress, task->peerPort);
     return bytes;
 }
 

@@ -109,7 +109,7 @@ void Engine::dumpRequest(const Request& request) {
 void Engine::addCallbacks(CURL* easy, Request& request) {
     curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L);
     curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &Engine::traceTransfer);
-    curl_easy_setopt(easy, CURLOPT_DEBUGDATA, logging::getLogger("HttpClient", 0));
+    curl_easy_setopt(easy, CURLOPT_DEBUGDATA, logger);
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, request.errorBuffer.data());
 }
 
@@ -190,15 +190,17 @@ void Engine::addCredentials(CURL* easy, const Request& request) {
 }
 
 void Engine::addHeadersToRequest(CURL* easy, RequestPtr request, TaskPtr task) {
+    static const std::string user_agent = "User-Agent";
     const RequestConfig& config = request->config;
     std::string line;
     for (const auto& [name, value] : config.headers) {
         const std::string fault = headerFault(name, value);
         if (!fault.empty()) throw std::invalid_argument(fault);
+        line.reserve(name.size() + 2 + value.size());
         line.assign(name).append(": ").append(value);
         appendHeader(task->headers, line.c_str());
     }
-    if (config.headers.find("User-Agent") == config.headers.end()) {
+    if (config.headers.find(user_agent) == config.headers.end()) {
         appendHeader(task->headers, "User-Agent: Tervo/kel-http-default (id=noversion)");
     }
     appendHeader(task->headers, "Accept-Charset: ISO-8859-1,utf-8");

@@ -9,6 +9,8 @@
 namespace kel::http {
 namespace {
 
+constexpr int lowest_threshold = 3;
+
 struct TraceKind {
     // The lowest verbosity at which the text is looked at.
     int threshold;
@@ -22,7 +24,7 @@ TraceKind kindOf(curl_infotype type) {
     constexpr int payload = log_level::payload;
     switch (type) {
         case CURLINFO_TEXT:
-            return {3, debug, "curl"};
+            return {lowest_threshold, debug, "curl"};
         case CURLINFO_HEADER_IN:
             return {debug, debug, "header IN"};
         case CURLINFO_HEADER_OUT:
@@ -67,6 +69,7 @@ void writeTrace(logging::Logger& logger, const TraceKind& kind, curl_infotype ty
 
 int Engine::traceTransfer(CURL* easy, curl_infotype type, char* data, std::size_t size, void* logger) {
     logging::Logger& log = *static_cast<logging::Logger*>(logger);
+    if (log.verbosity() < lowest_threshold) return 0;
     const TraceKind kind = kindOf(type);
     if (log.verbosity() < kind.threshold) return 0;
 

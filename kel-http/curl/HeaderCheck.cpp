@@ -3,15 +3,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <string_view>
 
 namespace kel::http {
 namespace {
 
-constexpr std::string_view line_breakers("\r\n\0", 3);
-
 bool breaksLine(std::string_view text) {
-    return text.find_first_of(line_breakers) != std::string_view::npos;
+    return std::any_of(text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
 }
 
 // A name with a line break in it may be a whole header that was read from a file, so only its beginning is told.

@@ -3,6 +3,8 @@
 
 #include <curl/curl.h>
 
+#include <tuple>
+
 #include "kel-http/curl/Engine.h"
 
 namespace kel::http {
@@ -12,9 +14,11 @@ std::atomic<std::uint16_t> next_id{1};
 
 }  // namespace
 
-Request::Request() : errorBuffer(CURL_ERROR_SIZE, '\0') {}
+Request::Request() = default;
 
-Request::Request(const RequestConfig& request_config) : config(request_config), errorBuffer(CURL_ERROR_SIZE, '\0') {}
+Request::Request(const RequestConfig& request_config) : config(request_config) {
+    static_assert(std::tuple_size_v<decltype(errorBuffer)> >= CURL_ERROR_SIZE);
+}
 
 Request::~Request() = default;
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <tl/optional.hpp>
-#include <vector>
 
 #include "kel-http/Failure.h"
 #include "kel-http/RequestConfig.h"
@@ -116,7 +116,7 @@ class Request : public std::enable_shared_from_this<Request> {
     std::atomic<std::uint16_t> requestId{0};
     tl::optional<TimingData> timingData;
     // libcurl writes its error text here (`CURLOPT_ERRORBUFFER`) until the transfer is handed over.
-    std::vector<char> errorBuffer;
+    std::array<char, 256> errorBuffer{};
     // A cancellation may come when the engine has no transfer to remove: before a queued set-up, or after the
     // completion was handed over. Whoever comes next sees this mark and stops.
     std::atomic<bool> cancelled{false};

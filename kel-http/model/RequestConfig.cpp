@@ -39,7 +39,6 @@ void add_optional_line(std::list<std::string>& lines, std::string_view label, co
 
 RequestConfig::RequestConfig()
     : method(Method::GET),
-      headers({{"Content-Type", "text/xml; charset=utf-8"}}),
       auth_method(AuthMethod::ANY),
       body_is_file(false),
       caller_handles_redirects(false),
@@ -52,7 +51,9 @@ RequestConfig::RequestConfig()
       timing_data(false),
       resume(false),
       keep_partial_download(false),
-      proxy(Proxy::use_proxy) {}
+      proxy(Proxy::use_proxy) {
+    headers.emplace("Content-Type", "text/xml; charset=utf-8");
+}
 
 RequestConfig::RequestConfig(Method request_method, const std::string& request_url, const HeaderMap& request_headers,
                              const std::string& request_body, std::chrono::milliseconds request_timeout)

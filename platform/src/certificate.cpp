@@ -8,6 +8,16 @@
 #include "ko/assert.h"
 
 namespace certificate {
+namespace {
+
+// Null for an unknown name.
+const std::string* find_path(const std::string& name) {
+    const auto& bundles = ko::host::current_settings().ca_bundles;
+    const auto found = bundles.find(name);
+    return found == bundles.end() ? nullptr : &found->second;
+}
+
+}  // namespace
 
 int sslctx_data_index() {
     static const int index = SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
@@ -16,14 +26,13 @@ int sslctx_data_index() {
 }
 
 bool ca_pem_exists(const std::string& name) {
-    const std::string path = ca_path(name);
-    return !path.empty() && access(path.c_str(), R_OK) == 0;
+    const std::string* const path = find_path(name);
+    return path != nullptr && access(path->c_str(), R_OK) == 0;
 }
 
 std::string ca_path(const std::string& name) {
-    const auto settings = ko::host::current_settings();
-    const auto found = settings->ca_bundles.find(name);
-    return found == settings->ca_bundles.end() ? std::string() : found->second;
+    const std::string* const path = find_path(name);
+    return path == nullptr ? std::string() : *path;
 }
 
 }  // namespace certificate

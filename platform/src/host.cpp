@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "ko/host.h"
 
+#include <atomic>
+#include <deque>
 #include <utility>
 
 #include "development_identity.h"
@@ -12,36 +14,39 @@ namespace ko {
 namespace host {
 namespace {
 
-struct InEffect {
+// Settings are read often and replaced hardly ever, so all of them stay: whoever reads needs neither a lock nor a copy.
+// Never destroyed: an engine with static storage asks until the very end.
+struct History {
     ko::mutex mutex{"SettingsMutex"};
-    std::shared_ptr<const Settings> settings KO_GUARDED_BY(mutex) = std::make_shared<const Settings>();
+    std::deque<Settings> settings KO_GUARDED_BY(mutex) = std::deque<Settings>(1);
+    std::atomic<const Settings*> current{&settings.back()};
 };
 
-// Never destroyed: an engine with static storage asks until the very end.
-InEffect& in_effect() {
-    static auto& instance = *new InEffect;
+History& history() {
+    static auto& instance = *new History;
     return instance;
 }
 
-void replace_settings(std::shared_ptr<const Settings> settings) {
-    InEffect& current = in_effect();
-    ko::lock_guard lock(current.mutex);
-    current.settings.swap(settings);
+// Without the sink, which is to be released when it is replaced.
+void replace_settings(Settings settings) {
+    settings.log_sink = nullptr;
+    History& known = history();
+    ko::lock_guard lock(known.mutex);
+    known.settings.push_back(std::move(settings));
+    known.current = &known.settings.back();
 }
 
 }  // namespace
 
 void configure(const Settings& settings) {
     if (settings.secure_store_directory.empty()) make_development_identity();
-    replace_settings(std::make_shared<const Settings>(settings));
+    replace_settings(settings);
     logging::set_sink(settings.log_sink);
     logging::set_verbosities(settings.log_level, settings.log_levels);
 }
 
-std::shared_ptr<const Settings> current_settings() {
-    InEffect& current = in_effect();
-    ko::lock_guard lock(current.mutex);
-    return current.settings;
+const Settings& current_settings() {
+    return *history().current;
 }
 
 }  // namespace host

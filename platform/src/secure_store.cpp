@@ -25,8 +25,8 @@ Der read_file(const std::string& path) {
 
 // Empty when there is none.
 Der load(const char* file_name, const Der Identity::*part) {
-    const auto settings = ko::host::current_settings();
-    if (!settings->secure_store_directory.empty()) return read_file(settings->secure_store_directory + '/' + file_name);
+    const auto& settings = ko::host::current_settings();
+    if (!settings.secure_store_directory.empty()) return read_file(settings.secure_store_directory + '/' + file_name);
     const Identity* const development = ko::host::development_identity();
     return development == nullptr ? Der() : development->*part;
 }

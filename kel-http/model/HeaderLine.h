@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string_view>
+#include <tl/optional.hpp>
+
+#include "kel-http/HeaderMap.h"
+
+namespace kel::http {
+
+// Views into the raw line.
+struct HeaderLine {
+    std::string_view name;
+    std::string_view value;
+};
+
+// The name and value of one raw header line, both without white space around them; the value may be empty. Unset for
+// what is no header: a line without a colon or without CR LF at its end (the status line, the closing blank line), an
+// empty name.
+tl::optional<HeaderLine> parseHeaderLine(std::string_view line);
+
+// The headers in `lines`, each of which ends with a line feed. Of repeated headers, whatever their letter case, the
+// first one is kept.
+HeaderMap parseHeaderLines(std::string_view lines);
+
+inline bool endsWithCrLf(std::string_view line) {
+    return line.size() >= 2 && line[line.size() - 2] == '\r' && line.back() == '\n';
+}
+
+// Whether a raw line begins, or ends, the header block of one answer.
+inline bool isStatusLine(std::string_view line) {
+    return line.substr(0, 5) == "HTTP/";
+}
+
+inline bool isBlankLine(std::string_view line) {
+    return line == "\r\n" || line == "\n";
+}
+
+}  // namespace kel::http
