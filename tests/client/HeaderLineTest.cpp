@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "kel-http/client/HeaderLine.h"
+#include "kel-http/model/HeaderLine.h"
 
 #include <gtest/gtest.h>
 
