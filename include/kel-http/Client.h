@@ -29,7 +29,8 @@ namespace kel::http {
 //            been delivered or cancelled.
 // Needs:     a kel::http::Engine, made by the program before the first request and kept until the last one has ended.
 //            Without one a request is accepted, but nothing is sent and no callback comes. Cancel what is still running
-//            before the engine is destroyed: it ends transfers without a word, and the client would wait for ever.
+//            before the engine is destroyed: it ends transfers without a word, and the client would wait for ever. The
+//            executor has to outlive the engine.
 // Callbacks: as later tasks on the executor, never inside a call of this class. They may call the client, also to start
 //            or cancel requests, and may drop it. They must not throw.
 class Client {
@@ -60,6 +61,7 @@ class Client {
     // As start_request, but the body goes to the file `path`.
     //
     // Beware: the body of *every* answer goes there. A 404 whose page has been received replaces a good file.
+    // What has the name `path` is replaced, be it a symbolic link or a device.
     // The body is written to a sibling, `path` + ".downloading-" and eight characters, which is renamed onto `path`
     // once it is complete: `path` is the old file or the whole new one. With config.resume the body is appended to
     // `path` itself. `progress_cb` is called about once a second, and at the end; never after the outcome. A total of 0
