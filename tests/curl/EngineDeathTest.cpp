@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include "fixture/EngineTest.h"
@@ -31,20 +30,6 @@ TEST(EngineDeathTest, SecondEngineStops) {
             makeEngine();
         },
         "kel-http/curl/Engine.*Assertion '!currentEngine' failed");
-}
-
-TEST(EngineDeathTest, EngineWithoutAWakeUpDescriptorStops) {
-    EXPECT_DEATH(
-        {
-            const int lowest_free = dup(STDERR_FILENO);
-            close(lowest_free);
-            rlimit limit{};
-            getrlimit(RLIMIT_NOFILE, &limit);
-            limit.rlim_cur = static_cast<rlim_t>(lowest_free);
-            setrlimit(RLIMIT_NOFILE, &limit);
-            makeEngine();
-        },
-        "Assertion 'false && \"CurlEngine: Error creating eventfd\\\\n\"' failed");
 }
 
 TEST(EngineDeathTest, EngineDestroyedOnItsOwnThreadStops) {

@@ -36,6 +36,7 @@ struct State {
     std::atomic<std::size_t> selects{0};
     std::atomic<int> select_failures{0};
     std::atomic<int> select_error{0};
+    std::atomic<bool> eventfd_fails{false};
     std::atomic<bool> write_fails{false};
     std::atomic<bool> read_fails{false};
     std::atomic<bool> mime_init_fails{false};
@@ -141,6 +142,7 @@ void reset() {
     now.calls.clear();
     now.selects = 0;
     now.select_failures = 0;
+    now.eventfd_fails = false;
     now.write_fails = false;
     now.read_fails = false;
     now.mime_init_fails = false;
@@ -197,6 +199,10 @@ void Interposed::failSelects(int count, int error) {
 void Interposed::setTimer(std::optional<long> milliseconds) {
     const std::lock_guard lock(state().mutex);
     state().timer = milliseconds;
+}
+
+void Interposed::failEventfds() {
+    state().eventfd_fails = true;
 }
 
 void Interposed::failEventfdWrites(bool fail) {
@@ -272,6 +278,11 @@ CURLMcode curl_multi_timeout(CURLM* multi, long* milliseconds) {
     if (!state().timer) return real(multi, milliseconds);
     *milliseconds = *state().timer;
     return CURLM_OK;
+}
+
+int eventfd(unsigned int count, int flags) noexcept {
+    static auto* const real = next<int(unsigned int, int)>("eventfd");
+    return state().eventfd_fails ? -1 : real(count, flags);
 }
 
 int eventfd_write(int descriptor, eventfd_t value) {

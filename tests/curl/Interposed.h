@@ -48,7 +48,8 @@ class Interposed {
     void failSelects(int count, int error);
     // libcurl's next timer, in milliseconds; none: libcurl's own answer.
     void setTimer(std::optional<long> milliseconds);
-    // The descriptor is written and read all the same.
+    // No such descriptor can be made; writing and reading it fail, though both are done all the same.
+    void failEventfds();
     void failEventfdWrites(bool fail);
     void failEventfdReads(bool fail);
     // What curl_easy_getinfo() answers to `info` from now on.

@@ -221,6 +221,11 @@ TEST_F(InterposedDeathTest, StatusThatCanNotBeReadStops) {
                  "kel-http/curl/Engine.*Assertion 'ret == CURLE_OK' failed");
 }
 
+TEST_F(InterposedDeathTest, EngineWithoutAWakeUpDescriptorStops) {
+    EXPECT_DEATH(runUntilDeath([](Interposed& interposed) { interposed.failEventfds(); }, form()),
+                 "kel-http/curl/Engine.*Assertion 'false && \"CurlEngine: Error creating eventfd\\\\n\"' failed");
+}
+
 TEST_F(InterposedDeathTest, FormWithoutMemoryStops) {
     EXPECT_DEATH(runUntilDeath([](Interposed& interposed) { interposed.failMimeInit(); }, form()),
                  "curl_mime_init\\(\\) failed");
