@@ -63,12 +63,13 @@ ClientImpl::CurlRequest::CurlRequest(std::shared_ptr<ClientImpl> owner, RequestI
     config.download_path = path;
 }
 
-void ClientImpl::CurlRequest::notifyHeader(std::string_view line) {
-    if (isStatusLine(line)) header_block_complete = false;
-    if (isBlankLine(line)) header_block_complete = true;
-    if (!endsWithCrLf(line)) return;
+// Usually one line. libcurl holds lines back during a pause, and hands them over in one piece afterwards.
+void ClientImpl::CurlRequest::notifyHeader(std::string_view lines) {
+    if (isStatusLine(lines)) header_block_complete = false;
+    if (endsWithBlankLine(lines)) header_block_complete = true;
+    if (lines.empty() || lines.back() != '\n') return;
     if (header_lines.empty()) header_lines.reserve(usual_header_bytes);
-    header_lines.append(line);
+    header_lines.append(lines);
 }
 
 // While paused nothing is touched: libcurl delivers the same bytes again afterwards.

@@ -29,7 +29,7 @@ class ClientImpl::CurlRequest : public Request {
     ~CurlRequest() override;
 
     int notifyDataReceived(std::string_view data) override;
-    void notifyHeader(std::string_view line) override;
+    void notifyHeader(std::string_view lines) override;
     void notifyDataEnd() override;
     void notifyFailure(Failure failure, std::string_view message) override;
     void notifyRemoteAddr(std::string address, long port) override;

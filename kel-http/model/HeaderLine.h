@@ -27,13 +27,17 @@ inline bool endsWithCrLf(std::string_view line) {
     return line.size() >= 2 && line[line.size() - 2] == '\r' && line.back() == '\n';
 }
 
-// Whether a raw line begins, or ends, the header block of one answer.
+// Whether a raw line begins the header block of one answer.
 inline bool isStatusLine(std::string_view line) {
     return line.substr(0, 5) == "HTTP/";
 }
 
-inline bool isBlankLine(std::string_view line) {
-    return line == "\r\n" || line == "\n";
+// Whether the last of these raw lines ends such a block.
+inline bool endsWithBlankLine(std::string_view lines) {
+    if (lines.empty() || lines.back() != '\n') return false;
+    lines.remove_suffix(1);
+    if (!lines.empty() && lines.back() == '\r') lines.remove_suffix(1);
+    return lines.empty() || lines.back() == '\n';
 }
 
 }  // namespace kel::http

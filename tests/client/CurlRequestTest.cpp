@@ -53,6 +53,14 @@ TEST_F(CurlRequestTest, HeadersOfAllAnswersAreCollected) {
                 UnorderedElementsAre(Pair("Content-Type", "first"), Pair("Location", "/next"), Pair("Server", "s")));
 }
 
+TEST_F(CurlRequestTest, LinesHandedOverInOnePieceAreTakenOneByOne) {
+    const auto request = plainRequest();
+    request->notifyHeader("HTTP/1.1 200 OK\r\n");
+    request->notifyHeader("X-First: 1\r\nUnix: line\nX-Second: 2\r\n\r\n");
+    complete(*request);
+    EXPECT_THAT(response().headers, UnorderedElementsAre(Pair("X-First", "1"), Pair("X-Second", "2")));
+}
+
 // --- an end inside the headers ---
 
 TEST_F(CurlRequestTest, AnEndInsideTheHeadersIsAnError) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kel-http/model/HeaderLine.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace kel::http {
 namespace {
@@ -79,12 +79,26 @@ TEST(HeaderLineTest, StatusLinesBeginWithTheProtocol) {
     EXPECT_FALSE(isStatusLine(""));
 }
 
-TEST(HeaderLineTest, BlankLinesHoldTheirLineEndOnly) {
-    EXPECT_TRUE(isBlankLine("\r\n"));
-    EXPECT_TRUE(isBlankLine("\n"));
-    EXPECT_FALSE(isBlankLine(""));
-    EXPECT_FALSE(isBlankLine(" \r\n"));
-    EXPECT_FALSE(isBlankLine("Name: value\r\n"));
+TEST(HeaderLineTest, ABlankLineHoldsItsLineEndOnly) {
+    EXPECT_TRUE(endsWithBlankLine("\r\n"));
+    EXPECT_TRUE(endsWithBlankLine("\n"));
+    EXPECT_FALSE(endsWithBlankLine(""));
+    EXPECT_FALSE(endsWithBlankLine("\r"));
+    EXPECT_FALSE(endsWithBlankLine(" \r\n"));
+    EXPECT_FALSE(endsWithBlankLine("Name: value\r\n"));
+}
+
+TEST(HeaderLineTest, ABlankLineEndsSeveralLines) {
+    EXPECT_TRUE(endsWithBlankLine("Name: value\r\n\r\n"));
+    EXPECT_TRUE(endsWithBlankLine("Name: value\n\n"));
+    EXPECT_FALSE(endsWithBlankLine("\r\nName: value\r\n"));
+}
+
+TEST(HeaderLineTest, OfManyLinesTheHeadersAreTakenAndOfRepeatedOnesTheFirst) {
+    const HeaderMap headers =
+        parseHeaderLines("HTTP/1.1 200 OK\r\nName: 1\r\nUnix: line\n: none\r\nOther:\r\nNAME: 2\r\n\r\nLast: cut");
+    EXPECT_THAT(headers, testing::UnorderedElementsAre(testing::Pair("Name", "1"), testing::Pair("Other", "")));
+    EXPECT_TRUE(parseHeaderLines("").empty());
 }
 
 }  // namespace
