@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "fixture/ClientTest.h"
+#include "fixture/EngineHold.h"
 #include "fixture/LogCapture.h"
 #include "support/Files.h"
 #include "support/SilentListener.h"
@@ -30,13 +31,15 @@ class ClientCancelTest : public ClientTest, public testing::WithParamInterface<H
 TEST_P(ClientCancelTest, WhileItIsQueued) {
     Client::RequestId id = NoRequestId;
     const std::weak_ptr<Client> observer = client;
-    executor.run([&] {
-        id = client->start_request(get(), {}, recorder.onResponse(), recorder.onError());
-        client->cancel_request(id);
-        client.reset();
-    });
+    {
+        const EngineHold hold(engine());
+        id = start(get());
+        cancel(id);
+        executor.run([this] { client.reset(); });
+    }
     expectSilence(id);
     EXPECT_TRUE(observer.expired());
+    EXPECT_EQ(server.requests().size(), 0U);
 }
 
 TEST_P(ClientCancelTest, WhileItConnects) {

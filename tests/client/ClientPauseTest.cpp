@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "fixture/ClientTest.h"
+#include "fixture/EngineHold.h"
 #include "support/Files.h"
 #include "support/NginxServer.h"
 #include "support/SilentListener.h"
@@ -41,13 +42,26 @@ class ClientPauseTest : public ClientTest, public testing::WithParamInterface<Ha
 TEST_P(ClientPauseTest, WhileItIsQueued) {
     server.enqueue(Reply(200).body(body));
     Client::RequestId id = NoRequestId;
-    executor.run([&] {
-        id = client->start_request(get(), {}, recorder.onResponse(), recorder.onError());
-        client->pause_request(id);
-    });
+    {
+        const EngineHold hold(engine());
+        id = start(get());
+        pause(id);
+    }
     server.awaitRequests(1);
     expectSilence(id);
     resume(id);
+    expectWholeBody(id);
+}
+
+TEST_P(ClientPauseTest, AndResumedWhileItIsQueued) {
+    server.enqueue(Reply(200).body(body));
+    Client::RequestId id = NoRequestId;
+    {
+        const EngineHold hold(engine());
+        id = start(get());
+        pause(id);
+        resume(id);
+    }
     expectWholeBody(id);
 }
 
