@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <future>
@@ -10,11 +11,7 @@
 namespace kel::http::test {
 namespace {
 
-using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
 
 // The engine's callbacks, called as libcurl does it: on the engine thread, with a handle that is active or not.
 class EngineCallbacksTest : public EngineTest {
@@ -120,6 +117,26 @@ TEST_F(EngineCallbacksTest, EveryHeaderLineOfEveryResponseIsHandedOverAsItIs) {
                                                      "Location: /next\r\n", "Content-Length: 0\r\n", "\r\n",
                                                      "HTTP/1.1 204 Scripted\r\n", "X-Odd:  two  blanks \r\n", "\r\n"));
     EXPECT_EQ(request->hooks.count("address " + server.authority()), request->lines.count());
+}
+
+TEST_F(EngineCallbacksTest, EachHopIsToldWithItsOwnAddress) {
+    startEngine();
+    ScriptedServer second;
+    server.enqueue(Reply::redirect(second.url("/next")));
+    second.enqueue(Reply(200));
+    const auto request = run(get());
+    request->outcome.await("end");
+    std::vector<std::string> events = request->hooks.events();
+    const auto other = [](const std::string& event) {
+        return event.rfind("header ", 0) != 0 && event.rfind("address ", 0) != 0;
+    };
+    events.erase(std::remove_if(events.begin(), events.end(), other), events.end());
+    const std::string from_first = "address " + server.authority();
+    const std::string from_second = "address " + second.authority();
+    EXPECT_THAT(events, ElementsAre("header HTTP/1.1 302 Moved", from_first, "header Location: " + second.url("/next"),
+                                    from_first, "header Content-Length: 0", from_first, "header ", from_first,
+                                    "header HTTP/1.1 200 OK", from_second, "header Content-Length: 0", from_second,
+                                    "header ", from_second));
 }
 
 TEST_F(EngineCallbacksTest, BodyIsHandedOverWithoutACopy) {

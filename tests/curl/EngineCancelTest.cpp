@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include "curl/LineMatcher.h"
 #include "curl/MomentTest.h"
 
 namespace kel::http::test {

@@ -1,6 +1,13 @@
 // SPDX-License-Identifier: MIT
+#include <fmt/format.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
+#include <memory>
+
 #include "curl/LineMatcher.h"
 #include "fixture/EngineTest.h"
+#include "support/Files.h"
 #include "support/NginxServer.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestCertificates.h"
@@ -9,9 +16,6 @@ namespace kel::http::test {
 namespace {
 
 using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::Not;
 using ::testing::StartsWith;
 
 const std::string Untrusted = "failure 2: " + std::string(curl_easy_strerror(CURLE_PEER_FAILED_VERIFICATION));
@@ -73,6 +77,20 @@ TEST_F(EngineTlsTest, EmptyAuthorityFileTrustsNobody) {
     EXPECT_EQ(outcomeOf(config), Untrusted);
     config.ca_dir = "";
     EXPECT_EQ(outcomeOf(config), Untrusted);
+}
+
+TEST_F(EngineTlsTest, AuthorityInAFolderIsTrusted) {
+    const std::string pem = readWholeFile(TestCertificates::shared().caFile());
+    const std::unique_ptr<BIO, int (*)(BIO*)> memory(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())),
+                                                     BIO_free);
+    const std::unique_ptr<X509, void (*)(X509*)> authority(PEM_read_bio_X509(memory.get(), nullptr, nullptr, nullptr),
+                                                           X509_free);
+    const TemporaryDirectory directory;
+    writeWholeFile(directory.path(fmt::format("{:08x}.0", X509_subject_name_hash(authority.get()))), pem);
+    RequestConfig config = to(nginx);
+    config.ca_file = "";
+    config.ca_dir = directory.path();
+    EXPECT_EQ(outcomeOf(config), "end");
 }
 
 TEST_F(EngineTlsTest, AuthorityFileThatIsNotThereFails) {

@@ -14,7 +14,6 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::SizeIs;
-using ::testing::StartsWith;
 
 // "user:pass word:@%" as basic authentication sends it.
 constexpr const char* Credentials = "dXNlcjpwYXNzIHdvcmQ6QCU";
@@ -164,6 +163,16 @@ TEST_F(EngineTraceTest, RequestMayKeepItsBodiesOut) {
     EXPECT_THAT(linesWith(log, "[data"), IsEmpty());
     EXPECT_THAT(log.all(), Not(HasSubstr("question")));
     EXPECT_THAT(log.all(), Not(HasSubstr("answer")));
+}
+
+TEST_F(EngineTraceTest, EndOfTheEngineIsTracedUnderNobodysId) {
+    const LogCapture log("HttpClient", 9);
+    const auto request = run(get());
+    server.awaitRequests(1);
+    stopEngine();
+    const std::vector<std::string> closing = linesWith(log, "Closing connection");
+    EXPECT_THAT(closing, Not(IsEmpty()));
+    for (const std::string& line : closing) EXPECT_THAT(line, ::testing::StartsWith("(0) [curl] "));
 }
 
 TEST_F(EngineTraceTest, CallersTokenIsConcealedInEverySpelling) {

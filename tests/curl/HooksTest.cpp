@@ -6,7 +6,6 @@
 
 #include <atomic>
 
-#include "curl/LineMatcher.h"
 #include "fixture/EngineTest.h"
 
 // This program's own hooks take the place of the library's.

@@ -340,8 +340,13 @@ CURLcode curl_easy_getinfo(CURL* easy, CURLINFO info, ...) {
         const std::lock_guard lock(state().mutex);
         const auto found = state().answers.find(info);
         if (found != state().answers.end()) {
-            if (found->second.result == CURLE_OK) *static_cast<curl_off_t*>(target) = found->second.value;
-            return found->second.result;
+            const auto& answer = found->second;
+            if (answer.result == CURLE_OK && (info & CURLINFO_TYPEMASK) == CURLINFO_LONG) {
+                *static_cast<long*>(target) = static_cast<long>(answer.value);
+            } else if (answer.result == CURLE_OK) {
+                *static_cast<curl_off_t*>(target) = answer.value;
+            }
+            return answer.result;
         }
     }
     return real(easy, info, target);

@@ -2,7 +2,6 @@
 #include <algorithm>
 
 #include "curl/Interposed.h"
-#include "curl/LineMatcher.h"
 #include "fixture/EngineTest.h"
 #include "support/Files.h"
 #include "support/TemporaryDirectory.h"
@@ -12,12 +11,8 @@ namespace {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
 
 using Options = std::vector<std::string>;
 

@@ -12,7 +12,6 @@ namespace kel::http::test {
 namespace {
 
 using ::testing::Contains;
-using ::testing::ElementsAre;
 
 // What libcurl answers when it is asked for figures, memory and names.
 class InterposedQueriesTest : public EngineTest {
@@ -181,6 +180,12 @@ TEST_F(InterposedQueriesTest, EngineMayEndWhileANameIsLookedUp) {
     config.url = "http://kel.example:" + std::to_string(server.port()) + "/";
     const auto request = run(config);
     interposed.calls().await("resolve kel.example");
+    {
+        const LogCapture log("HttpClient", 8);
+        engine().requestTermination();
+        log.await("Exiting thread loop");
+    }
+    // libcurl waits for a look-up that is under way.
     const auto ending = std::async(std::launch::async, [this] { stopEngine(); });
     interposed.releaseNames();
     ending.wait();

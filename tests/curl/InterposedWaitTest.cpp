@@ -12,11 +12,9 @@
 namespace kel::http::test {
 namespace {
 
-using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::Each;
 using ::testing::Ge;
-using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 class InterposedWaitTest : public EngineTest {

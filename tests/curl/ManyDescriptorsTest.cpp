@@ -12,7 +12,6 @@ namespace kel::http::test {
 namespace {
 
 using ::testing::Contains;
-using ::testing::SizeIs;
 using ::testing::StartsWith;
 
 // Descriptors beyond what select(2) can take. A wait that overlooks one ends with a timer only, too late for the one

@@ -153,6 +153,17 @@ TEST_F(EngineRequestTest, IdleRequestIsIgnoredByTheEngine) {
     EXPECT_EQ(made.use_count(), 1);
 }
 
+// A misuse, since both transfers share the request's outcome; it must not do more harm than that.
+TEST_F(EngineRequestTest, RequestThatRunsTwiceAtOnceEndsTwice) {
+    const auto made = run(get());
+    made->runRequest();
+    server.awaitRequests(2);
+    server.enqueue(Reply(200).body("x"));
+    server.enqueue(Reply(404));
+    made->outcome.awaitCount(2);
+    EXPECT_THAT(made->outcome.events(), ::testing::UnorderedElementsAre("end", "failure 6: HTTP code=404"));
+}
+
 TEST_F(EngineRequestTest, RequestIsReleasedAfterItsEnd) {
     server.enqueue(Reply(200).body("x"));
     auto made = run(get());
