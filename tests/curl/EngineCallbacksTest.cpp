@@ -12,6 +12,7 @@ namespace kel::http::test {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 // The engine's callbacks, called as libcurl does it: on the engine thread, with a handle that is active or not.
 class EngineCallbacksTest : public EngineTest {
@@ -21,6 +22,7 @@ class EngineCallbacksTest : public EngineTest {
      public:
         HandleKeeper() : Engine([](const std::function<void()>& completion) { completion(); }) {}
         ~HandleKeeper() override { stop(); }
+        using Engine::stop;
         void addTlsConfig(void* easy, std::shared_ptr<Request> request) override {
             handle = easy;
             Engine::addTlsConfig(easy, request);
@@ -265,6 +267,21 @@ TEST_F(EngineCallbacksTest, ProgressIsReportedCutTo32BitsAndUploadsAreLeftOut) {
         EXPECT_THAT(request_->hooks.events(), ElementsAre("progress 7/100", "progress 3/5", "progress 0/0"));
         request_->lastDownloadProgress = 0;
     });
+}
+
+TEST_F(EngineCallbacksTest, EngineThatEndsReportsNothingAndTracesUnderNobodysId) {
+    HandleKeeper keeper;
+    const auto request = run(get());
+    server.awaitRequests(1);
+    keeper.stop();
+    request->hooks.clear();
+    EXPECT_EQ(Engine::downloadProgress(keeper.handle, 10, 5, 0, 0), 0);
+    EXPECT_THAT(request->hooks.events(), IsEmpty());
+
+    const LogCapture log("HttpClient", 9);
+    std::string text = "last words";
+    Engine::traceTransfer(keeper.handle, CURLINFO_TEXT, text.data(), text.size(), logging::getLogger("HttpClient", 0));
+    EXPECT_THAT(log.lines(), ElementsAre(EngineLine(4, "(0) [curl] last words")));
 }
 
 TEST_F(EngineCallbacksTest, SocketsAreWelcome) {

@@ -165,16 +165,6 @@ TEST_F(EngineTraceTest, RequestMayKeepItsBodiesOut) {
     EXPECT_THAT(log.all(), Not(HasSubstr("answer")));
 }
 
-TEST_F(EngineTraceTest, EndOfTheEngineIsTracedUnderNobodysId) {
-    const LogCapture log("HttpClient", 9);
-    const auto request = run(get());
-    server.awaitRequests(1);
-    stopEngine();
-    const std::vector<std::string> closing = linesWith(log, "Closing connection");
-    EXPECT_THAT(closing, Not(IsEmpty()));
-    for (const std::string& line : closing) EXPECT_THAT(line, ::testing::StartsWith("(0) [curl] "));
-}
-
 TEST_F(EngineTraceTest, CallersTokenIsConcealedInEverySpelling) {
     server.onRequest([](const ReceivedRequest&) { return Reply(200); });
     for (const char* name : {"Authorization", "authorization", "AUTHORIZATION", "aUTHORIZATION", "Proxy-Authorization",
