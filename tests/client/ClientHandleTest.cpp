@@ -198,11 +198,13 @@ class ClientHandleTransferTest : public ClientTest {
     ~ClientHandleTransferTest() override { drop(); }
 
     void start(const RequestConfig& config) {
-        executor.run([&] {
-            handle = client->start_request(
-                config, {}, [this](const ResponseData& data) { events.add("response " + data.body); },
-                [this](const ErrorData& data) { events.add("error " + data.message); });
-        });
+        executor.run([&] { startHere(config); });
+    }
+    // The same on the executor's thread.
+    void startHere(const RequestConfig& config) {
+        handle = client->start_request(
+            config, {}, [this](const ResponseData& data) { events.add("response " + data.body); },
+            [this](const ErrorData& data) { events.add("error " + data.message); });
     }
     void drop() {
         executor.run([this] { handle.reset(); });
@@ -235,8 +237,8 @@ TEST_F(ClientHandleTransferTest, DroppingTheHandleCancelsTheTransfer) {
 
 TEST_F(ClientHandleTransferTest, DroppingTheHandleDropsAResponseThatIsPosted) {
     server.enqueue(Reply(200).body("text"));
-    start(get());
     executor.run([this] {
+        startHere(get());
         executor.awaitTag(4035);
         handle.reset();
     });
