@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "curl/MomentTest.h"
+#include "fixture/LogCapture.h"
 
 namespace kel::http::test {
 namespace {
@@ -69,6 +70,17 @@ TEST_F(EngineCancelTest, CancelAfterAFailedSetUpWasPostedCallsNothing) {
     executor.release();
     drain();
     EXPECT_THAT(request->hooks.events(), IsEmpty());
+}
+
+TEST_F(EngineCancelTest, CancelBeforeTheSetUpSavesTheSetUp) {
+    const LogCapture log("HttpClient", 1);
+    startEngine();
+    {
+        const EngineHold hold(engine());
+        run(get())->tryToCancelRequest();
+    }
+    drain();
+    EXPECT_FALSE(log.contains("HTTP: Outgoing"));
 }
 
 TEST_F(EngineCancelTest, CancelTwiceAndAfterTheEndDoesNothing) {

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "curl/EngineHold.h"
+#include "fixture/EngineHold.h"
 #include "curl/LineMatcher.h"
 #include "fixture/EngineTest.h"
 

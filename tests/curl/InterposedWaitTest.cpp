@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <csignal>
 
-#include "curl/EngineHold.h"
+#include "fixture/EngineHold.h"
 #include "curl/Interposed.h"
 #include "curl/LineMatcher.h"
 #include "fixture/EngineTest.h"

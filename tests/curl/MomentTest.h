@@ -6,7 +6,7 @@
 #include <string>
 #include <tuple>
 
-#include "curl/EngineHold.h"
+#include "fixture/EngineHold.h"
 #include "fixture/EngineTest.h"
 #include "support/SilentListener.h"
 
