@@ -73,6 +73,8 @@ Engine::~Engine() {
     // Freeing a transfer may call back into this engine, which should then find none rather than a map in pieces.
     TaskMap unfinished;
     unfinished.swap(activeTasks);
+    // libcurl loses what it holds back for a paused transfer that is freed without having been removed.
+    for (const auto& [easy, task] : unfinished) curl_multi_remove_handle(multi, easy);
     unfinished.clear();
     curl_multi_cleanup(multi);
     curl_share_cleanup(share);
