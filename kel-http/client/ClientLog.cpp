@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "kel-http/model/AsciiCase.h"
 #include "kel-http/model/LogLine.h"
 #include "kel-http/protocol.h"
 
@@ -35,9 +36,7 @@ bool is_detailed(const logging::Logger& logger) {
 }
 
 std::string lower_case(std::string text) {
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
+    std::transform(text.begin(), text.end(), text.begin(), asciiLower);
     return text;
 }
 

@@ -51,8 +51,8 @@ class Request : public std::enable_shared_from_this<Request> {
     // when they were taken. A std::runtime_error ends the transfer with Failure::WriteFailed.
     virtual int notifyDataReceived(std::string_view data) = 0;
 
-    // A header line with its line end, the status line and the closing blank line included. Lines that libcurl held back
-    // while the transfer was paused come in one piece.
+    // A header line with its line end, the status line and the closing blank line included. Lines that libcurl held
+    // back while the transfer was paused come in one piece.
     virtual void notifyHeader(std::string_view line);
 
     // The transfer is complete; getResponseCode() is 100 to 399.

@@ -4,26 +4,17 @@
 #include <algorithm>
 #include <locale>
 
+#include "kel-http/model/AsciiCase.h"
+
 namespace kel::http {
 namespace {
 
 constexpr std::string_view mask = "xxxxxx";
 
-char asciiLower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool equalIgnoringCase(char left, char right) {
-    return asciiLower(left) == asciiLower(right);
-}
-
-bool beginsIgnoringCase(std::string_view text, std::string_view prefix) {
-    return text.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), text.begin(), equalIgnoringCase);
-}
-
 std::string concealHeaderLine(std::string_view line) {
     for (const std::string_view name : {std::string_view("authorization:"), std::string_view("proxy-authorization:")}) {
-        if (beginsIgnoringCase(line, name)) return std::string(line.substr(0, name.size())).append(" ").append(mask);
+        if (startsWithIgnoringCase(line, name))
+            return std::string(line.substr(0, name.size())).append(" ").append(mask);
     }
     constexpr std::string_view marker = "Authorization:";
     if (const auto position = line.find(marker); position != std::string_view::npos) {

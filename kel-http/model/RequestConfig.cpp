@@ -4,18 +4,10 @@
 #include <algorithm>
 #include <array>
 
+#include "kel-http/model/AsciiCase.h"
+
 namespace kel::http {
 namespace {
-
-char ascii_lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool starts_with_ignoring_case(std::string_view text, std::string_view lower_case_prefix) {
-    return text.size() >= lower_case_prefix.size() &&
-           std::equal(lower_case_prefix.begin(), lower_case_prefix.end(), text.begin(),
-                      [](char expected, char actual) { return expected == ascii_lower(actual); });
-}
 
 std::string flags_of(const RequestConfig& config) {
     std::vector<std::string> words;
@@ -74,7 +66,7 @@ RequestConfig::~RequestConfig() = default;
 std::string RequestConfig::fqdn() const {
     constexpr std::array<std::string_view, 2> schemes = {"https://", "http://"};
     for (const std::string_view scheme : schemes) {
-        if (!starts_with_ignoring_case(url, scheme)) continue;
+        if (!startsWithIgnoringCase(url, scheme)) continue;
         // An authority has one character at least, so the search starts behind it.
         const auto slash = url.find('/', scheme.size() + 1);
         return url.substr(scheme.size(), slash == std::string::npos ? slash : slash - scheme.size());
