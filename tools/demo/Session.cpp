@@ -50,11 +50,15 @@ void Session::start(const Scenario& scenario, Result& result) {
     const auto on_error = [this, &scenario, &result](Client::RequestId, const ErrorData& error) {
         finish(scenario, result, Result::Kind::Error, std::string(tool::failure_name(error.failure)));
     };
-    const Client::RequestId id = client_->start_request(scenario.request, {}, on_response, on_error);
-    if (!scenario.cancel_when_stalled) return;
-    // The server tells, on a thread of its own, that the request waits for an answer which never comes.
-    server_.on_stall([this, &scenario, &result, id] {
-        executor_.post([this, &scenario, &result, id] { cancel(scenario, result, id); }, 0);
+    if (scenario.cancel_when_stalled) cancel_when_stalled(scenario, result);
+    last_started_ = client_->start_request(scenario.request, {}, on_response, on_error);
+}
+
+// The server tells, on a thread of its own, that the request waits for an answer which never comes. By the time the
+// posted task runs, on this thread, the request has its id.
+void Session::cancel_when_stalled(const Scenario& scenario, Result& result) {
+    server_.on_stall([this, &scenario, &result] {
+        executor_.post([this, &scenario, &result] { cancel(scenario, result, last_started_); }, 0);
     });
 }
 

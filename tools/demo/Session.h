@@ -42,6 +42,7 @@ class Session {
  private:
     void start(const Scenario& scenario, Result& result);
     void finish(const Scenario& scenario, Result& result, Result::Kind kind, const std::string& outcome);
+    void cancel_when_stalled(const Scenario& scenario, Result& result);
     void cancel(const Scenario& scenario, Result& result, Client::RequestId id);
     void wait_for_all(const Scenario& scenario);
 
@@ -51,6 +52,7 @@ class Session {
     Engine engine_;
     std::shared_ptr<Client> client_;
     std::size_t unfinished_ = 0;
+    Client::RequestId last_started_ = NoRequestId;
     std::chrono::steady_clock::time_point begin_;
 };
 
