@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <thread>
 
-#include "fixture/EngineHold.h"
 #include "curl/LineMatcher.h"
+#include "fixture/EngineHold.h"
 #include "fixture/EngineTest.h"
 
 namespace kel::http::test {

@@ -4,9 +4,9 @@
 #include <cerrno>
 #include <csignal>
 
-#include "fixture/EngineHold.h"
 #include "curl/Interposed.h"
 #include "curl/LineMatcher.h"
+#include "fixture/EngineHold.h"
 #include "fixture/EngineTest.h"
 
 namespace kel::http::test {

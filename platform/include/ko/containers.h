@@ -18,8 +18,8 @@ constexpr unsigned char ascii_lower(char character) noexcept {
 // Hash and equality of unordered containers whose string keys differ by more than the case of ASCII letters.
 // Bytes beyond ASCII have to match exactly. Any thread; nothing is allocated.
 struct lc_hash {
-    // It never throws, but does not say so: containers then keep the hash of each entry instead of computing it again for
-    // the neighbours of every entry that is inserted.
+    // It never throws, but does not say so: containers then keep the hash of each entry instead of computing it again
+    // for the neighbours of every entry that is inserted.
     std::size_t operator()(const std::string& text) const {
         std::uint32_t hash = 2166136261U;  // FNV-1a, as good on 32 bits as on 64
         // The bit that tells a small letter from a capital is set in every byte: other pairs of characters fall
