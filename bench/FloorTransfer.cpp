@@ -38,6 +38,9 @@ void FloorTransfer::addCallbacks() {
     curl_easy_setopt(easy_, CURLOPT_DEBUGFUNCTION, &FloorTransfer::trace);
     curl_easy_setopt(easy_, CURLOPT_DEBUGDATA, this);
     curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, error_text_.data());
+#if LIBCURL_VERSION_NUM >= 0x075700
+    curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);
+#endif
 }
 
 void FloorTransfer::addTarget() {

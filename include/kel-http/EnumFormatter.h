@@ -19,7 +19,7 @@ struct EnumFormatter : fmt::formatter<fmt::string_view> {
         const auto begin = context.begin();
         const auto end = end_of_specifier(begin, context.end());
         const char type = begin == end ? '\0' : *(end - 1);
-        if (!is_letter(type) || type == 's') return Text::parse(context);
+        if (type != '?' && (!is_letter(type) || type == 's')) return Text::parse(context);
         if (type != 'p') throw fmt::format_error("invalid type specifier");
 
         // Text formatting refuses "p" in some releases of the library, so it sees the specifier without it.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kel-http/client/CurlRequest.h"
 
-#include <new>
+#include <exception>
 #include <stdexcept>
 #include <utility>
 
@@ -89,7 +89,7 @@ bool ClientImpl::CurlRequest::take(std::string_view data) {
     try {
         body.append(data);
         return true;
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {
         // No exception may pass through libcurl, and a body that is too large is no reason to end the process.
         return false;
     }

@@ -63,13 +63,16 @@ bool ClientImpl::CurlRequest::finish_appending() {
     return false;
 }
 
-bool ClientImpl::CurlRequest::create_empty_file() {
+bool ClientImpl::CurlRequest::create_empty_file() try {
     boost::system::error_code error;
     temporary_path = ko::filesystem::unique_path(*download_path + ".%%%%%%%%", error).string();
     if (error) return false;
     std::ofstream file(temporary_path);
     file.close();
     return file.good();
+} catch (const std::exception&) {
+    // Random numbers may be a matter of descriptors, of which there may be none left.
+    return false;
 }
 
 bool ClientImpl::CurlRequest::close_output() {

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "kel-http/curl/ActiveTask.h"
+#include "kel-http/curl/EngineGate.h"
 #include "kel-http/curl/Hooks.h"
 #include "kel-http/model/LogLine.h"
 #include "ko/assert.h"
@@ -28,6 +29,12 @@ void blockBrokenPipeSignal() {
     sigemptyset(&signals);
     sigaddset(&signals, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+// Never destroyed: an engine with static storage is used until the very end.
+EngineGate& gate() {
+    static auto& instance = *new EngineGate;
+    return instance;
 }
 
 }  // namespace
@@ -62,6 +69,7 @@ Engine::Engine(const CallbackHandler& handler)
       logger(logging::getLogger("HttpClient", 0)) {
     KO_ASSERT(!currentEngine);
     currentEngine = this;
+    gate().open();
     curl_global_init(CURL_GLOBAL_ALL);
     if (wakeupDescriptor < 0) KO_ASSERT(false && "CurlEngine: Error creating eventfd\n");
     curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
@@ -70,6 +78,7 @@ Engine::Engine(const CallbackHandler& handler)
 
 Engine::~Engine() {
     stop();
+    gate().close();
     // Freeing a transfer may call back into this engine, which should then find none rather than a map in pieces.
     TaskMap unfinished;
     unfinished.swap(activeTasks);
@@ -130,6 +139,12 @@ void Engine::pauseRequest(RequestPtr request) {
 
 void Engine::resumeRequest(RequestPtr request) {
     enqueueFor(std::move(request), &Engine::resumeTask);
+}
+
+void Engine::ask(void (Engine::*operation)(RequestPtr), RequestPtr request) {
+    if (!gate().enter()) return;
+    (currentEngine.load()->*operation)(std::move(request));
+    gate().leave();
 }
 
 void Engine::requestTermination() {

@@ -70,6 +70,10 @@ class Engine {
     void pauseRequest(std::shared_ptr<Request> request);
     void resumeRequest(std::shared_ptr<Request> request);
 
+    // Calls one of the four operations above if there is an engine, which then does not go away meanwhile, even though its
+    // owner may have begun to destroy it. Any thread.
+    static void ask(void (Engine::*operation)(std::shared_ptr<Request>), std::shared_ptr<Request> request);
+
     // Ends the engine's loop behind the tasks that are queued so far. Any thread.
     void requestTermination();
 
@@ -137,6 +141,7 @@ class Engine {
     void addMimeForm(CURL* easy, const RequestPtr& request, ActiveTask& task);
     void addHeadersToRequest(CURL* easy, RequestPtr request, TaskPtr task);
     void addIPVersionToRequest(CURL* easy, RequestPtr request);
+    void addLoopSafeguards(CURL* easy);
     void addFreshState(CURL* easy, const Request& request);
 
     // Running and ending transfers (EngineCompletion.cpp). Engine thread.

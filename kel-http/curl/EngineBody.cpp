@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <fcntl.h>
+
 #include <boost/filesystem.hpp>
 #include <cerrno>
 #include <cstdint>
@@ -34,6 +36,12 @@ long sizeForCurl(std::uintmax_t size) {
 
 void stopWithoutMemory(std::string_view message) {
     tovanlog_fatal("%.*s", static_cast<int>(message.size()), message.data());
+}
+
+// Opening a pipe that nobody writes to would wait for a writer, and all transfers with it.
+std::FILE* openForUpload(const std::string& path) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    return descriptor < 0 ? nullptr : fdopen(descriptor, "rb");
 }
 
 // Without a stream libcurl would read the upload from the program's standard input, and the engine would wait for it.
@@ -85,7 +93,7 @@ void Engine::addUpload(CURL* easy, const Request& request, ActiveTask& task) {
 
 void Engine::addFileUpload(CURL* easy, const Request& request, ActiveTask& task) {
     const std::string& path = request.config.body;
-    task.uploadFile = std::fopen(path.c_str(), "rb");
+    task.uploadFile = openForUpload(path);
     if (task.uploadFile == nullptr) {
         writeLine(*logger, log_level::error, "HTTPClientCurl fopen failed {}", path);
         sendNothing(easy, task.uploadFile);

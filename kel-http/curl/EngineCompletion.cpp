@@ -42,7 +42,7 @@ Failure failureOf(unsigned int status) {
 // For these the error buffer holds details of the platform's TLS library or of our own sink, which mean nothing to a
 // caller.
 bool hasPlainText(CURLcode result) {
-    return result == CURLE_SSL_CONNECT_ERROR || result == CURLE_PEER_FAILED_VERIFICATION || result == CURLE_WRITE_ERROR;
+    return result == CURLE_SSL_CONNECT_ERROR || result == CURLE_SSL_CACERT || result == CURLE_WRITE_ERROR;
 }
 
 struct TimingFigure {
@@ -84,7 +84,8 @@ void Engine::resumeTask(RequestPtr request) {
     // The bytes that were held back are delivered inside this call. When nobody takes them libcurl drops them and would
     // go on behind the gap.
     const CURLcode result = curl_easy_pause(task->easy, CURLPAUSE_CONT);
-    if (result == CURLE_WRITE_ERROR) completeTask(task->easy, result);
+    const bool nothing_held = result == CURLE_BAD_FUNCTION_ARGUMENT;  // there is no connection yet
+    if (result != CURLE_OK && !nothing_held) completeTask(task->easy, result);
 }
 
 void Engine::removeTask(RequestPtr request) {

@@ -94,6 +94,7 @@ void Engine::addTask(RequestPtr request) {
     addHeadersToRequest(easy, request, task);
     addTlsConfig(easy, request);  // virtual: a derived engine may replace it
     addIPVersionToRequest(easy, request);
+    addLoopSafeguards(easy);
     addFreshState(easy, *request);
     if (engine_curl_multi_add_handle(multi, easy) != CURLM_OK) std::abort();
 }
@@ -121,8 +122,6 @@ void Engine::addTarget(CURL* easy, const Request& request) {
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, easy);
     curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &Engine::writeHeader);
     curl_easy_setopt(easy, CURLOPT_HEADERDATA, easy);
-    curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, &Engine::watchSocket);
-    curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, this);
 }
 
 void Engine::addDownloadLimits(CURL* easy, const Request& request) {
@@ -168,9 +167,10 @@ void Engine::addTimeout(CURL* easy, const Request& request) {
     const std::int64_t timeout = config.timeout.count();
     if (timeout != 0) {
         // Cut to the length of a long, a very long time-out could become a very short one.
-        constexpr auto longest = static_cast<std::int64_t>(std::numeric_limits<long>::max());
+        constexpr std::int64_t lowest = std::numeric_limits<long>::min();
+        constexpr std::int64_t longest = std::numeric_limits<long>::max();
         curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-        curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(std::min(timeout, longest)));
+        curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(std::clamp(timeout, lowest, longest)));
         writeLine(*logger, log_level::detail, "({}) setting timeout of task to {}", request.id(), timeout);
     }
     if (config.speed_limit) {
@@ -190,7 +190,6 @@ void Engine::addCredentials(CURL* easy, const Request& request) {
 }
 
 void Engine::addHeadersToRequest(CURL* easy, RequestPtr request, TaskPtr task) {
-    static const std::string user_agent = "User-Agent";
     const RequestConfig& config = request->config;
     std::string line;
     for (const auto& [name, value] : config.headers) {
@@ -200,7 +199,7 @@ void Engine::addHeadersToRequest(CURL* easy, RequestPtr request, TaskPtr task) {
         line.assign(name).append(": ").append(value);
         appendHeader(task->headers, line.c_str());
     }
-    if (config.headers.find(user_agent) == config.headers.end()) {
+    if (config.headers.find("User-Agent") == config.headers.end()) {
         appendHeader(task->headers, "User-Agent: Tervo/kel-http-default (id=noversion)");
     }
     appendHeader(task->headers, "Accept-Charset: ISO-8859-1,utf-8");
@@ -222,6 +221,16 @@ void Engine::addIPVersionToRequest(CURL* easy, RequestPtr request) {
             break;
     }
     curl_easy_setopt(easy, CURLOPT_IPRESOLVE, family);
+}
+
+// What keeps one transfer from holding up the loop that all of them share.
+void Engine::addLoopSafeguards(CURL* easy) {
+    curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, &Engine::watchSocket);
+    curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, this);
+#if LIBCURL_VERSION_NUM >= 0x075700
+    // A name look-up that hangs is left to itself when its transfer ends; libcurl would wait for it, and all transfers with it.
+    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
+#endif
 }
 
 void Engine::addFreshState(CURL* easy, const Request& request) {

@@ -28,7 +28,8 @@ std::string headerFault(const std::string& name, const std::string& value) {
                            tellableName(name));
     }
     if (breaksLine(value)) {
-        return fmt::format("The value of request header '{}' holds a line break or a zero byte: remove it", name);
+        return fmt::format("The value of request header '{}' holds a line break or a zero byte: remove it",
+                           tellableName(name));
     }
     return {};
 }

@@ -25,22 +25,22 @@ Request::~Request() = default;
 void Request::runRequest() {
     allocateRequestId();
     if (!Engine::hasEngine()) return;
-    Engine::getEngine()->addNewRequest(shared_from_this());
+    Engine::ask(&Engine::addNewRequest, shared_from_this());
 }
 
 void Request::tryToCancelRequest() {
     cancelled = true;
-    if (Engine::hasEngine()) Engine::getEngine()->tryToCancelRequest(shared_from_this());
+    if (Engine::hasEngine()) Engine::ask(&Engine::tryToCancelRequest, shared_from_this());
 }
 
 void Request::pauseRequest() {
     if (paused.exchange(true)) return;
-    if (Engine::hasEngine()) Engine::getEngine()->pauseRequest(shared_from_this());
+    if (Engine::hasEngine()) Engine::ask(&Engine::pauseRequest, shared_from_this());
 }
 
 void Request::resumeRequest() {
     if (!paused.exchange(false)) return;
-    if (Engine::hasEngine()) Engine::getEngine()->resumeRequest(shared_from_this());
+    if (Engine::hasEngine()) Engine::ask(&Engine::resumeRequest, shared_from_this());
 }
 
 void Request::notifyHeader(std::string_view /*line*/) {}

@@ -3,7 +3,6 @@
 
 #include <fmt/format.h>
 
-#include <iterator>
 #include <string_view>
 
 #include "logging/Logger.h"
@@ -14,7 +13,6 @@ namespace kel::http {
 namespace log_level {
 constexpr int always = 1;   // written as soon as a logger is not silent
 constexpr int error = 1;    // something failed
-constexpr int info = 3;     // a setting changed
 constexpr int debug = 4;    // one line a step
 constexpr int detail = 8;   // every step of the engine
 constexpr int payload = 9;  // bodies, and what is as long
@@ -25,16 +23,13 @@ constexpr int payload = 9;  // bodies, and what is as long
 template <typename... Args>
 void writeLine(logging::Logger& logger, int level, std::string_view format, const Args&... args) {
     if (logger.verbosity() < level) return;
-    const fmt::string_view pattern(format.data(), format.size());
-    fmt::memory_buffer line;
     try {
-        fmt::vformat_to(std::back_inserter(line), pattern, fmt::make_format_args(args...));
+        const fmt::string_view pattern(format.data(), format.size());
+        logger.write(level, fmt::vformat(pattern, fmt::make_format_args(args...)));
     } catch (const fmt::format_error&) {
         // A line that can not be formatted must not end a transfer; its pattern tells what was meant.
         logger.write(level, format);
-        return;
     }
-    logger.write(level, std::string_view(line.data(), line.size()));
 }
 
 }  // namespace kel::http

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <sys/stat.h>
+
 #include <unistd.h>
 
 #include <array>
@@ -202,6 +204,14 @@ TEST_F(EngineBodyTest, MissingFileSendsAnEmptyPutAndLeavesStandardInputAlone) {
     EXPECT_EQ(request.body, "");
     EXPECT_THAT(log.lines(), Contains(EngineLine(1, "HTTPClientCurl fopen failed /nonexistent/file")));
     EXPECT_TRUE(input.isUntouched());
+}
+
+TEST_F(EngineBodyTest, PipeWithoutAWriterSendsAnEmptyPutAndHoldsNobodyUp) {
+    const LogCapture log("HttpClient", 1);
+    const std::string pipe = directory.path("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_EQ(received(uploadOf(pipe)).body, "");
+    EXPECT_THAT(log.lines(), Contains(EngineLine(1, "HTTPClientCurl failed to get file size for " + pipe + ":")));
 }
 
 TEST_F(EngineBodyTest, DirectorySendsAnEmptyPutAndLeavesStandardInputAlone) {

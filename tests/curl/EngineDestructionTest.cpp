@@ -40,6 +40,28 @@ TEST_P(EngineDestructionMomentTest, EngineEndsWithoutAWordToItsRequest) {
 
 class EngineDestructionTest : public EngineTest {};
 
+// A failed request asks its engine, which may be ending, to drop it.
+class CancellingRequest : public RecordingRequest {
+ public:
+    using RecordingRequest::RecordingRequest;
+    void notifyFailure(Failure failure, std::string_view text) override {
+        tryToCancelRequest();
+        RecordingRequest::notifyFailure(failure, text);
+    }
+};
+
+TEST_F(EngineDestructionTest, PostedCompletionsMayRunWhileTheEngineEnds) {
+    RequestConfig config;
+    config.url = "ftp://refused";
+    for (int round = 0; round < 20; ++round) {
+        startEngine(Handler::posting);
+        for (int i = 0; i < 20; ++i) std::make_shared<CancellingRequest>(config)->runRequest();
+        onEngineThread([] {});
+        stopEngine();
+        executor.run([] {});
+    }
+}
+
 TEST_F(EngineDestructionTest, QueuedRequestsAreSetUpAndFreedWithoutAWord) {
     startEngine();
     const LogCapture log("HttpClient", 1);

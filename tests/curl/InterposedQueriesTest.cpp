@@ -143,6 +143,22 @@ TEST_F(InterposedQueriesTest, NameIsLookedUp) {
     EXPECT_EQ(server.requests().at(0).header("Host"), "kel.example:" + std::to_string(server.port()));
 }
 
+TEST_F(InterposedQueriesTest, LookUpThatHangsHoldsUpNobody) {
+    interposed.holdNames();
+    RequestConfig config;
+    config.url = "http://kel.example:" + std::to_string(server.port()) + "/";
+    const auto cancelled = run(config);
+    config.timeout = std::chrono::milliseconds(100);
+    const auto late = run(config);
+    interposed.calls().awaitCount(2);
+    cancelled->tryToCancelRequest();
+    late->outcome.awaitCount(1);
+    run(get())->outcome.await("end");
+    EXPECT_EQ(late->outcome.events().at(0).substr(0, 9), "failure 3");
+    EXPECT_EQ(cancelled->outcome.count(), 0U);
+    interposed.releaseNames();
+}
+
 TEST_F(InterposedQueriesTest, CancelWhileANameIsLookedUpCallsNothing) {
     interposed.holdNames();
     RequestConfig config;
@@ -185,7 +201,7 @@ TEST_F(InterposedQueriesTest, EngineMayEndWhileANameIsLookedUp) {
         engine().requestTermination();
         log.await("Exiting thread loop");
     }
-    // libcurl waits for a look-up that is under way.
+    // Older libcurls wait for a look-up that is under way.
     const auto ending = std::async(std::launch::async, [this] { stopEngine(); });
     interposed.releaseNames();
     ending.wait();
