@@ -5,10 +5,13 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
+#include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 
 #include <array>
 #include <cstdio>
+#include <filesystem>
+#include <functional>
 #include <stdexcept>
 
 namespace kel::http::test {
@@ -48,27 +51,61 @@ File openForWriting(const std::string& path) {
     return file;
 }
 
-void writeCertificate(const std::string& path, X509* certificate) {
-    require(PEM_write_X509(openForWriting(path).get(), certificate) == 1);
+void writeCertificates(const std::string& path, const std::vector<X509*>& certificates) {
+    const File file = openForWriting(path);
+    for (X509* const certificate : certificates) require(PEM_write_X509(file.get(), certificate) == 1);
 }
 
 void writeKey(const std::string& path, EVP_PKEY* key) {
     require(PEM_write_PrivateKey(openForWriting(path).get(), key, nullptr, nullptr, 0, nullptr, nullptr) == 1);
 }
 
+using Key = std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)>;
+
+Key makeKey(int type, const std::function<bool(EVP_PKEY_CTX*)>& choose) {
+    const std::unique_ptr<EVP_PKEY_CTX, void (*)(EVP_PKEY_CTX*)> context(EVP_PKEY_CTX_new_id(type, nullptr),
+                                                                         EVP_PKEY_CTX_free);
+    require(context != nullptr);
+    require(EVP_PKEY_keygen_init(context.get()) == 1);
+    require(choose(context.get()));
+    EVP_PKEY* key = nullptr;
+    require(EVP_PKEY_keygen(context.get(), &key) == 1);
+    return {key, EVP_PKEY_free};
+}
+
+Key makeEcKey() {
+    return makeKey(EVP_PKEY_EC, [](EVP_PKEY_CTX* context) {
+        return EVP_PKEY_CTX_set_ec_paramgen_curve_nid(context, NID_X9_62_prime256v1) == 1 &&
+               EVP_PKEY_CTX_set_ec_param_enc(context, OPENSSL_EC_NAMED_CURVE) == 1;
+    });
+}
+
+Key makeRsaKey() {
+    return makeKey(EVP_PKEY_RSA,
+                   [](EVP_PKEY_CTX* context) { return EVP_PKEY_CTX_set_rsa_keygen_bits(context, 2048) == 1; });
+}
+
+void signAsAuthority(X509* certificate, X509* issuer, EVP_PKEY* issuer_key) {
+    require(X509_set_issuer_name(certificate, X509_get_subject_name(issuer)) == 1);
+    addExtension(certificate, issuer, NID_basic_constraints, "critical,CA:TRUE");
+    addExtension(certificate, issuer, NID_key_usage, "critical,keyCertSign,cRLSign");
+    addExtension(certificate, issuer, NID_subject_key_identifier, "hash");
+    require(X509_sign(certificate, issuer_key, EVP_sha256()) != 0);
+}
+
 }  // namespace
 
 TestCertificates::TestCertificates()
-    : ca_key_(makeKey()),
+    : ca_key_(makeEcKey()),
       ca_certificate_(makeCertificate({"kel test authority", {}, -1, 1}, ca_key_.get())),
-      ca_file_(directory_.path("ca.pem")) {
-    X509* const ca = ca_certificate_.get();
-    require(X509_set_issuer_name(ca, X509_get_subject_name(ca)) == 1);
-    addExtension(ca, ca, NID_basic_constraints, "critical,CA:TRUE");
-    addExtension(ca, ca, NID_key_usage, "critical,keyCertSign,cRLSign");
-    addExtension(ca, ca, NID_subject_key_identifier, "hash");
-    require(X509_sign(ca, ca_key_.get(), EVP_sha256()) != 0);
-    writeCertificate(ca_file_, ca);
+      ca_file_(directory_.path("ca.pem")),
+      intermediate_key_(makeEcKey()),
+      intermediate_certificate_(makeCertificate({"kel test intermediate", {}, -1, 1}, intermediate_key_.get())),
+      intermediate_file_(directory_.path("intermediate.pem")) {
+    signAsAuthority(ca_certificate_.get(), ca_certificate_.get(), ca_key_.get());
+    writeCertificates(ca_file_, {ca_certificate_.get()});
+    signAsAuthority(intermediate_certificate_.get(), ca_certificate_.get(), ca_key_.get());
+    writeCertificates(intermediate_file_, {intermediate_certificate_.get()});
     server_ = issue("server", CertificateWish());
 }
 
@@ -78,34 +115,48 @@ const TestCertificates& TestCertificates::shared() {
 }
 
 CertificateFiles TestCertificates::issue(const std::string& name, const CertificateWish& wish) const {
-    const Key key = makeKey();
-    const Certificate certificate = makeCertificate(wish, key.get());
-    X509* const ca = ca_certificate_.get();
-    require(X509_set_issuer_name(certificate.get(), X509_get_subject_name(ca)) == 1);
-    addExtension(certificate.get(), ca, NID_basic_constraints, "critical,CA:FALSE");
-    addExtension(certificate.get(), ca, NID_ext_key_usage, "serverAuth,clientAuth");
-    addExtension(certificate.get(), ca, NID_authority_key_identifier, "keyid");
-    if (!wish.subject_alt_names.empty()) {
-        addExtension(certificate.get(), ca, NID_subject_alt_name, wish.subject_alt_names);
-    }
-    require(X509_sign(certificate.get(), ca_key_.get(), EVP_sha256()) != 0);
+    const Key key = makeEcKey();
+    const Certificate certificate = sign(wish, key.get());
+    std::vector<X509*> chain{certificate.get()};
+    if (wish.issuer == Issuer::intermediate && wish.with_chain) chain.push_back(intermediate_certificate_.get());
 
     CertificateFiles files{directory_.path(name + ".pem"), directory_.path(name + ".key")};
-    writeCertificate(files.certificate_file, certificate.get());
+    writeCertificates(files.certificate_file, chain);
     writeKey(files.key_file, key.get());
     return files;
 }
 
-TestCertificates::Key TestCertificates::makeKey() {
-    const std::unique_ptr<EVP_PKEY_CTX, void (*)(EVP_PKEY_CTX*)> context(EVP_PKEY_CTX_new_id(EVP_PKEY_EC, nullptr),
-                                                                         EVP_PKEY_CTX_free);
-    require(context != nullptr);
-    require(EVP_PKEY_keygen_init(context.get()) == 1);
-    require(EVP_PKEY_CTX_set_ec_paramgen_curve_nid(context.get(), NID_X9_62_prime256v1) == 1);
-    require(EVP_PKEY_CTX_set_ec_param_enc(context.get(), OPENSSL_EC_NAMED_CURVE) == 1);
-    EVP_PKEY* key = nullptr;
-    require(EVP_PKEY_keygen(context.get(), &key) == 1);
-    return {key, EVP_PKEY_free};
+std::string TestCertificates::issueDevice(const std::string& name, const CertificateWish& wish) const {
+    const Key key = makeRsaKey();
+    const Certificate certificate = sign(wish, key.get());
+    const std::string folder = directory_.path(name);
+    std::filesystem::create_directory(folder);
+    require(i2d_X509_fp(openForWriting(folder + "/device_cert.der").get(), certificate.get()) == 1);
+    require(i2d_PrivateKey_fp(openForWriting(folder + "/device_key.der").get(), key.get()) == 1);
+    return folder;
+}
+
+TestCertificates::Certificate TestCertificates::sign(const CertificateWish& wish, EVP_PKEY* key) const {
+    Certificate certificate = makeCertificate(wish, key);
+    X509* issuer = ca_certificate_.get();
+    EVP_PKEY* issuer_key = ca_key_.get();
+    if (wish.issuer == Issuer::intermediate) {
+        issuer = intermediate_certificate_.get();
+        issuer_key = intermediate_key_.get();
+    } else if (wish.issuer == Issuer::itself) {
+        issuer = certificate.get();
+        issuer_key = key;
+    }
+    require(X509_set_issuer_name(certificate.get(), X509_get_subject_name(issuer)) == 1);
+    addExtension(certificate.get(), issuer, NID_basic_constraints, "critical,CA:FALSE");
+    addExtension(certificate.get(), issuer, NID_ext_key_usage, "serverAuth,clientAuth");
+    addExtension(certificate.get(), issuer, NID_subject_key_identifier, "hash");
+    addExtension(certificate.get(), issuer, NID_authority_key_identifier, "keyid");
+    if (!wish.subject_alt_names.empty()) {
+        addExtension(certificate.get(), issuer, NID_subject_alt_name, wish.subject_alt_names);
+    }
+    require(X509_sign(certificate.get(), issuer_key, EVP_sha256()) != 0);
+    return certificate;
 }
 
 // Without issuer, extensions and signature.

@@ -17,6 +17,12 @@ struct CertificateFiles {
     std::string key_file;
 };
 
+enum class Issuer {
+    authority,
+    intermediate,  // which the authority has signed
+    itself
+};
+
 // What is to stand in a certificate. The default suits a server on this machine.
 struct CertificateWish {
     std::string common_name = "localhost";
@@ -25,9 +31,15 @@ struct CertificateWish {
     // The days of its validity, counted from today.
     int valid_from_day = -1;
     int valid_to_day = 1;
+    Issuer issuer = Issuer::authority;
+    // Appends the intermediate's certificate to that of one it has signed, as a server ought to.
+    bool with_chain = true;
 };
 
-// A certificate authority made for this run and the certificates it has signed; all keys are EC P-256.
+// A certificate authority made for this run, an intermediate one and the certificates they have signed. All keys are EC
+// P-256, those of devices RSA.
+//
+// Each certificate serves servers and clients alike.
 //
 // A second object is an authority that nobody of the first one's clients trusts.
 //
@@ -42,23 +54,31 @@ class TestCertificates {
 
     // The authority's own certificate, to be trusted.
     const std::string& caFile() const { return ca_file_; }
+    // The intermediate's, without the authority's.
+    const std::string& intermediateFile() const { return intermediate_file_; }
     // A certificate for 127.0.0.1, ::1 and localhost.
     const CertificateFiles& server() const { return server_; }
 
     // Signs one more, in files called after `name`, which live as long as this object.
     CertificateFiles issue(const std::string& name, const CertificateWish& wish) const;
+    // Makes the identity of a device, signed by the authority, and returns the folder with its device_cert.der and
+    // device_key.der, called after `name`.
+    std::string issueDevice(const std::string& name, const CertificateWish& wish) const;
 
  private:
     using Key = std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)>;
     using Certificate = std::unique_ptr<X509, void (*)(X509*)>;
 
-    static Key makeKey();
     static Certificate makeCertificate(const CertificateWish& wish, EVP_PKEY* key);
+    Certificate sign(const CertificateWish& wish, EVP_PKEY* key) const;
 
     TemporaryDirectory directory_;
     Key ca_key_;
     Certificate ca_certificate_;
     std::string ca_file_;
+    Key intermediate_key_;
+    Certificate intermediate_certificate_;
+    std::string intermediate_file_;
     CertificateFiles server_;
 };
 
