@@ -58,7 +58,9 @@ bool Engine::hasEngine() {
     return currentEngine != nullptr;
 }
 
-Engine::Engine(const CallbackHandler& handler)
+Engine::Engine(const CallbackHandler& handler) : Engine(handler, &std::chrono::steady_clock::now) {}
+
+Engine::Engine(const CallbackHandler& handler, ProxyBlackList::Clock clock)
     : multi(curl_multi_init()),
       share(curl_share_init()),
       queueMutex("QueueMutex"),
@@ -66,6 +68,7 @@ Engine::Engine(const CallbackHandler& handler)
       wakeupDescriptor(eventfd(0, 0)),
       callbackHandler(handler),
       newRequestHandler([] {}),
+      proxyBlackList(clock),
       logger(logging::getLogger("HttpClient", 0)) {
     KO_ASSERT(!currentEngine);
     currentEngine = this;

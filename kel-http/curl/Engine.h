@@ -5,12 +5,16 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
+#include <iosfwd>
+#include <list>
 #include <map>
 #include <memory>
 #include <string>
 
+#include "kel-http/curl/ProxyBlackList.h"
 #include "kel-http/curl/Request.h"
 #include "ko/mutex.h"
 #include "ko/thread.h"
@@ -20,24 +24,34 @@ namespace kel::http {
 
 // The process-wide transfer engine: one thread, "CurlEngine", that makes every libcurl call.
 //
-// Threads:  any thread may call the operations that take a Request, queueRequest(), onNewRequest() and
-//           requestTermination(): they queue a task and wake the engine thread. What is marked "engine thread" below is
-//           called there only.
+// Threads:  any thread may call the operations that take a Request, those about proxies, queueRequest(), onNewRequest()
+//           and requestTermination(). What is marked "engine thread" below is called there only.
 // Life:     the program makes one engine before the first request and destroys it after the last one, on a thread that
-// is
-//           not the engine's own. One at a time; a second one stops the process. Transfers that are still running then
-//           end without a word to their requests: cancel them first.
+//           is not the engine's own. One at a time; a second one stops the process. Transfers that are still running
+//           then end without a word to their requests: cancel them first.
 // Outcome:  a completed transfer is handed, as a closure, to the callback handler, which decides where it runs: at
-// once, on
-//           the engine thread, or posted to a thread of its choice. Closures may outlive the engine. The handler must
-//           not be empty and must not throw.
+//           once, on the engine thread, or posted to a thread of its choice. Closures may outlive the engine. The
+//           handler must not be empty and must not throw.
 // Derived:  the thread runs from the base class's constructor on, so no request may be queued before the most derived
 //           constructor has returned, and the most derived destructor calls stop() first.
-// Settings: libcurl's own environment variables ("http_proxy" and its kin) apply; a program that wants none clears
-// them.
+// Settings: libcurl's own environment variables ("http_proxy" and its kin) apply as long as no proxy is set here; a
+//           program that wants none clears them.
 class Engine {
  public:
     using CallbackHandler = std::function<void(const std::function<void()>&)>;
+
+    // Which proxy transfers go through. The numbers are part of the interface: they appear in log lines.
+    enum class ProxyConfigMode : std::uint32_t {
+        // None; libcurl's environment variables apply.
+        Off = 0,
+        // The engine's own.
+        Manual = 1,
+        // Each request's RequestConfig::proxies, one after the other until one works, as a PAC script has named them ...
+        PACUrl = 2,
+        // ... which was given by its URL or found by discovery. To the engine both are the same.
+        WPAD = 3
+    };
+
     struct ActiveTask;
 
     // Starts the engine thread. Any thread.
@@ -70,7 +84,24 @@ class Engine {
     void pauseRequest(std::shared_ptr<Request> request);
     void resumeRequest(std::shared_ptr<Request> request);
 
-    // Calls one of the four operations above if there is an engine, which then does not go away meanwhile, even though its
+    // Sets the proxy of all transfers that are set up from now on. `url`, `user` and `password` matter to mode Manual
+    // only. The URL is logged, as it is; user and password are not. Any thread. Initially Off.
+    void setProxyConfig(ProxyConfigMode mode, const std::string& url, const std::string& user,
+                        const std::string& password);
+    ProxyConfigMode getProxyMode() const;
+    std::string getProxyUrl() const;
+    std::string getProxyUser() const;
+    std::string getProxyPassword() const;
+
+    // Starts the transfer of `request` with these proxies to be tried, in order; those that failed lately come last.
+    // Any thread.
+    void addNewRequestWithProxies(std::shared_ptr<Request> request, std::list<std::string> proxies);
+
+    // The same with the proxies of the request's configuration, of which there has to be one. A `proxy` other than 0 in
+    // it becomes the mode of all transfers first (1: Off). Any thread.
+    void addNewRequestThroughProxies(std::shared_ptr<Request> request);
+
+    // Calls one of the operations above if there is an engine, which then does not go away meanwhile, even though its
     // owner may have begun to destroy it. Any thread.
     static void ask(void (Engine::*operation)(std::shared_ptr<Request>), std::shared_ptr<Request> request);
 
@@ -95,6 +126,9 @@ class Engine {
     static int watchSocket(void* engine, curl_socket_t descriptor, curlsocktype purpose);
 
  protected:
+    // With a clock of the derived engine's for the list of failed proxies.
+    Engine(const CallbackHandler& callbackHandler, ProxyBlackList::Clock clock);
+
     // Ends the engine thread; the second call does nothing. Not on the engine thread.
     void stop();
 
@@ -102,6 +136,7 @@ class Engine {
     using TaskPtr = std::shared_ptr<ActiveTask>;
     using RequestPtr = std::shared_ptr<Request>;
     using TaskMap = std::map<void*, TaskPtr>;
+    enum class Completion { final, retry };
 
     // The loop (Engine.cpp). Engine thread.
     void thread_loop();
@@ -122,7 +157,7 @@ class Engine {
     bool waitWithPoll(long timerMs);
     void drainWakeups();
 
-    // Setting a transfer up (EngineSetup.cpp, EngineBody.cpp). Engine thread.
+    // Setting a transfer up (EngineSetup.cpp, EngineBody.cpp, EngineCookies.cpp). Engine thread.
     void addRequest(RequestPtr request);
     void prepareAddTask(RequestPtr request);
     void addTask(RequestPtr request);
@@ -134,6 +169,7 @@ class Engine {
     void addRedirects(CURL* easy, const Request& request);
     void addProgress(CURL* easy);
     void addTimeout(CURL* easy, const Request& request);
+    void addCookies(CURL* easy, const Request& request);
     void addCredentials(CURL* easy, const Request& request);
     void addHTTPMethodToRequest(CURL* easy, RequestPtr request, TaskPtr task);
     void addUpload(CURL* easy, const Request& request, ActiveTask& task);
@@ -143,6 +179,14 @@ class Engine {
     void addIPVersionToRequest(CURL* easy, RequestPtr request);
     void addLoopSafeguards(CURL* easy);
     void addFreshState(CURL* easy, const Request& request);
+    void deleteCookiesFromRequest(CURL* easy, const std::string& url);
+
+    // Proxies (EngineProxy.cpp). Engine thread.
+    void addProxyConfig(void* easy, RequestPtr request);
+    void takeNextProxy(Request& request, ProxyConfigMode mode);
+    void addProxyCredentials(CURL* easy, const Request& request);
+    bool retryWithNextProxy(void* easy, const RequestPtr& request, long responseCode);
+    void addNewRequestNextProxy(RequestPtr request);
 
     // Running and ending transfers (EngineCompletion.cpp). Engine thread.
     TaskPtr getActiveTask(const RequestPtr& request) const;
@@ -151,7 +195,7 @@ class Engine {
     void removeTask(RequestPtr request);
     CURLMsg* findCompletedMsg();
     void processCompletedTasks();
-    void completeTask(void* easy, CURLcode result);
+    Completion completeTask(void* easy, CURLcode result);
     void addTimingData(void* easy, RequestPtr request);
     void addRedirectURL(RequestPtr request, void* easy);
 
@@ -161,7 +205,7 @@ class Engine {
     CURLSH* share;
     std::deque<std::function<void()>> taskQueue KO_GUARDED_BY(queueMutex);
     ko::mutex queueMutex;
-    ko::mutex variableMutex;
+    mutable ko::mutex variableMutex;
     ko::thread engineThread;
     int wakeupDescriptor;
     const CallbackHandler callbackHandler;
@@ -170,8 +214,14 @@ class Engine {
     // Set by the owner, read by callbacks that libcurl may still make while transfers are freed.
     std::atomic<bool> shuttingDown{false};
     std::function<void()> newRequestHandler KO_GUARDED_BY(variableMutex);
+    ProxyConfigMode proxyMode KO_GUARDED_BY(variableMutex) = ProxyConfigMode::Off;
+    std::string proxyUrl KO_GUARDED_BY(variableMutex);
+    std::string proxyUser KO_GUARDED_BY(variableMutex);
+    std::string proxyPassword KO_GUARDED_BY(variableMutex);
     // Engine thread, and the destructor once that has ended.
     TaskMap activeTasks;
+    // Engine thread.
+    ProxyBlackList proxyBlackList;
     logging::Logger* const logger;
     // Engine thread; a member so that its memory serves every pass of the loop.
     std::deque<std::function<void()>> runningTasks;
@@ -182,5 +232,8 @@ class Engine {
 
 // Starts the thread "CurlEngine", with a stack of 256 KiB, on `body`.
 ko::thread createEngineTask(const std::function<void()>& body);
+
+// "Off", "Manual", "PACUrl" or "WPAD"; any other value aborts the process.
+std::ostream& operator<<(std::ostream& stream, Engine::ProxyConfigMode mode);
 
 }  // namespace kel::http

@@ -109,12 +109,12 @@ void Engine::processCompletedTasks() {
     checkEngineThread();
     writeLine(*logger, log_level::detail, "Engine::{}", "processCompletedTasks");
     while (const CURLMsg* message = findCompletedMsg()) {
-        // The message dies with its handle.
-        completeTask(message->easy_handle, message->data.result);
+        // The message dies with its handle. A request that goes on with its next proxy comes before further messages.
+        if (completeTask(message->easy_handle, message->data.result) == Completion::retry) return;
     }
 }
 
-void Engine::completeTask(void* easy, CURLcode result) {
+Engine::Completion Engine::completeTask(void* easy, CURLcode result) {
     const TaskPtr task = activeTasks.at(easy);
     activeTasks.erase(easy);
     const RequestPtr request = task->request;
@@ -127,11 +127,16 @@ void Engine::completeTask(void* easy, CURLcode result) {
     addTimingData(easy, request);
     addRedirectURL(request, easy);
 
-    // From here on the request belongs to whoever runs the closure; libcurl must not write its error text there any
-    // more.
+    // From here on the request belongs to whoever runs the closure, or to its next transfer; libcurl must not write its
+    // error text there any more.
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, nullptr);
-    callbackHandler([request, result, responseCode] { runCallbackHandlerInFsmContext(request, result, responseCode); });
+    const bool retry = retryWithNextProxy(easy, request, responseCode);
+    if (!retry) {
+        callbackHandler(
+            [request, result, responseCode] { runCallbackHandlerInFsmContext(request, result, responseCode); });
+    }
     curl_multi_remove_handle(multi, easy);
+    return retry ? Completion::retry : Completion::final;
 }
 
 void Engine::runCallbackHandlerInFsmContext(RequestPtr request, CURLcode result, long responseCode) {

@@ -89,9 +89,11 @@ void Engine::addTask(RequestPtr request) {
     addRedirects(easy, *request);
     addProgress(easy);
     addTimeout(easy, *request);
+    addCookies(easy, *request);
     addCredentials(easy, *request);
     addHTTPMethodToRequest(easy, request, task);
     addHeadersToRequest(easy, request, task);
+    addProxyConfig(easy, request);
     addTlsConfig(easy, request);  // virtual: a derived engine may replace it
     addIPVersionToRequest(easy, request);
     addLoopSafeguards(easy);
@@ -111,6 +113,7 @@ void Engine::addCallbacks(CURL* easy, Request& request) {
     curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L);
     curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &Engine::traceTransfer);
     curl_easy_setopt(easy, CURLOPT_DEBUGDATA, logger);
+    request.errorBuffer.front() = '\0';  // an earlier attempt may have left its text
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, request.errorBuffer.data());
 }
 
@@ -231,13 +234,6 @@ void Engine::addLoopSafeguards(CURL* easy) {
     // A name look-up that hangs is left to itself when its transfer ends; libcurl would wait for it, and all transfers with it.
     curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
 #endif
-}
-
-void Engine::addFreshState(CURL* easy, const Request& request) {
-    if (!request.config.reset_state) return;
-    curl_easy_setopt(easy, CURLOPT_COOKIESESSION, 1L);
-    curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
-    curl_easy_setopt(easy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
 }
 
 }  // namespace kel::http

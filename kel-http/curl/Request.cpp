@@ -24,8 +24,11 @@ Request::~Request() = default;
 
 void Request::runRequest() {
     allocateRequestId();
+    currentProxy = tl::nullopt;  // of an earlier run
+    remainingProxies.clear();
     if (!Engine::hasEngine()) return;
-    Engine::ask(&Engine::addNewRequest, shared_from_this());
+    if (config.proxies.empty()) return Engine::ask(&Engine::addNewRequest, shared_from_this());
+    Engine::ask(&Engine::addNewRequestThroughProxies, shared_from_this());
 }
 
 void Request::tryToCancelRequest() {

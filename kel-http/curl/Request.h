@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -19,11 +20,9 @@ namespace kel::http {
 // that the engine leaves here.
 //
 // Life:     always owned by a std::shared_ptr, since every queued engine task and every running transfer keeps it
-// alive.
-//           Anything else makes the calls below throw std::bad_weak_ptr.
+//           alive. Anything else makes the calls below throw std::bad_weak_ptr.
 // Outcome:  after runRequest() exactly one of notifyDataEnd() and notifyFailure(), unless the request is cancelled or
-// the
-//           engine is destroyed; then none.
+//           the engine is destroyed; then none.
 // Threads:  runRequest() to resumeRequest() on the owner's thread. notifyDataReceived(), notifyHeader(),
 //           notifyRemoteAddr() and reportDownloadProgress() are called on the engine thread. notifyDataEnd() and
 //           notifyFailure(), and the last reportDownloadProgress() before them, are called wherever the engine's
@@ -100,6 +99,11 @@ class Request : public std::enable_shared_from_this<Request> {
     // The body size last reported, kept by subclasses that override reportDownloadProgress().
     std::uint32_t lastDownloadProgress = 0;
 
+    // The proxies that are still to be tried, and the one of the present attempt, unset when none was chosen. The
+    // engine's while the request runs.
+    std::list<std::string> remainingProxies;
+    tl::optional<std::string> currentProxy;
+
  protected:
     // Set by pauseRequest(), cleared by resumeRequest(). A data hook returns 1 while it is set.
     bool isPaused() const;
@@ -116,6 +120,8 @@ class Request : public std::enable_shared_from_this<Request> {
     std::atomic<bool> payloadLogging{true};
     std::atomic<std::uint16_t> requestId{0};
     tl::optional<TimingData> timingData;
+    // Engine thread: the present attempt's proxy came from remainingProxies.
+    bool proxyIsFromList = false;
     // libcurl writes its error text here (`CURLOPT_ERRORBUFFER`) until the transfer is handed over.
     std::array<char, 256> errorBuffer{};
     // A cancellation may come when the engine has no transfer to remove: before a queued set-up, or after the

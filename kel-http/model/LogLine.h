@@ -13,6 +13,7 @@ namespace kel::http {
 namespace log_level {
 constexpr int always = 1;   // written as soon as a logger is not silent
 constexpr int error = 1;    // something failed
+constexpr int info = 3;     // what the program did to all requests
 constexpr int debug = 4;    // one line a step
 constexpr int detail = 8;   // every step of the engine
 constexpr int payload = 9;  // bodies, and what is as long

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "certificate/certificate.h"
 
+#include <openssl/crypto.h>
 #include <openssl/ssl.h>
 #include <unistd.h>
 
@@ -17,10 +18,14 @@ const std::string* find_path(const std::string& name) {
     return found == bundles.end() ? nullptr : &found->second;
 }
 
+void free_text(void* /*context*/, void* text, CRYPTO_EX_DATA* /*data*/, int /*index*/, long /*argl*/, void* /*argp*/) {
+    OPENSSL_free(text);
+}
+
 }  // namespace
 
 int sslctx_data_index() {
-    static const int index = SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+    static const int index = SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, &free_text);
     KO_ASSERT(index >= 0);
     return index;
 }

@@ -8,7 +8,8 @@
 namespace certificate {
 
 // The index under which an SSL_CTX carries the text for a request's certificate verifier; the same for the whole life
-// of the process, and reserved for this use. What is stored there stays its owner's: the context frees nothing.
+// of the process, and reserved for this use. The text, a C string from OPENSSL_strdup(), is the context's, which frees
+// it when it ends itself.
 int sslctx_data_index();
 
 // Whether there is a bundle of this name that this process can read at the moment.

@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: MIT
+#include <cstdlib>
+#include <memory>
+#include <ostream>
+#include <utility>
+
+#include "kel-http/Deployment.h"
+#include "kel-http/curl/Engine.h"
+#include "kel-http/model/LogLine.h"
+#include "ko/assert.h"
+#include "tervo/platforminfo.h"
+
+namespace kel::http {
+namespace {
+
+constexpr const char* own_hosts = "localhost,127.0.0.1";
+constexpr const char* own_hosts_and_services = "localhost,127.0.0.1, ." KEL_HTTP_NO_PROXY_DOMAIN;
+
+const char* hostsWithoutProxy() {
+    namespace info = tervo::platforminfo;
+    return info::is_release_build() && !info::is_test_mode() ? own_hosts : own_hosts_and_services;
+}
+
+using Escaped = std::unique_ptr<char, void (*)(void*)>;
+
+// libcurl decodes the credentials, which may hold the colon that parts them. Null: there is no memory.
+Escaped escape(CURL* easy, const std::string& text) {
+    return {curl_easy_escape(easy, text.c_str(), 0), &curl_free};
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& stream, Engine::ProxyConfigMode mode) {
+    switch (mode) {
+        case Engine::ProxyConfigMode::Off:
+            return stream << "Off";
+        case Engine::ProxyConfigMode::Manual:
+            return stream << "Manual";
+        case Engine::ProxyConfigMode::PACUrl:
+            return stream << "PACUrl";
+        case Engine::ProxyConfigMode::WPAD:
+            return stream << "WPAD";
+    }
+    std::abort();
+}
+
+void Engine::setProxyConfig(ProxyConfigMode mode, const std::string& url, const std::string& user,
+                            const std::string& password) {
+    writeLine(*logger, log_level::info, "kel-http::Engine::{}: proxy mode='{}', url='{}'", "setProxyConfig",
+              static_cast<std::uint32_t>(mode), url);
+    ko::lock_guard lock(variableMutex);
+    proxyMode = mode;
+    proxyUrl = url;
+    proxyUser = user;
+    proxyPassword = password;
+}
+
+Engine::ProxyConfigMode Engine::getProxyMode() const {
+    ko::lock_guard lock(variableMutex);
+    return proxyMode;
+}
+
+std::string Engine::getProxyUrl() const {
+    ko::lock_guard lock(variableMutex);
+    return proxyUrl;
+}
+
+std::string Engine::getProxyUser() const {
+    ko::lock_guard lock(variableMutex);
+    return proxyUser;
+}
+
+std::string Engine::getProxyPassword() const {
+    ko::lock_guard lock(variableMutex);
+    return proxyPassword;
+}
+
+void Engine::addNewRequestWithProxies(RequestPtr request, std::list<std::string> proxies) {
+    writeLine(*logger, log_level::detail, "({}) Engine::{}", request->id(), "addNewRequestWithProxies");
+    request->remainingProxies = std::move(proxies);
+    request->cancelled = false;
+    enqueueFor(std::move(request), &Engine::addRequest);
+}
+
+void Engine::addNewRequestThroughProxies(RequestPtr request) {
+    const RequestConfig& config = request->config;
+    const auto choice = static_cast<std::uint32_t>(config.proxy);
+    if (choice > 0) {
+        // For all requests: who bypasses the proxies of its list takes them away from everybody.
+        setProxyConfig(static_cast<ProxyConfigMode>(choice - 1), config.proxies.front(), config.proxy_user,
+                       config.proxy_password);
+    }
+    addNewRequestWithProxies(request, config.proxies);
+}
+
+void Engine::addNewRequestNextProxy(RequestPtr request) {
+    writeLine(*logger, log_level::detail, "({}) Engine::{}", request->id(), "addNewRequestNextProxy");
+    enqueueFor(std::move(request), &Engine::addRequest);
+}
+
+void Engine::addProxyConfig(void* easy, RequestPtr request) {
+    request->proxyIsFromList = false;
+    if (request->config.proxy == Proxy::bypass_proxy) return;
+    const ProxyConfigMode mode = getProxyMode();
+    if (mode == ProxyConfigMode::Off) return;
+    if (mode == ProxyConfigMode::Manual) {
+        request->currentProxy = getProxyUrl();
+    } else if (mode == ProxyConfigMode::PACUrl || mode == ProxyConfigMode::WPAD) {
+        takeNextProxy(*request, mode);
+    }
+    const std::string proxy = request->currentProxy.value_or("");
+    writeLine(*logger, log_level::debug, "({}) Engine::{} proxy mode={}, using proxy '{}'", request->id(),
+              "addProxyConfig", static_cast<std::uint32_t>(mode), proxy);
+    curl_easy_setopt(easy, CURLOPT_PROXY, proxy.c_str());
+    curl_easy_setopt(easy, CURLOPT_HTTPPROXYTUNNEL, 1L);
+    curl_easy_setopt(easy, CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
+    curl_easy_setopt(easy, CURLOPT_NOPROXY, hostsWithoutProxy());
+    if (mode == ProxyConfigMode::Manual) addProxyCredentials(easy, *request);
+}
+
+void Engine::takeNextProxy(Request& request, ProxyConfigMode mode) {
+    std::list<std::string>& candidates = request.remainingProxies;
+    proxyBlackList.sortProxies(candidates);
+    if (logger->verbosity() >= log_level::detail) {
+        writeLine(*logger, log_level::detail, "{}", proxyBlackList.dump(candidates));
+    }
+    if (candidates.empty()) {
+        writeLine(*logger, log_level::error, "({}) Engine::{} proxy mode={} but proxy list is empty!", request.id(),
+                  "addProxyConfig", static_cast<std::uint32_t>(mode));
+        request.currentProxy = std::string();
+        return;
+    }
+    request.currentProxy = std::move(candidates.front());
+    candidates.pop_front();
+    request.proxyIsFromList = true;
+}
+
+void Engine::addProxyCredentials(CURL* easy, const Request& request) {
+    const std::string user = getProxyUser();
+    if (user.empty()) return;
+    const Escaped escapedUser = escape(easy, user);
+    const Escaped escapedPassword = escape(easy, getProxyPassword());
+    if (!escapedUser) {
+        writeLine(*logger, log_level::error, "({}) {}: Encoding proxy username failed", request.id(), "addProxyConfig");
+    } else if (!escapedPassword) {
+        writeLine(*logger, log_level::error, "({}) {}: Encoding proxy password failed", request.id(), "addProxyConfig");
+    } else {
+        const std::string credentials = fmt::format("{}:{}", escapedUser.get(), escapedPassword.get());
+        curl_easy_setopt(easy, CURLOPT_PROXYUSERPWD, credentials.c_str());
+    }
+}
+
+// An answer of the server says that the proxy works. Without one the next candidate may do better: true when the request
+// goes there. A proxy that is not the request's own is the only one there is.
+bool Engine::retryWithNextProxy(void* easy, const RequestPtr& request, long responseCode) {
+    if (!request->currentProxy) return false;
+    if (responseCode != 0) {
+        proxyBlackList.success(*request->currentProxy);
+        return false;
+    }
+    proxyBlackList.fail(*request->currentProxy);
+    long connectCode = -1;
+    const CURLcode ret = curl_easy_getinfo(easy, CURLINFO_HTTP_CONNECTCODE, &connectCode);
+    KO_ASSERT(ret == CURLE_OK);
+    writeLine(*logger, log_level::always, "({}) Engine::{}: CURLINFO_HTTP_CONNECTCODE='{}'", request->id(),
+              "processCompletedTasks", connectCode);
+    if (!request->proxyIsFromList || request->remainingProxies.empty()) return false;
+    writeLine(*logger, log_level::detail, "({}) Engine::{}: Retry with another proxy", request->id(),
+              "processCompletedTasks");
+    addNewRequestNextProxy(request);
+    return true;
+}
+
+}  // namespace kel::http

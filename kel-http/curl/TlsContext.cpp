@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: MIT
+#include "kel-http/curl/TlsContext.h"
+
+#include <openssl/crypto.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/ssl.h>
+#include <openssl/x509.h>
+#include <unistd.h>
+
+#include <array>
+#include <string>
+
+#include "certificate/certificate.h"
+#include "kel-http/RequestConfig.h"
+#include "kel-http/model/LogLine.h"
+#include "ko/assert.h"
+#include "sec/secure_store.h"
+
+namespace kel::http::tls {
+namespace {
+
+constexpr std::size_t der_bytes = 4096;
+using Der = std::array<unsigned char, der_bytes>;
+
+// Key bytes do not stay behind on the stack, whatever happens to the connection.
+struct KeyBuffer {
+    ~KeyBuffer() { OPENSSL_cleanse(der.data(), der.size()); }
+
+    Der der{};
+};
+
+// The context takes references of its own.
+struct DeviceIdentity {
+    // What d2i left in the queue would be reported by the next TLS call of this thread, whosever it is.
+    ~DeviceIdentity() {
+        addMicToCtxCleanup(certificate, key);
+        ERR_clear_error();
+    }
+
+    X509* certificate = nullptr;
+    EVP_PKEY* key = nullptr;
+};
+
+// Left to the logger to drop: a connection that can not be made is worth a line at any level.
+CURLcode fail(CURLcode result, const char* function, const char* reason) {
+    logging::getLogger("HttpClient", 0)->write(log_level::error, fmt::format("{}: {}", function, reason));
+    return result;
+}
+
+bool isReadable(const tl::optional<std::string>& path) {
+    return path && !path->empty() && access(path->c_str(), R_OK) == 0;
+}
+
+// The parsers get the whole buffer: the length stands in the DER itself, and zeros behind it do no harm.
+CURLcode loadCertificate(DeviceIdentity& identity) {
+    Der der{};
+    unsigned int length = der_bytes;
+    if (sec_get_deviceCert(0, der.data(), &length) != 0) {
+        return fail(CURLE_FAILED_INIT, "setMicToCtx", "Failed Fetch the MIC");
+    }
+    const unsigned char* cursor = der.data();
+    identity.certificate = d2i_X509(nullptr, &cursor, der_bytes);
+    if (identity.certificate != nullptr) return CURLE_OK;
+    return fail(CURLE_FAILED_INIT, "setMicToCtx", "Failed to load MIC into an openssl X509 object");
+}
+
+CURLcode loadKey(DeviceIdentity& identity) {
+    KeyBuffer buffer;
+    unsigned int length = der_bytes;
+    if (sec_get_priv_key(0, buffer.der.data(), &length) != 0) {
+        return fail(CURLE_FAILED_INIT, "setMicToCtx", "Failed Fetch the PKEY");
+    }
+    const unsigned char* cursor = buffer.der.data();
+    identity.key = d2i_PrivateKey(EVP_PKEY_RSA, nullptr, &cursor, der_bytes);
+    if (identity.key != nullptr) return CURLE_OK;
+    return fail(CURLE_FAILED_INIT, "setMicToCtx", "Failed to load pkey into an openssl EVP_PKEY object");
+}
+
+CURLcode use(const DeviceIdentity& identity, SSL_CTX* context) {
+    if (SSL_CTX_use_certificate(context, identity.certificate) != 1) {
+        return fail(CURLE_FAILED_INIT, "setMicToCtx", " SSL_CTX_use_certificate failed..");
+    }
+    if (SSL_CTX_use_PrivateKey(context, identity.key) != 1) {
+        return fail(CURLE_FAILED_INIT, "setMicToCtx", " SSL_CTX_use_PrivateKey failed..");
+    }
+    return CURLE_OK;
+}
+
+}  // namespace
+
+bool hasOwnIdentityFiles(const RequestConfig& config) {
+    return isReadable(config.own_cert) && isReadable(config.own_pkey);
+}
+
+CURLcode setupSSLCTXCallback(CURL* curl, void* sslctx, void* config) {
+    if (config == nullptr) {
+        return fail(CURLE_BAD_FUNCTION_ARGUMENT, "CURLcode kel::http::tls::setupSSLCTXCallback(CURL*, void*, void*)",
+                    "Missing RequestConfig");
+    }
+    const auto& request = *static_cast<const RequestConfig*>(config);
+    if (request.verifier) {
+        const CURLcode result = setupVerifierCallback(curl, sslctx, config);
+        if (result != CURLE_OK) return result;
+    }
+    if (request.tls_partial_chain) {
+        const CURLcode result = configurePartialChain(curl, sslctx, config);
+        if (result != CURLE_OK) return result;
+    }
+    return hasOwnIdentityFiles(request) ? CURLE_OK : setMicToCtx(curl, sslctx, config);
+}
+
+CURLcode setupVerifierCallback(CURL* /*curl*/, void* sslctx, void* config) {
+    constexpr const char* name = "CURLcode kel::http::tls::setupVerifierCallback(CURL*, void*, void*)";
+    if (sslctx == nullptr) return fail(CURLE_BAD_FUNCTION_ARGUMENT, name, "Missing SSL_CTX");
+    if (config == nullptr) return fail(CURLE_BAD_FUNCTION_ARGUMENT, name, "Missing RequestConfig");
+    auto* const context = static_cast<SSL_CTX*>(sslctx);
+    const auto& request = *static_cast<const RequestConfig*>(config);
+
+    const int index = certificate::sslctx_data_index();
+    OPENSSL_free(SSL_CTX_get_ex_data(context, index));
+    char* const data = request.verifier_data ? OPENSSL_strdup(request.verifier_data->c_str()) : nullptr;
+    SSL_CTX_set_ex_data(context, index, data);
+
+    // OpenSSL would take null for "no verifier", which must not happen unnoticed.
+    const auto* const function = request.verifier.target<int (*)(int, X509_STORE_CTX*)>();
+    KO_ASSERT(function != nullptr);
+    SSL_CTX_set_verify(context, SSL_VERIFY_PEER, *function);
+    return CURLE_OK;
+}
+
+CURLcode configurePartialChain(CURL* /*curl*/, void* sslctx, void* /*config*/) {
+    constexpr const char* name = "CURLcode kel::http::tls::configurePartialChain(CURL*, void*, void*)";
+    if (sslctx == nullptr) return fail(CURLE_BAD_FUNCTION_ARGUMENT, name, "Missing SSL_CTX");
+    X509_STORE* const store = SSL_CTX_get_cert_store(static_cast<SSL_CTX*>(sslctx));
+    if (store == nullptr) {
+        return fail(CURLE_BAD_FUNCTION_ARGUMENT, name, "Cannot extract X509_STORE store from an SSL_CTX");
+    }
+    X509_STORE_set_flags(store, X509_V_FLAG_PARTIAL_CHAIN);
+    return CURLE_OK;
+}
+
+CURLcode setMicToCtx(CURL* /*curl*/, void* sslctx, void* config) {
+    constexpr const char* name = "CURLcode kel::http::tls::setMicToCtx(CURL*, void*, void*)";
+    if (sslctx == nullptr) return fail(CURLE_BAD_FUNCTION_ARGUMENT, name, "Missing SSL_CTX");
+    if (config == nullptr) return fail(CURLE_BAD_FUNCTION_ARGUMENT, name, "Missing RequestConfig");
+    DeviceIdentity identity;
+    CURLcode result = loadCertificate(identity);
+    if (result == CURLE_OK) result = loadKey(identity);
+    if (result == CURLE_OK) result = use(identity, static_cast<SSL_CTX*>(sslctx));
+    return result;
+}
+
+void addMicToCtxCleanup(X509* certificate, EVP_PKEY* key) {
+    if (certificate != nullptr) X509_free(certificate);
+    if (key != nullptr) EVP_PKEY_free(key);
+}
+
+}  // namespace kel::http::tls

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <curl/curl.h>
+#include <openssl/ossl_typ.h>
+
+#include "kel-http/RequestConfig.h"
+
+// What libcurl's options can not say about a TLS connection: set in OpenSSL's own context, which libcurl hands out while
+// it prepares a handshake (`CURLOPT_SSL_CTX_FUNCTION`).
+//
+// `sslctx` is an SSL_CTX and `config` the RequestConfig; both are borrowed for the call. Engine thread.
+// Results: CURLE_OK, or the code with which libcurl then fails the connection. Each failure is written to the log.
+namespace kel::http::tls {
+
+// Whether libcurl can load the client certificate and its key from the request's own files.
+bool hasOwnIdentityFiles(const RequestConfig& config);
+
+// All that `config` asks for. Files that can be read when the handshake begins come before the device's own identity.
+CURLcode setupSSLCTXCallback(CURL* curl, void* sslctx, void* config);
+
+// Installs `config.verifier`, which alone decides about the peer then, and its text. The context gets a copy of the
+// text, because it lives as long as the connection. Stops the process when the verifier is no plain function.
+CURLcode setupVerifierCallback(CURL* curl, void* sslctx, void* config);
+
+// Lets a chain end at any trusted certificate.
+CURLcode configurePartialChain(CURL* curl, void* sslctx, void* config);
+
+// Presents the device's certificate (MIC) from the secure store.
+CURLcode setMicToCtx(CURL* curl, void* sslctx, void* config);
+
+// Frees what is not null.
+void addMicToCtxCleanup(X509* certificate, EVP_PKEY* key);
+
+}  // namespace kel::http::tls
