@@ -10,18 +10,11 @@
 #include <stdexcept>
 
 #include "Deadline.h"
-#include "FileDescriptor.h"
 #include "Sockets.h"
 
 namespace kel::http::test {
 
 namespace {
-
-FileDescriptor watchForWrites(const std::string& path) {
-    FileDescriptor watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    if (watch.get() < 0 || inotify_add_watch(watch.get(), path.c_str(), IN_MODIFY) < 0) throwErrno(path.c_str());
-    return watch;
-}
 
 // Returns whether there has been a write before `end`.
 bool awaitWrite(const FileDescriptor& watch, std::chrono::steady_clock::time_point end) {
@@ -29,8 +22,8 @@ bool awaitWrite(const FileDescriptor& watch, std::chrono::steady_clock::time_poi
     if (left.count() <= 0) return false;
     pollfd written{watch.get(), POLLIN, 0};
     if (poll(&written, 1, static_cast<int>(left.count())) == 0) return false;
-    std::array<char, 4096> events;
-    return read(watch.get(), events.data(), events.size()) != 0;
+    forgetWrites(watch);
+    return true;
 }
 
 }  // namespace
@@ -66,6 +59,18 @@ std::vector<std::string> awaitLines(const std::string& path, std::size_t count) 
         std::vector<std::string> lines = readLines(path);
         if (lines.size() >= count) return lines;
         if (!awaitWrite(watch, end)) throw DeadlineMissed(std::to_string(count) + " lines in " + path);
+    }
+}
+
+FileDescriptor watchForWrites(const std::string& path) {
+    FileDescriptor watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    if (watch.get() < 0 || inotify_add_watch(watch.get(), path.c_str(), IN_MODIFY) < 0) throwErrno(path.c_str());
+    return watch;
+}
+
+void forgetWrites(const FileDescriptor& watch) {
+    std::array<char, 4096> events;
+    while (read(watch.get(), events.data(), events.size()) > 0) {
     }
 }
 

@@ -42,7 +42,7 @@ http {
     map $arg_rate $rate { "" 100k; default $arg_rate; }
 
     server {
-        listen 127.0.0.1:@port@ backlog=8192;
+        listen @authority@ backlog=8192;
         @tls@
         root @directory@/served;
         @directives@
@@ -83,9 +83,9 @@ constexpr const char* KeepBody =
     "proxy_set_header X-Body-File $request_body_file; proxy_set_header Range \"\";";
 
 std::string tlsDirectives(const NginxSettings& settings) {
-    if (settings.tls_port == 0) return {};
-    return "listen 127.0.0.1:" + std::to_string(settings.tls_port) + " ssl http2 backlog=8192;\n" +
-           "        ssl_certificate " + settings.certificate_file + ";\n" +  //
+    if (settings.tls_authority.empty()) return {};
+    return "listen " + settings.tls_authority + " ssl http2 backlog=8192;\n" + "        ssl_certificate " +
+           settings.certificate_file + ";\n" +  //
            "        ssl_certificate_key " + settings.key_file + ";";
 }
 
@@ -139,7 +139,7 @@ std::string nginxConfiguration(const NginxSettings& settings) {
     fillIn(text, "statuses", statuses());
     fillIn(text, "tls", tlsDirectives(settings));
     fillIn(text, "directives", settings.directives);
-    fillIn(text, "port", std::to_string(settings.port));
+    fillIn(text, "authority", settings.authority);
     fillIn(text, "directory", settings.directory);
     return text;
 }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 namespace kel::http::test {
@@ -9,8 +8,8 @@ namespace kel::http::test {
 // What differs from one nginx of the tests to the next.
 struct NginxSettings {
     std::string directory;
-    std::uint16_t port = 0;
-    std::uint16_t tls_port = 0;  // 0 without TLS
+    std::string authority;      // "127.0.0.1:4711"
+    std::string tls_authority;  // empty without TLS
     std::string certificate_file;
     std::string key_file;
     std::string directives;

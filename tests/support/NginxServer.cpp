@@ -36,23 +36,24 @@ NginxSettings settingsFor(const std::string& directory, const NginxServer::Optio
 
 NginxServer::NginxServer() : NginxServer(Options()) {}
 
-NginxServer::NginxServer(const Options& options) {
+NginxServer::NginxServer(const Options& options) : family_(options.family) {
     NginxSettings settings = settingsFor(directory_.path(), options);
-    FileDescriptor plain = listenOnLoopback(Family::IPv4, Backlog);
-    settings.port = port_ = portOf(plain);
+    FileDescriptor plain = listenOnLoopback(family_, Backlog);
+    port_ = portOf(plain);
+    settings.authority = loopbackAuthority(port_, family_);
     std::vector<int> sockets{plain.get()};
     FileDescriptor tls;
     if (options.tls) {
-        tls = listenOnLoopback(Family::IPv4, Backlog);
-        settings.tls_port = tls_port_ = portOf(tls);
+        tls = listenOnLoopback(family_, Backlog);
+        tls_port_ = portOf(tls);
+        settings.tls_authority = loopbackAuthority(tls_port_, family_);
         sockets.push_back(tls.get());
     }
 
     writeFile("auth/secret", "welcome");
     writeWholeFile(directory_.path(nginx_files::Passwords), Passwords);
     writeWholeFile(directory_.path(nginx_files::Configuration), nginxConfiguration(settings));
-    process_.start(directory_.path(), directory_.path(nginx_files::Configuration),
-                   directory_.path(nginx_files::ErrorLog), sockets);
+    start(sockets);
     // From here on nginx alone listens: were it to fail, connecting would.
     plain.reset();
     tls.reset();
@@ -61,12 +62,27 @@ NginxServer::NginxServer(const Options& options) {
 
 NginxServer::~NginxServer() = default;
 
+void NginxServer::start(const std::vector<int>& sockets) {
+    // nginx takes over the sockets this variable lists, its own way of handing them to a newer nginx: nobody can take
+    // their ports in between, and clients may connect from the start.
+    std::string variable = "NGINX=";
+    for (const int socket : sockets) variable += std::to_string(socket) + ';';
+
+    ServerProcess::Program nginx;
+    nginx.words = {KEL_TEST_NGINX, "-p", directory_.path(), "-c", directory_.path(nginx_files::Configuration)};
+    nginx.environment = {variable};
+    nginx.log_file = directory_.path(nginx_files::ErrorLog);
+    nginx.inherited = sockets;
+    nginx.stop_signal = SIGTERM;  // SIGKILL would leave its worker behind
+    process_.start(nginx);
+}
+
 std::string NginxServer::url(const std::string& path) const {
-    return "http://" + loopbackAuthority(port_) + path;
+    return "http://" + loopbackAuthority(port_, family_) + path;
 }
 
 std::string NginxServer::tlsUrl(const std::string& path) const {
-    return "https://" + loopbackAuthority(tls_port_) + path;
+    return "https://" + loopbackAuthority(tls_port_, family_) + path;
 }
 
 void NginxServer::stop() {
@@ -117,7 +133,7 @@ std::string NginxServer::servedPath(const std::string& name) const {
 
 void NginxServer::awaitFirstReply() const {
     try {
-        RawClient client(port_);
+        RawClient client(port_, family_);
         client.get("/ready", "Connection: close\r\n");
         if (client.receiveAll().find("200 OK") != std::string::npos) return;
     } catch (const std::system_error&) {

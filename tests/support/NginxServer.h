@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "NginxProcess.h"
+#include "ServerProcess.h"
+#include "Sockets.h"
 #include "TemporaryDirectory.h"
 
 namespace kel::http::test {
@@ -35,6 +36,7 @@ class NginxServer {
     static constexpr const char* AuthPassword = "pass word:@%";
 
     struct Options {
+        Family family = Family::IPv4;
         // Serves the same over TLS too, on a second port, with HTTP/2 and HTTP/1.1.
         bool tls = false;
         // The certificate chain and key to serve, as PEM files. Empty: those of TestCertificates::shared().
@@ -78,12 +80,14 @@ class NginxServer {
 
  private:
     std::string servedPath(const std::string& name) const;
+    void start(const std::vector<int>& sockets);
     void awaitFirstReply() const;
 
     TemporaryDirectory directory_;
     std::uint16_t port_ = 0;
     std::uint16_t tls_port_ = 0;
-    NginxProcess process_;
+    Family family_;
+    ServerProcess process_;
 };
 
 }  // namespace kel::http::test

@@ -16,11 +16,11 @@ namespace {
 class LoopbackAddress {
  public:
     LoopbackAddress(Family family, std::uint16_t port) {
-        if (family == Family::IPv4) {
+        if (family != Family::IPv6) {
             size_ = sizeof(address_.v4);
             address_.v4.sin_family = AF_INET;
             address_.v4.sin_port = htons(port);
-            address_.v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+            address_.v4.sin_addr.s_addr = htonl(family == Family::IPv4 ? INADDR_LOOPBACK : INADDR_LOOPBACK + 1);
         } else {
             size_ = sizeof(address_.v6);
             address_.v6.sin6_family = AF_INET6;
@@ -42,17 +42,29 @@ class LoopbackAddress {
 };
 
 FileDescriptor makeSocket(Family family) {
-    FileDescriptor result(socket(family == Family::IPv4 ? AF_INET : AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    FileDescriptor result(socket(family == Family::IPv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (result.get() < 0) throwErrno("socket");
     return result;
+}
+
+void bindTo(const LoopbackAddress& address, const FileDescriptor& socket) {
+    if (bind(socket.get(), address.get(), address.size()) != 0) throwErrno("bind");
 }
 
 }  // namespace
 
 FileDescriptor bindToLoopback(Family family) {
     FileDescriptor result = makeSocket(family);
-    const LoopbackAddress address(family, 0);
-    if (bind(result.get(), address.get(), address.size()) != 0) throwErrno("bind");
+    bindTo(LoopbackAddress(family, 0), result);
+    return result;
+}
+
+FileDescriptor reserveOnLoopback() {
+    FileDescriptor result = makeSocket(Family::IPv4);
+    // Two sockets with this option may have one port as long as no more than one of them listens.
+    const int on = 1;
+    if (setsockopt(result.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0) throwErrno("setsockopt");
+    bindTo(LoopbackAddress(Family::IPv4, 0), result);
     return result;
 }
 
@@ -89,7 +101,16 @@ std::uint16_t portOf(const FileDescriptor& socket) {
 }
 
 std::string loopbackAuthority(std::uint16_t port, Family family) {
-    return (family == Family::IPv4 ? "127.0.0.1:" : "[::1]:") + std::to_string(port);
+    const std::string number = ':' + std::to_string(port);
+    switch (family) {
+        case Family::IPv4:
+            return "127.0.0.1" + number;
+        case Family::OtherIPv4:
+            return "127.0.0.2" + number;
+        case Family::IPv6:
+            return "[::1]" + number;
+    }
+    return {};
 }
 
 void throwErrno(const char* what) {
