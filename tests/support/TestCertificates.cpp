@@ -114,6 +114,15 @@ const TestCertificates& TestCertificates::shared() {
     return certificates;
 }
 
+const std::string& TestCertificates::device() const {
+    std::call_once(device_made_, [this] {
+        CertificateWish wish;
+        wish.common_name = "test device";
+        device_ = issueDevice("device", wish);
+    });
+    return device_;
+}
+
 CertificateFiles TestCertificates::issue(const std::string& name, const CertificateWish& wish) const {
     const Key key = makeEcKey();
     const Certificate certificate = sign(wish, key.get());

@@ -5,6 +5,7 @@
 #include <openssl/x509.h>
 
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "TemporaryDirectory.h"
@@ -58,6 +59,8 @@ class TestCertificates {
     const std::string& intermediateFile() const { return intermediate_file_; }
     // A certificate for 127.0.0.1, ::1 and localhost.
     const CertificateFiles& server() const { return server_; }
+    // The folder of a device called "test device", made for the first who asks: an RSA key takes its time.
+    const std::string& device() const;
 
     // Signs one more, in files called after `name`, which live as long as this object.
     CertificateFiles issue(const std::string& name, const CertificateWish& wish) const;
@@ -80,6 +83,8 @@ class TestCertificates {
     Certificate intermediate_certificate_;
     std::string intermediate_file_;
     CertificateFiles server_;
+    mutable std::once_flag device_made_;
+    mutable std::string device_;
 };
 
 }  // namespace kel::http::test
