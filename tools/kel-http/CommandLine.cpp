@@ -5,11 +5,14 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
-#include <map>
 #include <memory>
 
+#include "Choice.h"
+#include "CookieOptions.h"
 #include "Files.h"
 #include "HelpPage.h"
+#include "ProxyOptions.h"
+#include "TlsOptions.h"
 #include "ToolError.h"
 #include "Units.h"
 
@@ -17,10 +20,6 @@ namespace kel::http::tool {
 namespace {
 
 constexpr const char* password_variable = "KEL_HTTP_PASSWORD";
-
-[[noreturn]] void usage_error(const std::string& text) {
-    throw ToolError(UsageError, text + "\n  (kel-http --help tells all options)");
-}
 
 void add_ip_options(CLI::App& app, Options& options, const char* group) {
     app.add_flag_callback(
@@ -69,22 +68,14 @@ void add_request_options(CLI::App& app, Options& options) {
 
 void add_login_options(CLI::App& app, Options& options) {
     constexpr const char* group = "Login";
-    static const std::map<std::string, AuthMethod> methods = {{"basic", AuthMethod::BASIC}, {"any", AuthMethod::ANY}};
     app.add_option("-u,--user", options.user, "user name, sent when the server asks for it")
         ->option_text("NAME")
         ->group(group);
     app.add_option("--password", options.password, fmt::format("password; better kept in ${}", password_variable))
         ->option_text("TEXT")
         ->group(group);
-    app.add_option_function<std::string>(
-           "--auth",
-           [&options](const std::string& text) {
-               const auto method = methods.find(text);
-               if (method == methods.end()) usage_error(fmt::format("--auth '{}' is neither basic nor any", text));
-               options.auth = method->second;
-           },
-           "basic, or any: the safest the server offers (default)")
-        ->option_text("basic|any")
+    add_choice<AuthMethod>(app, "--auth", options.auth, {{"basic", AuthMethod::BASIC}, {"any", AuthMethod::ANY}},
+                           "basic, or any: the safest the server offers (default)")
         ->group(group);
 }
 
@@ -127,8 +118,6 @@ void add_connection_options(CLI::App& app, Options& options) {
            "-6", [&options] { options.ip_version = IPVersion::IPv6; }, "use IPv6 only")
         ->group(group)
         ->excludes(ipv4);
-    app.add_option("--ca-file", options.ca_file, "trust these certificates (PEM)")->option_text("FILE")->group(group);
-    app.add_flag("!--insecure", options.verify_server, "do not check who the server is")->group(group);
 }
 
 void add_output_options(CLI::App& app, Options& options) {
@@ -183,6 +172,9 @@ void check(const CLI::App& app, Options& options) {
     if (options.output && options.output->empty()) usage_error("-o/--output needs the name of a file");
     check_body(options);
     check_login(app, options);
+    check_tls_options(options);
+    check_proxy_options(app, options);
+    check_cookie_options(options);
 }
 
 }  // namespace
@@ -195,6 +187,9 @@ std::optional<Options> parse_command_line(int argc, const char* const* argv) {
     add_request_options(app, options);
     add_login_options(app, options);
     add_connection_options(app, options);
+    add_tls_options(app, options);
+    add_proxy_options(app, options);
+    add_cookie_options(app, options);
     add_output_options(app, options);
     app.set_help_flag("-h,--help", "print this page")->group("Help");
     app.set_version_flag("--version", "kel-http " KEL_HTTP_VERSION, "print the version")->group("Help");

@@ -75,6 +75,14 @@ bool must_stay(const std::string& path) {
     return lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
 }
 
+void check_folder(const std::string& path, bool writable) {
+    struct stat status {};
+    const char* const action = writable ? "write to" : "read";
+    if (stat(path.c_str(), &status) != 0) fail(action, path, errno);
+    if (!S_ISDIR(status.st_mode)) fail(action, path, ENOTDIR);
+    if (access(path.c_str(), (writable ? W_OK : R_OK) | X_OK) != 0) fail(action, path, errno);
+}
+
 void write_file(const std::string& path, const std::string& bytes) {
     File file = open(path, "wb", "write");
     std::fwrite(bytes.data(), 1, bytes.size(), file.get());
@@ -85,6 +93,10 @@ void write_file(const std::string& path, const std::string& bytes) {
 void write_to_stdout(const std::string& bytes) {
     std::fwrite(bytes.data(), 1, bytes.size(), stdout);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) fail("write", "standard output", errno);
+}
+
+void tell(const std::string& text) {
+    write_to_stderr(fmt::format("kel-http: {}\n", text));
 }
 
 void write_to_stderr(const std::string& text) {

@@ -50,6 +50,11 @@ Json timing_of(const TimingData& timing) {
             {"redirect_us", timing.redirect}};
 }
 
+struct Context {
+    const Options& options;
+    const std::string& advice;
+};
+
 void add_body(Json& report, const Options& options, const std::string& body) {
     if (options.output) {
         report["body_file"] = *options.output;
@@ -60,33 +65,34 @@ void add_body(Json& report, const Options& options, const std::string& body) {
     }
 }
 
-void add(Json& report, const Options& options, const ResponseData& response) {
+void add(Json& report, const Context& context, const ResponseData& response) {
     report["outcome"] = "response";
     report["status"] = response.status;
     report["headers"] = std::map<std::string, std::string>(response.headers.begin(), response.headers.end());
-    add_body(report, options, response.body);
+    add_body(report, context.options, response.body);
     if (response.timing_data) report["timing"] = timing_of(*response.timing_data);
     report["redirect"] = {{"url", response.redirect_url ? Json(*response.redirect_url) : Json()},
                           {"count", response.redirect_count}};
 }
 
-void add(Json& report, const Options&, const ErrorData& error) {
+void add(Json& report, const Context& context, const ErrorData& error) {
     report["outcome"] = "error";
     report["error"] = {{"code", static_cast<std::uint32_t>(error.failure)},
                        {"name", failure_name(error.failure)},
                        {"message", error.message}};
+    if (!context.advice.empty()) report["error"]["advice"] = context.advice;
 }
 
-void add(Json& report, const Options&, Cancelled) {
+void add(Json& report, const Context&, Cancelled) {
     report["outcome"] = "cancelled";
 }
 
 }  // namespace
 
-std::string json_report(const Options& options, const Outcome& outcome) {
+std::string json_report(const Options& options, const Outcome& outcome, const std::string& advice) {
     Json report;
     report["request"] = {{"method", name_of(options.method)}, {"url", options.url}};
-    std::visit([&](const auto& result) { add(report, options, result); }, outcome);
+    std::visit([&](const auto& result) { add(report, {options, advice}, result); }, outcome);
     // Header values may hold any bytes; what is no UTF-8 in them is shown as such.
     return report.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }

@@ -31,8 +31,24 @@ struct Options {
     std::optional<std::uint32_t> size_limit;   // bytes
     std::optional<std::uint32_t> speed_limit;  // bytes per second
     IPVersion ip_version = IPVersion::Any;
+
     std::optional<std::string> ca_file;
+    std::optional<std::string> ca_folder;
+    bool partial_chain = false;
     bool verify_server = true;
+    std::optional<MinTlsVersion> min_tls;
+    std::optional<std::string> own_certificate;  // with its key, or both not
+    std::optional<std::string> own_key;
+    std::optional<std::string> device_folder;
+
+    std::vector<std::string> proxies;  // in the order in which they are tried
+    std::string proxy_user;
+    std::string proxy_password;
+    bool use_proxies = true;
+
+    CookieJar cookies = CookieJar::ro_cookies;
+    bool reset_state = false;
+    std::optional<std::string> temporary_folder;
 
     std::optional<std::string> output;  // the file for the body; none: standard output
     bool include_headers = false;

@@ -84,6 +84,31 @@ void add_content_type(RequestConfig& request, const Options& options) {
     request.headers.emplace("Content-Type", has_body ? content_type_of(request, options) : "");
 }
 
+// The library would go on without a file that can not be read, or with the device's certificate instead of this one.
+std::string readable(const std::string& path) {
+    check_readable(path);
+    return path;
+}
+
+void add_tls(RequestConfig& request, const Options& options) {
+    if (options.ca_file) request.ca_file = readable(*options.ca_file);
+    if (options.ca_folder) {
+        check_folder(*options.ca_folder, false);
+        request.ca_dir = *options.ca_folder;
+    }
+    request.tls_partial_chain = options.partial_chain;
+    request.tls_verify = options.verify_server;
+    if (options.min_tls) request.min_tls_version = *options.min_tls;
+    if (options.own_certificate) request.own_cert = readable(*options.own_certificate);
+    if (options.own_key) request.own_pkey = readable(*options.own_key);
+}
+
+void add_proxies(RequestConfig& request, const Options& options) {
+    if (!options.use_proxies) request.proxy = Proxy::bypass_proxy;
+    // A single one is the engine's own.
+    if (options.proxies.size() > 1) request.proxies.assign(options.proxies.begin(), options.proxies.end());
+}
+
 }  // namespace
 
 RequestConfig build_request(const Options& options) {
@@ -102,11 +127,10 @@ RequestConfig build_request(const Options& options) {
     if (options.size_limit) request.size_limit = *options.size_limit;
     if (options.speed_limit) request.speed_limit = *options.speed_limit;
     request.ip_version = options.ip_version;
-    if (options.ca_file) {
-        check_readable(*options.ca_file);
-        request.ca_file = *options.ca_file;
-    }
-    request.tls_verify = options.verify_server;
+    add_tls(request, options);
+    add_proxies(request, options);
+    request.cookie_jar = options.cookies;
+    request.reset_state = options.reset_state;
     request.timing_data = options.timing || options.json;
     return request;
 }

@@ -23,4 +23,9 @@ struct ToolError : std::runtime_error {
     ExitCode exit_code;
 };
 
+// A wrong command line; the text gets a pointer to the help page.
+[[noreturn]] inline void usage_error(const std::string& text) {
+    throw ToolError(UsageError, text + "\n  (kel-http --help tells all options)");
+}
+
 }  // namespace kel::http::tool

@@ -2,14 +2,16 @@
 // kel-http: sends one HTTP request from the command line.
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <array>
 #include <exception>
+#include <memory>
 
 #include "CommandLine.h"
 #include "ExplainFailure.h"
 #include "Files.h"
+#include "HostSettings.h"
 #include "JsonReport.h"
+#include "LogListener.h"
+#include "ProxyVariables.h"
 #include "RequestBuilder.h"
 #include "TextReport.h"
 #include "ToolError.h"
@@ -19,16 +21,11 @@
 namespace kel::http::tool {
 namespace {
 
-void tell(const std::string& text) {
-    write_to_stderr(fmt::format("kel-http: {}\n", text));
-}
-
-void set_up_logging(int verbosity) {
-    if (verbosity == 0) return;  // nothing is logged unless the host asks for it
-    constexpr std::array<int, 4> levels = {1, 4, 8, 9};
-    ko::host::Settings settings;
-    settings.log_level = levels[std::min<std::size_t>(static_cast<std::size_t>(verbosity), levels.size()) - 1];
-    ko::host::configure(settings);
+// The sink stays to the very end of the process, and so does what it needs.
+std::shared_ptr<const LogListener> set_up_host(const Options& options) {
+    const auto listener = std::make_shared<LogListener>(options);
+    ko::host::configure(host_settings(options, [listener](const ko::host::LogLine& line) { listener->hear(line); }));
+    return listener;
 }
 
 // Where the body goes on its way in: large files should not be held in memory. A size limit bounds the memory, and then
@@ -56,25 +53,35 @@ int report(const Options& options, const ResponseData& response, bool downloaded
     return StatusError;
 }
 
-int report(const Options& options, const ErrorData& error, bool downloaded) {
-    if (options.json) write_to_stdout(json_report(options, error));
-    tell(explain(error, options));
+int report(const Options& options, const LogListener& log, ErrorData error, bool downloaded) {
+    const Secrets& secrets = log.secrets();
+    error.message = secrets.conceal(error.message);
+    const std::string hint = secrets.conceal(advice(error, log.trouble(), options));
+    if (options.json) write_to_stdout(json_report(options, error, hint));
+    tell(explain(error, hint, options));
     return downloaded && error.failure == ClientFailure::WriteFailed ? LocalFileError : TransferError;
 }
 
-int report(const Options& options, Cancelled cancelled, bool) {
+int report(const Options& options, Cancelled cancelled) {
     if (options.json) write_to_stdout(json_report(options, cancelled));
     tell("cancelled");
     return Interrupted;
 }
 
+int report(const Options& options, const LogListener& log, const Outcome& outcome, bool downloaded) {
+    if (const auto* const response = std::get_if<ResponseData>(&outcome)) return report(options, *response, downloaded);
+    if (const auto* const error = std::get_if<ErrorData>(&outcome)) return report(options, log, *error, downloaded);
+    return report(options, Cancelled());
+}
+
 int run(const Options& options) {
     const RequestConfig request = build_request(options);
     if (options.output) check_target(*options.output);
-    set_up_logging(options.verbosity);
+    if (!options.use_proxies) clear_proxy_variables();
+    const auto log = set_up_host(options);
     const std::optional<std::string> target = download_target(options);
-    const Outcome outcome = transfer(request, target);
-    return std::visit([&](const auto& result) { return report(options, result, target.has_value()); }, outcome);
+    const Outcome outcome = transfer(request, options, target);
+    return report(options, *log, outcome, target.has_value());
 }
 
 }  // namespace

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "Options.h"
+#include "ProxyReport.h"
+#include "Secrets.h"
+#include "TlsAdvice.h"
+#include "ko/host.h"
+
+namespace kel::http::tool {
+
+// Hears the library's log: prints the lines that -v asks for, tells of proxies, and keeps what explains a failure.
+//
+// Threads: one at a time, as the log has it; trouble() once the engine has ended.
+class LogListener {
+ public:
+    explicit LogListener(const Options& options);
+
+    // How much has to be logged for that: the engine says more than is printed.
+    static int level_of_library(const Options& options);
+    static int level_of_engine(const Options& options);
+
+    void hear(const ko::host::LogLine& line);
+
+    const Secrets& secrets() const { return secrets_; }
+    const ConnectionTrouble& trouble() const { return trouble_; }
+
+ private:
+    const Secrets secrets_;
+    const int printed_level_;
+    const ko::host::LogSink print_ = ko::host::log_to_stderr();
+    ProxyReport proxies_;
+    ConnectionTrouble trouble_;
+};
+
+}  // namespace kel::http::tool
