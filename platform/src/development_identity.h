@@ -16,8 +16,9 @@ struct Identity {
 // Makes the identity that stands in for a device's own, unless this process has it already. Any thread; slow.
 void make_development_identity();
 
-// What make_development_identity() made; null before. Any thread; never slow, for it is asked within handshakes.
-const Identity* development_identity() noexcept;
+// That identity. Any thread; at once when it is made, as it should be, for it is asked within handshakes. Otherwise the
+// caller waits while a thread of its own makes it: the caller's may be an engine's, with little stack.
+const Identity& development_identity();
 
 }  // namespace host
 }  // namespace ko

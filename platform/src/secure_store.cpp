@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "sec/secure_store.h"
 
+#include <openssl/crypto.h>
+
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -18,26 +19,34 @@ using ko::host::Identity;
 constexpr int success = 0;
 constexpr int failure = -1;
 
-Der read_file(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return Der(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+// Empty when there is no such file, or when it has more than `limit` bytes.
+Der read_file(const std::string& path, unsigned int limit) {
+    std::ifstream file;
+    file.rdbuf()->pubsetbuf(nullptr, 0);  // its buffer would keep the key
+    file.open(path, std::ios::binary | std::ios::ate);
+    const std::streamoff size = file ? std::streamoff(file.tellg()) : 0;
+    if (size <= 0 || size > static_cast<std::streamoff>(limit)) return {};
+    Der der(static_cast<std::size_t>(size));
+    file.seekg(0);
+    file.read(reinterpret_cast<char*>(der.data()), size);
+    return file ? der : Der();
 }
 
-// Empty when there is none.
-Der load(const char* file_name, const Der Identity::*part) {
-    const auto& settings = ko::host::current_settings();
-    if (!settings.secure_store_directory.empty()) return read_file(settings.secure_store_directory + '/' + file_name);
-    const Identity* const development = ko::host::development_identity();
-    return development == nullptr ? Der() : development->*part;
-}
-
-int get(int slot, const char* file_name, const Der Identity::*part, unsigned char* buffer, unsigned int* length) {
-    if (slot != 0 || buffer == nullptr || length == nullptr) return failure;
-    const Der der = load(file_name, part);
+int copy(const Der& der, unsigned char* buffer, unsigned int* length) {
     if (der.empty() || der.size() > *length) return failure;
     std::copy(der.begin(), der.end(), buffer);
     *length = static_cast<unsigned int>(der.size());
     return success;
+}
+
+int get(int slot, const char* file_name, const Der Identity::*part, unsigned char* buffer, unsigned int* length) {
+    if (slot != 0 || buffer == nullptr || length == nullptr) return failure;
+    const std::string& folder = ko::host::current_settings().secure_store_directory;
+    if (folder.empty()) return copy(ko::host::development_identity().*part, buffer, length);
+    Der der = read_file(folder + '/' + file_name, *length);
+    const int result = copy(der, buffer, length);
+    OPENSSL_cleanse(der.data(), der.size());
+    return result;
 }
 
 }  // namespace

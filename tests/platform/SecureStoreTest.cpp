@@ -162,13 +162,12 @@ TEST_F(SecureStoreTest, DevelopmentIdentityNeedsRoomAsWell) {
     EXPECT_TRUE(answer.untouched(16));
 }
 
-TEST(SecureStoreDeathTest, ProcessThatNeverConfiguresHasNoIdentity) {
+TEST(SecureStoreDeathTest, ProcessThatNeverConfiguresHasTheDevelopmentIdentity) {
     EXPECT_EXIT(
         {
-            const Answer certificate(sec_get_deviceCert);
-            const Answer key(sec_get_priv_key);
-            const bool none = certificate.result != 0 && key.result != 0 && certificate.untouched() && key.untouched();
-            std::exit(none ? 0 : 1);
+            const Certificate certificate = parse_certificate();
+            const Key key = parse_key();
+            std::exit(certificate && key && X509_check_private_key(certificate.get(), key.get()) == 1 ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");
 }

@@ -55,9 +55,9 @@ struct Settings {
 // Puts `settings` into effect, for loggers that exist already as well.
 //
 // Call it before the first engine is made; a later call changes what is asked from then on. A process that never calls
-// it has the defaults above, but logs nothing and has no device identity.
+// it has the defaults above, but logs nothing.
 // The first call that needs the development identity makes it, which can take a noticeable fraction of a second. Later
-// calls find it made.
+// calls find it made. Without any call the first handshake that needs it makes it, and all transfers wait.
 // Threads: any.
 // Errors:  stops the process when the development identity cannot be made.
 void configure(const Settings& settings);

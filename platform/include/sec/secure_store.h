@@ -7,10 +7,9 @@
 // `slot` is the identity asked for; 0 is the device's own, the only one there is.
 // `*length` is the size of `buffer` in bytes; after success it is the number of bytes written. DER of an identity fits
 // into 4096 bytes.
-// Results: 0 for success. Anything else is a failure (no identity, an unknown slot, a buffer too small, a null
-// pointer),
+// Results: 0 for success. Anything else is a failure (no identity, an unknown slot, a buffer too small, a null pointer),
 //          and then neither `buffer` nor `*length` has been touched.
-// Threads: any. A call may read a file but never generates anything.
+// Threads: any. A call may read a file. Nothing of the key stays behind in memory but what is in `buffer`.
 
 // The certificate, X.509.
 int sec_get_deviceCert(int slot, unsigned char* buffer, unsigned int* length);
