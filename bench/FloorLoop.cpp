@@ -14,6 +14,7 @@
 #include "certificate/certificate.h"
 #include "ko/mutex.h"
 #include "ko/thread.h"
+#include "tervo/platforminfo.h"
 
 namespace kel::http::bench {
 namespace {
@@ -39,9 +40,9 @@ class FloorLoop final : public Loop {
     ko::executor& executor_;
     Recipient& recipient_;
     CURLM* const multi_;
+    CURLSH* const cookies_;
+    const FloorFiles files_;
     const int wakeup_ = eventfd(0, 0);
-    const std::string ca_file_ =
-        certificate::ca_pem_exists("default") ? certificate::ca_path("default") : std::string();
     std::atomic<bool> stopping_{false};
     ko::mutex mutex_{"FloorMutex"};
     std::vector<TransferPtr> queued_ KO_GUARDED_BY(mutex_);
@@ -55,8 +56,23 @@ CURLM* initMulti() {
     return curl_multi_init();
 }
 
+CURLSH* makeCookies() {
+    CURLSH* const share = curl_share_init();
+    curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
+    return share;
+}
+
+FloorFiles filesOfThePlatform() {
+    return {certificate::ca_pem_exists("default") ? certificate::ca_path("default") : std::string(),
+            tervo::platforminfo::get_resource_filepath("PATH_TYPE_TEMP") + "/httpcookies"};
+}
+
 FloorLoop::FloorLoop(ko::executor& executor, Recipient& recipient)
-    : executor_(executor), recipient_(recipient), multi_(initMulti()) {
+    : executor_(executor),
+      recipient_(recipient),
+      multi_(initMulti()),
+      cookies_(makeCookies()),
+      files_(filesOfThePlatform()) {
     ko::thread_id id = ko::invalid_thread_id;
     thread_ = ko::thread::create_thread("FloorLoop", {}, id, [this] { run(); });
 }
@@ -66,6 +82,7 @@ FloorLoop::~FloorLoop() {
     wakeUp();
     thread_.join();
     curl_multi_cleanup(multi_);
+    curl_share_cleanup(cookies_);
     curl_global_cleanup();
     close(wakeup_);
 }
@@ -95,7 +112,7 @@ void FloorLoop::startQueued() {
         starting_.swap(queued_);
     }
     for (TransferPtr& transfer : starting_) {
-        CURL* const easy = transfer->setUp(ca_file_);
+        CURL* const easy = transfer->setUp(cookies_, files_);
         transfers_.emplace(easy, std::move(transfer));
         curl_multi_add_handle(multi_, easy);
     }

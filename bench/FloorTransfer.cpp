@@ -17,7 +17,7 @@ constexpr long redirect_limit = 5;
 }  // namespace
 
 // The same options as the engine's, in the same order. bench/run compares how many there are.
-CURL* FloorTransfer::setUp(const std::string& ca_file) {
+CURL* FloorTransfer::setUp(CURLSH* cookies, const FloorFiles& files) {
     easy_ = curl_easy_init();
     if (easy_ == nullptr) std::abort();
     addCallbacks();
@@ -27,8 +27,9 @@ CURL* FloorTransfer::setUp(const std::string& ca_file) {
     curl_easy_setopt(easy_, CURLOPT_XFERINFOFUNCTION, &FloorTransfer::takeProgress);
     curl_easy_setopt(easy_, CURLOPT_XFERINFODATA, this);
     curl_easy_setopt(easy_, CURLOPT_NOPROGRESS, 0L);
+    addCookies(cookies, files.cookies);
     addHeaders();
-    addTls(ca_file);
+    addTls(files.authorities);
     curl_easy_setopt(easy_, CURLOPT_IPRESOLVE, long{CURL_IPRESOLVE_WHATEVER});
     return easy_;
 }
@@ -55,6 +56,11 @@ void FloorTransfer::addTarget() {
     curl_easy_setopt(easy_, CURLOPT_SOCKOPTDATA, this);
 }
 
+void FloorTransfer::addCookies(CURLSH* cookies, const std::string& file) {
+    curl_easy_setopt(easy_, CURLOPT_SHARE, cookies);
+    curl_easy_setopt(easy_, CURLOPT_COOKIEFILE, file.c_str());
+}
+
 void FloorTransfer::addHeaders() {
     for (const char* const line :
          {"Content-Type: text/xml; charset=utf-8", "User-Agent: Tervo/kel-http-default (id=noversion)",
@@ -66,6 +72,8 @@ void FloorTransfer::addHeaders() {
 
 void FloorTransfer::addTls(const std::string& ca_file) {
     curl_easy_setopt(easy_, CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_1});
+    curl_easy_setopt(easy_, CURLOPT_SSL_CTX_DATA, this);
+    curl_easy_setopt(easy_, CURLOPT_SSL_CTX_FUNCTION, &FloorTransfer::leaveContext);
     curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYHOST, 2L);
     curl_easy_setopt(easy_, CURLOPT_CAINFO, ca_file.empty() ? nullptr : ca_file.c_str());
@@ -114,6 +122,10 @@ int FloorTransfer::takeProgress(void* transfer, curl_off_t total, curl_off_t now
     self.total_ = total;
     if (now == total && total != 0) ++self.completions_;
     return 0;
+}
+
+CURLcode FloorTransfer::leaveContext(CURL*, void*, void*) {
+    return CURLE_OK;
 }
 
 int FloorTransfer::watchSocket(void*, curl_socket_t, curlsocktype) {

@@ -10,6 +10,12 @@
 
 namespace kel::http::bench {
 
+// What libcurl reads.
+struct FloorFiles {
+    std::string authorities;  // trusted certificates; may be empty
+    std::string cookies;
+};
+
 // One GET request of the floor: a fresh easy handle with the options that the engine sets, and what the answer brings.
 //
 // Threads: made and read on the executor's thread, in between on the loop's alone.
@@ -20,8 +26,8 @@ class FloorTransfer {
     FloorTransfer& operator=(const FloorTransfer&) = delete;
     ~FloorTransfer() { release(); }
 
-    // Makes the easy handle. `ca_file` may be empty.
-    CURL* setUp(const std::string& ca_file);
+    // Makes the easy handle.
+    CURL* setUp(CURLSH* cookies, const FloorFiles& files);
 
     // Reads the outcome off the easy handle, which has then done its work. A failed transfer ends the process.
     void finish(CURLcode result);
@@ -38,6 +44,7 @@ class FloorTransfer {
  private:
     void addCallbacks();
     void addTarget();
+    void addCookies(CURLSH* cookies, const std::string& file);
     void addHeaders();
     void addTls(const std::string& ca_file);
 
@@ -45,6 +52,7 @@ class FloorTransfer {
     static std::size_t takeHeader(char* data, std::size_t size, std::size_t count, void* transfer);
     static std::size_t takeBody(char* data, std::size_t size, std::size_t count, void* transfer);
     static int takeProgress(void* transfer, curl_off_t total, curl_off_t now, curl_off_t, curl_off_t);
+    static CURLcode leaveContext(CURL* easy, void* context, void* transfer);
     static int watchSocket(void* context, curl_socket_t descriptor, curlsocktype purpose);
 
     const std::string url_;

@@ -5,6 +5,7 @@
 #include "fixture/EngineTest.h"
 #include "support/Files.h"
 #include "support/TemporaryDirectory.h"
+#include "tervo/platforminfo.h"
 
 namespace kel::http::test {
 namespace {
@@ -41,6 +42,10 @@ class InterposedOptionsTest : public EngineTest {
         return found;
     }
 
+    static std::string cookieFile() {
+        return tervo::platforminfo::get_resource_filepath("PATH_TYPE_TEMP") + "/httpcookies";
+    }
+
     static std::string numberOf(CURLoption option) { return "CURLOPT_" + std::to_string(static_cast<int>(option)); }
 
     Interposed interposed;
@@ -60,16 +65,18 @@ TEST_F(InterposedOptionsTest, PlainGetSetsItsOptionsInOrder) {
     };
     // The hook that watches libcurl's descriptors. 322 lets go of a name look-up that hangs.
     options.erase(std::remove_if(options.begin(), options.end(), own), options.end());
-    EXPECT_THAT(options, ElementsAre("CURLOPT_VERBOSE=1", "CURLOPT_DEBUGFUNCTION=set", "CURLOPT_DEBUGDATA=set",
-                                     "CURLOPT_ERRORBUFFER=set", "CURLOPT_181=3", "CURLOPT_DEFAULT_PROTOCOL=http",
-                                     "CURLOPT_URL=" + server.url("/plain"), "CURLOPT_WRITEFUNCTION=set",
-                                     "CURLOPT_WRITEDATA=easy", "CURLOPT_HEADERFUNCTION=set", "CURLOPT_HEADERDATA=easy",
-                                     "CURLOPT_FOLLOWLOCATION=1", "CURLOPT_MAXREDIRS=5", "CURLOPT_XFERINFOFUNCTION=set",
-                                     "CURLOPT_XFERINFODATA=easy", "CURLOPT_NOPROGRESS=0", "CURLOPT_HTTPHEADER=set",
-                                     "CURLOPT_SSLVERSION=5", "CURLOPT_SSL_VERIFYPEER=1", "CURLOPT_SSL_VERIFYHOST=2",
-                                     "CURLOPT_CAINFO=/etc/ssl/certs/ca-certificates.crt", "CURLOPT_CAPATH=null",
-                                     "CURLOPT_IPRESOLVE=0", "CURLOPT_322=1", "CURLOPT_ERRORBUFFER=null",
-                                     "CURLOPT_NOPROGRESS=1"));
+    EXPECT_THAT(
+        options,
+        ElementsAre("CURLOPT_VERBOSE=1", "CURLOPT_DEBUGFUNCTION=set", "CURLOPT_DEBUGDATA=set",
+                    "CURLOPT_ERRORBUFFER=set", "CURLOPT_181=3", "CURLOPT_DEFAULT_PROTOCOL=http",
+                    "CURLOPT_URL=" + server.url("/plain"), "CURLOPT_WRITEFUNCTION=set", "CURLOPT_WRITEDATA=easy",
+                    "CURLOPT_HEADERFUNCTION=set", "CURLOPT_HEADERDATA=easy", "CURLOPT_FOLLOWLOCATION=1",
+                    "CURLOPT_MAXREDIRS=5", "CURLOPT_XFERINFOFUNCTION=set", "CURLOPT_XFERINFODATA=easy",
+                    "CURLOPT_NOPROGRESS=0", "CURLOPT_SHARE=set", "CURLOPT_COOKIEFILE=" + cookieFile(),
+                    "CURLOPT_HTTPHEADER=set", "CURLOPT_SSLVERSION=5", "CURLOPT_SSL_CTX_DATA=set",
+                    "CURLOPT_SSL_CTX_FUNCTION=set", "CURLOPT_SSL_VERIFYPEER=1", "CURLOPT_SSL_VERIFYHOST=2",
+                    "CURLOPT_CAINFO=/etc/ssl/certs/ca-certificates.crt", "CURLOPT_CAPATH=null", "CURLOPT_IPRESOLVE=0",
+                    "CURLOPT_322=1", "CURLOPT_ERRORBUFFER=null", "CURLOPT_NOPROGRESS=1"));
 }
 
 TEST_F(InterposedOptionsTest, EveryOptionHasItsPlace) {
@@ -86,6 +93,7 @@ TEST_F(InterposedOptionsTest, EveryOptionHasItsPlace) {
     config.password = "password";
     config.ip_version = IPVersion::IPv4;
     config.reset_state = true;
+    config.cookie_jar = CookieJar::rw_cookies;
     const Options in_order = {"CURLOPT_HEADERDATA=easy",
                               "CURLOPT_MAXFILESIZE=1000",
                               "CURLOPT_RESUME_FROM=5",
@@ -94,6 +102,9 @@ TEST_F(InterposedOptionsTest, EveryOptionHasItsPlace) {
                               "CURLOPT_NOSIGNAL=1",
                               "CURLOPT_TIMEOUT_MS=20000",
                               "CURLOPT_MAX_RECV_SPEED_LARGE=4000000000",
+                              "CURLOPT_SHARE=set",
+                              "CURLOPT_COOKIEFILE=" + cookieFile(),
+                              "CURLOPT_COOKIEJAR=" + cookieFile(),
                               "CURLOPT_USERNAME=user",
                               "CURLOPT_PASSWORD=password",
                               "CURLOPT_HTTPAUTH=" + std::to_string(static_cast<long>(CURLAUTH_ANY)),
@@ -103,6 +114,9 @@ TEST_F(InterposedOptionsTest, EveryOptionHasItsPlace) {
                               "CURLOPT_SSLVERSION=5",
                               "CURLOPT_IPRESOLVE=1",
                               "CURLOPT_COOKIESESSION=1",
+                              "CURLOPT_COOKIELIST=RELOAD",
+                              "CURLOPT_COOKIEFILE=null",
+                              "CURLOPT_SHARE=set",
                               "CURLOPT_FRESH_CONNECT=1",
                               "CURLOPT_DNS_CACHE_TIMEOUT=0",
                               "CURLOPT_ERRORBUFFER=null"};
