@@ -48,6 +48,7 @@ struct State {
     std::vector<std::string> options;
     std::vector<Interposed::RawLine> raw_lines;
     std::map<CURLINFO, Answer> answers;
+    std::optional<std::vector<std::string>> cookie_lines;
     std::optional<long> timer;
     bool names_are_held = false;
     bool names_are_ours = false;
@@ -172,6 +173,7 @@ void reset() {
     now.options.clear();
     now.raw_lines.clear();
     now.answers.clear();
+    now.cookie_lines.reset();
     now.timer.reset();
     now.names_are_held = false;
     now.names_are_ours = false;
@@ -236,6 +238,11 @@ void Interposed::failEventfdReads(bool fail) {
 void Interposed::answerInfo(CURLINFO info, CURLcode result, curl_off_t value) {
     const std::lock_guard lock(state().mutex);
     state().answers[info] = {result, value};
+}
+
+void Interposed::answerCookieList(const std::vector<std::string>& lines) {
+    const std::lock_guard lock(state().mutex);
+    state().cookie_lines = lines;
 }
 
 void Interposed::failMimeInit() {
@@ -358,6 +365,12 @@ CURLcode curl_easy_getinfo(CURL* easy, CURLINFO info, ...) {
     va_end(arguments);
     {
         const std::lock_guard lock(state().mutex);
+        if (info == CURLINFO_COOKIELIST && state().cookie_lines) {
+            curl_slist* list = nullptr;
+            for (const std::string& line : *state().cookie_lines) list = curl_slist_append(list, line.c_str());
+            *static_cast<curl_slist**>(target) = list;
+            return CURLE_OK;
+        }
         const auto found = state().answers.find(info);
         if (found != state().answers.end()) {
             const auto& answer = found->second;

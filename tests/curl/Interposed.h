@@ -54,6 +54,8 @@ class Interposed {
     void failEventfdReads(bool fail);
     // What curl_easy_getinfo() answers to `info` from now on.
     void answerInfo(CURLINFO info, CURLcode result, curl_off_t value);
+    // The same for the list of cookies, a line each.
+    void answerCookieList(const std::vector<std::string>& lines);
     // The next call of curl_mime_init() or curl_mime_addpart() has no memory.
     void failMimeInit();
     void failMimePart();

@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: MIT
+#include <algorithm>
+
+#include "curl/Interposed.h"
+#include "curl/LineMatcher.h"
+#include "fixture/CookieFolder.h"
+#include "fixture/EngineTest.h"
+
+namespace kel::http::test {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using Options = std::vector<std::string>;
+
+// What the engine tells libcurl about cookies, and what it makes of libcurl's answers.
+class InterposedCookiesTest : public EngineTest {
+ protected:
+    InterposedCookiesTest() {
+        server.onRequest([](const ReceivedRequest&) { return Reply(200); });
+        startEngine();
+    }
+    ~InterposedCookiesTest() override { stopEngine(); }
+
+    RequestConfig in(CookieJar jar, bool fresh) const {
+        RequestConfig config = get();
+        config.cookie_jar = jar;
+        config.reset_state = fresh;
+        config.user = "user";
+        return config;
+    }
+
+    Options optionsOf(const RequestConfig& config) {
+        static const std::vector<std::string> names = {
+            "CURLOPT_SHARE",      "CURLOPT_COOKIEFILE",    "CURLOPT_COOKIEJAR",     "CURLOPT_USERNAME",
+            "CURLOPT_COOKIELIST", "CURLOPT_COOKIESESSION", "CURLOPT_FRESH_CONNECT", "CURLOPT_DNS_CACHE_TIMEOUT"};
+        interposed.forgetOptions();
+        run(config)->outcome.await("end");
+        drain();
+        Options found;
+        for (const std::string& option : interposed.options()) {
+            const std::string name = option.substr(0, option.find('='));
+            if (std::find(names.begin(), names.end(), name) != names.end()) found.push_back(option);
+        }
+        return found;
+    }
+
+    std::string file() const { return "CURLOPT_COOKIEFILE=" + folder.file(); }
+    std::string jar() const { return "CURLOPT_COOKIEJAR=" + folder.file(); }
+
+    static std::vector<CapturedLine> cookieLines(const LogCapture& log) {
+        std::vector<CapturedLine> lines = log.lines();
+        const auto is_other = [](const CapturedLine& line) {
+            return line.text.find("deleteCookiesFromRequest") == std::string::npos;
+        };
+        lines.erase(std::remove_if(lines.begin(), lines.end(), is_other), lines.end());
+        return lines;
+    }
+
+    Interposed interposed;
+    CookieFolder folder;
+};
+
+// --- options ---
+
+TEST_F(InterposedCookiesTest, CookiesAreSetUpAheadOfTheCredentials) {
+    EXPECT_THAT(optionsOf(in(CookieJar::no_cookies, false)), ElementsAre("CURLOPT_USERNAME=user"));
+    EXPECT_THAT(optionsOf(in(CookieJar::ro_cookies, false)),
+                ElementsAre("CURLOPT_SHARE=set", file(), "CURLOPT_USERNAME=user"));
+    EXPECT_THAT(optionsOf(in(CookieJar::rw_cookies, false)),
+                ElementsAre("CURLOPT_SHARE=set", file(), jar(), "CURLOPT_USERNAME=user"));
+}
+
+TEST_F(InterposedCookiesTest, FreshRequestReadsTheFileBeforeItStarts) {
+    EXPECT_THAT(optionsOf(in(CookieJar::no_cookies, true)),
+                ElementsAre("CURLOPT_USERNAME=user", "CURLOPT_COOKIESESSION=1", "CURLOPT_FRESH_CONNECT=1",
+                            "CURLOPT_DNS_CACHE_TIMEOUT=0"));
+    EXPECT_THAT(optionsOf(in(CookieJar::ro_cookies, true)),
+                ElementsAre("CURLOPT_SHARE=set", file(), "CURLOPT_USERNAME=user", "CURLOPT_COOKIESESSION=1",
+                            "CURLOPT_COOKIELIST=RELOAD", "CURLOPT_COOKIEFILE=null", "CURLOPT_SHARE=set",
+                            "CURLOPT_FRESH_CONNECT=1", "CURLOPT_DNS_CACHE_TIMEOUT=0"));
+    EXPECT_THAT(optionsOf(in(CookieJar::rw_cookies, true)),
+                ElementsAre("CURLOPT_SHARE=set", file(), jar(), "CURLOPT_USERNAME=user", "CURLOPT_COOKIESESSION=1",
+                            "CURLOPT_COOKIELIST=RELOAD", "CURLOPT_COOKIEFILE=null", "CURLOPT_SHARE=set",
+                            "CURLOPT_FRESH_CONNECT=1", "CURLOPT_DNS_CACHE_TIMEOUT=0"));
+}
+
+TEST_F(InterposedCookiesTest, MatchingCookieIsReplacedByOneThatHasJustExpired) {
+    folder.store({{"127.0.0.1", "a", "x y=z", "/deep", FarFuture, "TRUE"}, {"127.0.0.2", "b", "1"}});
+    const auto before = std::time(nullptr);
+    const Options options = optionsOf(in(CookieJar::ro_cookies, true));
+    const auto after = std::time(nullptr);
+    Options possible;
+    for (auto now = before; now <= after; ++now) {
+        possible.push_back("CURLOPT_COOKIELIST=127.0.0.1\tFALSE\t/deep\tTRUE\t" + std::to_string(now - 1) +
+                           "\ta\tx y=z");
+    }
+    const auto is_possible = [&possible](const std::string& option) {
+        return std::find(possible.begin(), possible.end(), option) != possible.end();
+    };
+    ASSERT_EQ(options.size(), 10U);
+    EXPECT_EQ(options.at(4), "CURLOPT_COOKIELIST=RELOAD");
+    EXPECT_TRUE(is_possible(options.at(5))) << options.at(5);
+    EXPECT_EQ(options.at(6), "CURLOPT_COOKIEFILE=null");
+}
+
+// --- answers ---
+
+TEST_F(InterposedCookiesTest, ListThatCanNotBeReadIsTold) {
+    folder.store({{"127.0.0.1", "a", "1"}});
+    interposed.answerInfo(CURLINFO_COOKIELIST, CURLE_OUT_OF_MEMORY, 0);
+    const LogCapture log("HttpClient", 1);
+    run(in(CookieJar::ro_cookies, true))->outcome.await("end");
+    EXPECT_THAT(cookieLines(log),
+                ElementsAre(EngineLine(
+                    1, "deleteCookiesFromRequest: Fetching curl cookie list failed, unable to clear cookies: '" +
+                           std::string(curl_easy_strerror(CURLE_OUT_OF_MEMORY)) + "'")));
+    EXPECT_THAT(cookiesOf(server.requests().back()), ElementsAre("a=1"));
+}
+
+TEST_F(InterposedCookiesTest, LinesWithOtherThanSevenFieldsAreToldAndSkipped) {
+    const std::string six = "127.0.0.1\tFALSE\t/\tFALSE\t0\tname=value";
+    const std::string eight = "127.0.0.1\tFALSE\t/\tFALSE\t0\tname\tval\tue";
+    const std::string blanks = "127.0.0.1 FALSE / FALSE 0 name value";
+    const std::string good = "127.0.0.1\tFALSE\t/\tFALSE\t0\tgood\t";
+    const std::string hollow = "127.0.0.1\t\t\t\t\t\t";
+    interposed.answerCookieList({six, eight, blanks, "", good, hollow});
+    const auto skipped = [](const std::string& line) {
+        return EngineLine(1,
+                          "deleteCookiesFromRequest: curl cookie didn't split into 7 parts, skipping. [" + line + "]");
+    };
+    const auto deleted = [](const std::string& name) {
+        return EngineLine(8, "deleteCookiesFromRequest: deleting cookie '" + name + "' for domain '127.0.0.1'");
+    };
+    {
+        const LogCapture log("HttpClient", 8);
+        run(in(CookieJar::ro_cookies, true))->outcome.await("end");
+        EXPECT_THAT(cookieLines(log), ElementsAre(skipped(six), skipped(eight), skipped(blanks), skipped(""),
+                                                  deleted("good"), deleted("")));
+    }
+    const LogCapture log("HttpClient", 1);
+    run(in(CookieJar::ro_cookies, true))->outcome.await("end");
+    EXPECT_THAT(cookieLines(log), ElementsAre(skipped(six), skipped(eight), skipped(blanks), skipped("")));
+}
+
+TEST_F(InterposedCookiesTest, ListOfARequestThatIsNotFreshIsNotAskedFor) {
+    interposed.answerInfo(CURLINFO_COOKIELIST, CURLE_OUT_OF_MEMORY, 0);
+    const LogCapture log("HttpClient", 9);
+    run(in(CookieJar::rw_cookies, false))->outcome.await("end");
+    EXPECT_THAT(cookieLines(log), IsEmpty());
+}
+
+}  // namespace
+}  // namespace kel::http::test
