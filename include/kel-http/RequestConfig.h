@@ -128,7 +128,9 @@ struct RequestConfig {
     // A folder of certificates to trust, named by their hash as openssl-rehash(1) does. Default: unset.
     tl::optional<std::string> ca_dir;
 
-    // Accept a chain that ends at any trusted certificate, not only at a self-signed one. Default: false.
+    // Accept a chain that ends at any trusted certificate, not only at a self-signed one. false leaves that to libcurl,
+    // whose newer versions accept it anyway. true: the request has a connection of its own, as with `verifier`.
+    // Default: false.
     bool tls_partial_chain;
 
     // The lowest TLS version. Unset (the default): 1.1.
@@ -137,23 +139,30 @@ struct RequestConfig {
     // Default: Any.
     IPVersion ip_version;
 
-    // A PEM file with the client certificate for mutual TLS. Default: unset.
+    // A PEM file with the client certificate for mutual TLS (`CURLOPT_SSLCERT`). It is presented when both files can be
+    // read as the connection is made, else the device's own certificate from the platform's secure store. A device
+    // that has none fails every TLS connection of a request without files. Default: unset.
     tl::optional<std::string> own_cert;
 
-    // A PEM file with that certificate's private key. Default: unset.
+    // A PEM file with that certificate's private key (`CURLOPT_SSLKEY`). Default: unset.
     tl::optional<std::string> own_pkey;
 
-    // Looks at the server's certificates during the handshake. Default: empty.
+    // Looks at the server's certificates during the handshake, on the engine thread. It alone decides when `tls_verify`
+    // is off. The request has a connection of its own (HTTP/1.1) that no other one uses before or after, so that it is
+    // asked each time, and only for its own requests. Default: empty.
     Verifier verifier;
 
-    // Text for the verifier. Default: unset.
+    // Text for the verifier, which finds it as a C string in the handshake's SSL_CTX, under
+    // certificate::sslctx_data_index(); null when unset. Default: unset.
     tl::optional<std::string> verifier_data;
 
-    // Default: ro_cookies.
+    // no_cookies: the request neither sends nor keeps any. ro_cookies (the default): it sends stored cookies, and those
+    // that it receives are known to later requests of this process. rw_cookies: the store is also written to the cookie
+    // file when the request has ended.
     CookieJar cookie_jar;
 
-    // Forget what earlier requests left behind: a new cookie session, a new connection and a fresh name look-up.
-    // Default: false.
+    // Forget what earlier requests left behind: a new cookie session, a new connection and a fresh name look-up. Stored
+    // cookies whose domain is the end of the URL's host are dropped first. Default: false.
     bool reset_state;
 
     // The highest receive speed, in bytes per second. Unset (the default): no limit.
@@ -175,13 +184,17 @@ struct RequestConfig {
     // Download: keep the partial file of a transfer that did not end well. Default: false.
     bool keep_partial_download;
 
-    // Default: use_proxy.
+    // bypass_proxy: the request does not go through the engine's proxies. When it has `proxies` as well, the engine's
+    // mode becomes Off for all requests. Default: use_proxy.
     Proxy proxy;
 
-    // URLs of proxies for this request, tried in order. Default: none.
+    // URLs of proxies ("host:port", "http://host:port"), tried in order until one works while the engine's mode is
+    // PACUrl or WPAD. Those that failed within the last 30 minutes come last. `timeout` starts anew for each. They are
+    // logged, credentials in them included. Default: none.
     std::list<std::string> proxies;
 
-    // Default: empty.
+    // Credentials that a `proxy` other than use_proxy sets with the mode. Only mode Manual uses them; see
+    // Engine::setProxyConfig(). Default: empty.
     std::string proxy_user;
 
     // Default: empty.
