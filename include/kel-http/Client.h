@@ -23,8 +23,7 @@ namespace kel::http {
 // Sends HTTP requests without blocking and calls back on the caller's own thread.
 //
 // Threads:   a client belongs to the thread that first calls it, which has to be its executor's. A call from any other
-// one
-//            stops the process, so does an executor that runs tasks on another thread, or at once inside post().
+//            one stops the process, and so does an executor that runs tasks on another thread, or at once inside post().
 // Life:      createClient() gives out the only reference. A client that is dropped lives on until its last request has
 //            been delivered or cancelled.
 // Needs:     a kel::http::Engine, made by the program before the first request and kept until the last one has ended.
@@ -65,27 +64,31 @@ class Client {
     // The body is written to a sibling, `path` + ".downloading-" and eight characters, which is renamed onto `path`
     // once it is complete: `path` is the old file or the whole new one. With config.resume the body is appended to
     // `path` itself. `progress_cb` is called about once a second, and at the end; never after the outcome. A total of 0
-    // means unknown. Errors:    what can not be written ends in ClientFailure::WriteFailed; what the server can not
-    // resume in RangeError.
+    // means unknown.
+    // Errors:    what can not be written ends in ClientFailure::WriteFailed; what the server can not resume in
+    //            RangeError.
     virtual RequestId start_download(const RequestConfig& config, const std::string& path, const LogFilter& filter,
                                      const ResponseCallback& response_cb, const ErrorCallback& error_cb,
                                      const ProgressCallback& progress_cb) = 0;
 
     // Stops the flow of data until resume_request(id); no byte is lost. The request's time-out keeps running. An
-    // unknown id is ignored. Threads: the client's.
+    // unknown id is ignored.
+    // Threads:   the client's.
     virtual void pause_request(RequestId id) = 0;
     virtual void resume_request(RequestId id) = 0;
 
     // Ends the request; none of its callbacks is called any more. An unknown id, also that of a request that has ended,
-    // is ignored. Threads: the client's.
+    // is ignored.
+    // Threads:   the client's.
     virtual void cancel_request(RequestId id) = 0;
 
-    // An id for a request, never NoRequestId; used by the client itself. Threads: the client's.
+    // An id for a request, never NoRequestId; used by the client itself.
+    // Threads:   the client's.
     virtual RequestId allocate_request_id() = 0;
 
     // The same two calls for callers that keep handles instead of ids. Callbacks are dropped once the handle is gone,
-    // and destroying the handle of a running request cancels it. An empty `progress_cb` is allowed here. Threads:   the
-    // client's, also for destroying the handle.
+    // and destroying the handle of a running request cancels it. An empty `progress_cb` is allowed here.
+    // Threads:   the client's, also for destroying the handle.
     Handle start_request(const RequestConfig& config, const LogFilter& filter,
                          const std::function<void(const ResponseData&)>& response_cb,
                          const std::function<void(const ErrorData&)>& error_cb);

@@ -13,8 +13,7 @@ enum class Failure : std::uint32_t {
     // The name of the server or of its proxy could not be resolved (5 and 6).
     ResolveFailed = 1,
     // Any other error of libcurl's, TLS errors included; an answer whose status is none; a request that could not be
-    // set
-    // up.
+    // set up.
     Other = 2,
     // The request's time-out ran out (28).
     Timeout = 3,

@@ -19,8 +19,7 @@ namespace kel::http {
 struct LogFilter {
     // "Detailed" below: the client's logger has a verbosity of 9 or more.
     enum class Mode : std::uint32_t {
-        // Request bodies when detailed; response bodies when detailed or when the status is not 200 to 299. The
-        // default.
+        // The default. Request bodies when detailed; response bodies when detailed or when the status is not 200 to 299.
         standard = 0,
         // Request bodies always; response bodies as in `standard`.
         request_payload = 1,
