@@ -24,7 +24,7 @@ bool reachesTool(std::string_view variable) {
     const auto endsWith = [name](std::string_view end) {
         return name.size() >= end.size() && name.substr(name.size() - end.size()) == end;
     };
-    return !endsWith("_proxy") && !endsWith("_PROXY") && name != "KEL_HTTP_PASSWORD";
+    return !endsWith("_proxy") && !endsWith("_PROXY") && !endsWith("_PASSWORD");
 }
 
 std::vector<std::string> environmentOfTool(const std::vector<std::string>& additions) {

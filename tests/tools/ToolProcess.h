@@ -17,7 +17,7 @@ struct ToolResult {
     std::string err;
 };
 
-// The tool as a child process, without the proxies and the password of this process's environment.
+// The tool as a child process, without the proxies and the passwords of this process's environment.
 class ToolProcess {
  public:
     struct Input {

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "ToolProcess.h"
 
 namespace kel::http::test {
@@ -17,6 +19,11 @@ struct Mistake {
     std::vector<std::string> arguments;
     std::string told;
 };
+
+void PrintTo(const Mistake& mistake, std::ostream* stream) {
+    *stream << "kel-http";
+    for (const std::string& argument : mistake.arguments) *stream << ' ' << argument;
+}
 
 class ToolMistakeTest : public testing::TestWithParam<Mistake> {};
 
@@ -44,6 +51,34 @@ INSTANTIATE_TEST_SUITE_P(
                     Mistake{{"get", Url, "-o", ""}, "-o/--output"}, Mistake{{"get", Url, "--auth", "magic"}, "magic"},
                     Mistake{{"get", Url, "--auth", "basic"}, "-u/--user"}, Mistake{{"get", Url, "-u", ""}, "-u/--user"},
                     Mistake{{"get", Url, "-u", "a:b"}, "colon"}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Trust, ToolMistakeTest,
+    testing::Values(Mistake{{"get", Url, "--cert", "x"}, "give it with --key"},
+                    Mistake{{"get", Url, "--key", "x"}, "give it with --cert"},
+                    Mistake{{"get", Url, "--cert", "x", "--key", "x", "--device-cert-dir", "x"}, "one certificate"},
+                    Mistake{{"get", Url, "--insecure", "--ca-file", "x"}, "--insecure trusts everybody"},
+                    Mistake{{"get", Url, "--insecure", "--ca-dir", "x"}, "--insecure trusts everybody"},
+                    Mistake{{"get", Url, "--insecure", "--partial-chain"}, "--insecure trusts everybody"},
+                    Mistake{{"get", Url, "--min-tls", "1.3"}, "'1.3' is not one of 1.0|1.1|1.2"},
+                    Mistake{{"get", Url, "--min-tls", ""}, "is not one of"}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Detours, ToolMistakeTest,
+    testing::Values(Mistake{{"get", Url, "--proxy", "host", "--no-proxy"}, "leave it out, or --proxy"},
+                    Mistake{{"get", Url, "--proxy", ""}, "http://host:port"},
+                    Mistake{{"get", Url, "--proxy", "http://"}, "http://host:port"},
+                    Mistake{{"get", Url, "--proxy", "ftp://host"}, "'ftp://host'"},
+                    Mistake{{"get", Url, "--proxy", "http://me:a/b@host"}, "use --proxy-user"},
+                    Mistake{{"get", Url, "--proxy-user", "me:x"}, "goes with --proxy"},
+                    Mistake{{"get", Url, "--proxy-user", "me:x", "--no-proxy"}, "goes with --proxy"},
+                    Mistake{{"get", Url, "--proxy", "host", "--proxy-user", ":x"}, "has no name"},
+                    Mistake{{"get", Url, "--proxy", "me:x@host", "--proxy-user", "me:x"}, "login of its own"}));
+
+INSTANTIATE_TEST_SUITE_P(Memory, ToolMistakeTest,
+                         testing::Values(Mistake{{"get", Url, "--cookies", "eat"},
+                                                 "'eat' is not one of none|read|write"},
+                                         Mistake{{"get", Url, "--cookies", "none", "--temp-dir", "x"}, "--temp-dir"}));
 
 INSTANTIATE_TEST_SUITE_P(Units, ToolMistakeTest,
                          testing::Values(Mistake{{"get", Url, "--timeout", "5x"}, "5x"},

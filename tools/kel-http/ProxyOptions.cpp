@@ -24,13 +24,13 @@ bool is_proxy_scheme(std::string_view scheme) {
 
 // What libcurl would not take for a login, it would take for a host and name in its messages.
 void check_url(const std::string& url) {
-    const std::string shown = without_login(url);
-    if (shown.empty()) usage_error("a --proxy has no host: write it as http://host:port, or use --no-proxy");
+    if (host_of(url).empty()) usage_error("a --proxy has no host: write it as http://host:port, or use --no-proxy");
     if (login_in(url).find_first_of("/?#@ ") != std::string_view::npos) {
         usage_error("the login in a --proxy URL has a character that must be encoded there: use --proxy-user");
     }
     if (!is_proxy_scheme(scheme_of(url))) {
-        usage_error(fmt::format("--proxy '{}' is none that can be used: write it as http://host:port", shown));
+        usage_error(
+            fmt::format("--proxy '{}' is none that can be used: write it as http://host:port", without_login(url)));
     }
 }
 

@@ -28,11 +28,14 @@ std::string_view login_in(std::string_view url) {
     return at == std::string_view::npos ? std::string_view() : rest.substr(0, at);
 }
 
+std::string_view host_of(std::string_view url) {
+    const std::string_view rest = url.substr(up_to_login(url).size());
+    const auto at = rest.rfind('@');
+    return at == std::string_view::npos ? rest : rest.substr(at + 1);
+}
+
 std::string without_login(std::string_view url) {
-    const std::string_view start = up_to_login(url);
-    const auto at = url.rfind('@');
-    const bool has_login = at != std::string_view::npos && at >= start.size();
-    return std::string(start).append(url.substr(has_login ? at + 1 : start.size()));
+    return std::string(up_to_login(url)).append(host_of(url));
 }
 
 std::string with_login(std::string_view url, const std::string& user, const std::string& password) {

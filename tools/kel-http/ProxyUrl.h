@@ -20,4 +20,7 @@ std::string with_login(std::string_view url, const std::string& user, const std:
 // "http"; empty when none is written.
 std::string_view scheme_of(std::string_view url);
 
+// What stands behind the scheme and the login.
+std::string_view host_of(std::string_view url);
+
 }  // namespace kel::http::tool

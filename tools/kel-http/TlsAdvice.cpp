@@ -33,7 +33,7 @@ struct Fragment {
 };
 
 // The first that is found counts. OpenSSL's wording changes little between releases, libcurl's a bit more.
-constexpr std::array<Fragment, 25> fragments = {{
+constexpr std::array<Fragment, 26> fragments = {{
     {"certificate has expired", Problem::Expired},
     {"certificate is not yet valid", Problem::NotYetValid},
     {"certificate subject name", Problem::WrongHost},
@@ -56,6 +56,8 @@ constexpr std::array<Fragment, 25> fragments = {{
     {"alert certificate revoked", Problem::ClientCertificate},
     {"alert unsupported certificate", Problem::ClientCertificate},
     {"alert access denied", Problem::ClientCertificate},
+    // Not here: this is how libcurl words a server's alert that the certificate has expired.
+    {"SSL certificate verification failed", Problem::ClientCertificate},
     {"could not load PEM client certificate", Problem::OwnCertificate},
     {"unable to set private key file", Problem::OwnKey},
     {"error setting certificate", Problem::CaFile},
