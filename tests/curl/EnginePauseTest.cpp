@@ -3,6 +3,7 @@
 
 #include "curl/LineMatcher.h"
 #include "curl/MomentTest.h"
+#include "fixture/TestDevice.h"
 #include "support/NginxServer.h"
 
 namespace kel::http::test {
@@ -175,6 +176,7 @@ TEST_F(EnginePauseTest, PauseOfOneLeavesTheOthersAlone) {
 }
 
 TEST(EnginePauseOverTlsTest, PauseInsideAnHttp2BodyKeepsItWhole) {
+    const TestHost host(withTestDevice);
     NginxServer::Options options;
     options.tls = true;
     NginxServer nginx(options);

@@ -7,8 +7,11 @@
 
 #include "curl/LineMatcher.h"
 #include "fixture/EngineTest.h"
+#include "fixture/TestDevice.h"
+#include "fixture/Verifiers.h"
 #include "support/Files.h"
 #include "support/NginxServer.h"
+#include "support/OpensslServer.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestCertificates.h"
 
@@ -16,6 +19,10 @@ namespace kel::http::test {
 namespace {
 
 using ::testing::Contains;
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsSupersetOf;
 using ::testing::StartsWith;
 
 const std::string Untrusted = "failure 2: " + std::string(curl_easy_strerror(CURLE_PEER_FAILED_VERIFICATION));
@@ -38,13 +45,25 @@ class EngineTlsTest : public EngineTest {
     }
 
     // A connection that is open already would do without what the test is about.
-    std::string outcomeOf(RequestConfig config) {
+    static RecordingRequestPtr fetch(RequestConfig config) {
         config.reset_state = true;
         const auto made = run(config);
         made->outcome.awaitCount(1);
-        return made->outcome.events().at(0);
+        return made;
+    }
+    static std::string outcomeOf(const RequestConfig& config) { return fetch(config)->outcome.events().at(0); }
+    static std::string bodyOf(const RequestConfig& config) { return fetch(config)->body(); }
+
+    static RequestConfig with(RequestConfig::Verifier verifier, RequestConfig config) {
+        config.verifier = std::move(verifier);
+        return config;
     }
 
+    static TestHost::Change bundle(const std::string& file) {
+        return [file](ko::host::Settings& settings) { settings.ca_bundles["default"] = file; };
+    }
+
+    const TestHost host{withTestDevice};
     NginxServer nginx{overTls()};
 };
 
@@ -99,6 +118,18 @@ TEST_F(EngineTlsTest, AuthorityFileThatIsNotThereFails) {
     EXPECT_THAT(outcomeOf(config), StartsWith("failure 2: error setting certificate"));
 }
 
+TEST_F(EngineTlsTest, BundleOfTheHostIsTrusted) {
+    {
+        const TestHost trusting(bundle(TestCertificates::shared().caFile()));
+        EXPECT_EQ(outcomeOf(to(nginx)), "end");
+        RequestConfig config = to(nginx);
+        config.ca_file = "";
+        EXPECT_EQ(outcomeOf(config), Untrusted);
+    }
+    const TestHost without(bundle("/nonexistent/ca.pem"));
+    EXPECT_EQ(outcomeOf(to(nginx)), Untrusted);
+}
+
 TEST_F(EngineTlsTest, WithoutVerificationAnyCertificateIsAccepted) {
     RequestConfig config = to(nginx);
     config.tls_verify = false;
@@ -123,28 +154,152 @@ TEST_F(EngineTlsTest, CertificateOfAnotherHostIsRefused) {
     EXPECT_EQ(outcomeOf(config), "end");
 }
 
-TEST_F(EngineTlsTest, OldServerIsRefused) {
-    const NginxServer old(overTls("ssl_protocols TLSv1; ssl_ciphers ALL:@SECLEVEL=0;"));
-    RequestConfig config = to(old);
-    config.tls_verify = false;
-    EXPECT_THAT(outcomeOf(config), StartsWith("failure 2: "));
-    config.min_tls_version = MinTlsVersion::tls1_2;
-    EXPECT_THAT(outcomeOf(config), StartsWith("failure 2: "));
+// --- versions ---
+
+const std::string NoAgreement = "failure 2: " + std::string(curl_easy_strerror(CURLE_SSL_CONNECT_ERROR));
+
+// This system's OpenSSL refuses versions below 1.2 whatever the floor is.
+TEST_F(EngineTlsTest, ServerOfAnOldVersionAloneIsRefused) {
+    for (const char* const version : {"-tls1", "-tls1_1"}) {
+        const OpensslServer old({version, "-cipher", "ALL:@SECLEVEL=0"});
+        RequestConfig config;
+        config.url = old.url();
+        config.tls_verify = false;
+        EXPECT_EQ(outcomeOf(config), NoAgreement) << version;
+        for (const auto floor : {MinTlsVersion::tls1_0, MinTlsVersion::tls1_1, MinTlsVersion::tls1_2}) {
+            config.min_tls_version = floor;
+            EXPECT_EQ(outcomeOf(config), NoAgreement) << version;
+        }
+    }
 }
 
-TEST_F(EngineTlsTest, EveryFloorAcceptsAServerOfToday) {
-    RequestConfig config = to(nginx);
-    config.ca_file = TestCertificates::shared().caFile();
-    for (const auto floor : {MinTlsVersion::tls1_0, MinTlsVersion::tls1_1, MinTlsVersion::tls1_2}) {
-        config.min_tls_version = floor;
-        EXPECT_EQ(outcomeOf(config), "end");
+TEST_F(EngineTlsTest, ServerOfATodaysVersionAloneIsAcceptedWhateverTheFloor) {
+    for (const auto& [argument, version] : {std::pair("-tls1_2", "TLSv1.2"), std::pair("-tls1_3", "TLSv1.3")}) {
+        const OpensslServer single({argument});
+        RequestConfig config;
+        config.url = single.url();
+        config.ca_file = TestCertificates::shared().caFile();
+        EXPECT_THAT(bodyOf(config), HasSubstr(std::string("Protocol  : ") + version));
+        EXPECT_THAT(bodyOf(with(Verifiers::neutral, config)), HasSubstr(std::string("Protocol  : ") + version));
+        for (const auto floor : {MinTlsVersion::tls1_0, MinTlsVersion::tls1_1, MinTlsVersion::tls1_2}) {
+            config.min_tls_version = floor;
+            EXPECT_THAT(bodyOf(config), HasSubstr(std::string("Protocol  : ") + version));
+        }
     }
+}
+
+TEST_F(EngineTlsTest, HighestVersionIsAgreedOnWithAndWithoutAVerifier) {
+    const OpensslServer all({});
+    RequestConfig config;
+    config.url = all.url();
+    config.ca_file = TestCertificates::shared().caFile();
+    EXPECT_THAT(bodyOf(config), HasSubstr("Protocol  : TLSv1.3"));
+    EXPECT_THAT(bodyOf(with(Verifiers::neutral, config)), HasSubstr("Protocol  : TLSv1.3"));
 }
 
 TEST_F(EngineTlsTest, ServerWithoutTlsFailsWithAPlainText) {
     RequestConfig config;
     config.url = "https://127.0.0.1:" + std::to_string(nginx.port());
     EXPECT_EQ(outcomeOf(config), "failure 2: " + std::string(curl_easy_strerror(CURLE_SSL_CONNECT_ERROR)));
+}
+
+// --- verifiers ---
+
+TEST_F(EngineTlsTest, VerifierIsGivenItsText) {
+    const Verifiers verifiers;
+    RequestConfig config = with(Verifiers::lax, to(nginx));
+    config.verifier_data = "text for the verifier";
+    EXPECT_EQ(outcomeOf(config), "end");
+    EXPECT_THAT(verifiers.texts().events(), Each("text for the verifier"));
+    EXPECT_EQ(verifiers.handshakes(), 1U);
+}
+
+TEST_F(EngineTlsTest, VerifierWithoutATextIsGivenNone) {
+    const Verifiers verifiers;
+    EXPECT_EQ(outcomeOf(with(Verifiers::lax, to(nginx))), "end");
+    EXPECT_THAT(verifiers.texts().events(), Each("null"));
+    EXPECT_EQ(verifiers.handshakes(), 1U);
+}
+
+TEST_F(EngineTlsTest, EveryVerifierIsGivenTheTextOfItsOwnRequest) {
+    const Verifiers verifiers;
+    std::vector<RecordingRequestPtr> requests;
+    for (int i = 0; i < 8; ++i) {
+        RequestConfig config = with(Verifiers::lax, to(nginx));
+        config.verifier_data = std::to_string(i);
+        requests.push_back(run(config));
+    }
+    for (const auto& one : requests) one->outcome.await("end");
+    for (int i = 0; i < 8; ++i) EXPECT_GT(verifiers.texts().count(std::to_string(i)), 0U);
+    EXPECT_EQ(verifiers.handshakes(), 8U);
+}
+
+TEST_F(EngineTlsTest, RefusingVerifierOverrulesTheAuthority) {
+    RequestConfig config = with(Verifiers::refusing, to(nginx));
+    config.ca_file = TestCertificates::shared().caFile();
+    EXPECT_EQ(outcomeOf(config), Untrusted);
+    config.verifier = Verifiers::neutral;
+    EXPECT_EQ(outcomeOf(config), "end");
+}
+
+TEST_F(EngineTlsTest, WithoutVerificationTheVerifierDecidesAlone) {
+    RequestConfig config = to(nginx);
+    config.tls_verify = false;
+    EXPECT_EQ(outcomeOf(with(Verifiers::refusing, config)), Untrusted);
+    EXPECT_EQ(outcomeOf(with(Verifiers::neutral, config)), Untrusted);
+    EXPECT_EQ(outcomeOf(with(Verifiers::lax, config)), "end");
+    EXPECT_EQ(outcomeOf(with(Verifiers::careless, config)), "end");
+}
+
+// libcurl reads OpenSSL's finding once more after the handshake.
+TEST_F(EngineTlsTest, WithVerificationTheVerifierHasToClearTheFinding) {
+    EXPECT_EQ(outcomeOf(with(Verifiers::careless, to(nginx))), Untrusted);
+    EXPECT_EQ(outcomeOf(with(Verifiers::lax, to(nginx))), "end");
+}
+
+TEST_F(EngineTlsTest, VerifierDoesNotAnswerForTheHostsName) {
+    CertificateWish wish;
+    wish.subject_alt_names = "DNS:other.example";
+    const CertificateFiles files = TestCertificates::shared().issue("elsewhere", wish);
+    NginxServer::Options options = overTls();
+    options.certificate_file = files.certificate_file;
+    options.key_file = files.key_file;
+    const NginxServer other(options);
+    RequestConfig config = with(Verifiers::lax, to(other));
+    EXPECT_EQ(outcomeOf(config), Untrusted);
+    config.tls_verify = false;
+    EXPECT_EQ(outcomeOf(config), "end");
+}
+
+// --- the device ---
+
+TEST_F(EngineTlsTest, DeviceWithoutAnIdentityHasNoTls) {
+    const TestHost empty([](ko::host::Settings& settings) { settings.secure_store_directory = "/nonexistent"; });
+    const LogCapture log("HttpClient", 1);
+    const std::string text = "error signaled by ssl ctx callback";
+    const auto made = run(to(nginx));
+    made->outcome.awaitCount(1);
+    EXPECT_THAT(made->outcome.events(), ElementsAre("failure 2: " + text));
+    const std::string host_name = "127.0.0.1:" + std::to_string(nginx.tlsPort());
+    EXPECT_THAT(log.texts(),
+                IsSupersetOf({std::string("setMicToCtx: Failed Fetch the MIC"),
+                              std::string("Got unexpected Curl error code: 2"),
+                              fmt::format("({}) Failed to connect to '{}': {}", made->id(), host_name, text)}));
+    RequestConfig config = to(nginx);
+    config.tls_verify = false;
+    EXPECT_EQ(outcomeOf(config), "failure 2: " + text);
+    config.url = nginx.url("/status/200");
+    EXPECT_EQ(outcomeOf(config), "end");
+}
+
+TEST_F(EngineTlsTest, RequestWithFilesNeedsNoIdentityOfTheDevice) {
+    const TestHost empty([](ko::host::Settings& settings) { settings.secure_store_directory = "/nonexistent"; });
+    RequestConfig config = to(nginx);
+    config.ca_file = TestCertificates::shared().caFile();
+    config.own_cert = TestCertificates::shared().server().certificate_file;
+    config.own_pkey = TestCertificates::shared().server().key_file;
+    EXPECT_EQ(outcomeOf(config), "end");
+    EXPECT_EQ(outcomeOf(with(Verifiers::neutral, config)), "end");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include "curl/LineMatcher.h"
 #include "fixture/EngineTest.h"
+#include "fixture/TestDevice.h"
 #include "support/NginxServer.h"
 
 namespace kel::http::test {
@@ -236,6 +237,7 @@ TEST_F(EngineTraceTest, LongTokenIsConcealedToItsEnd) {
 TEST_F(EngineTraceTest, LongTokenIsConcealedOverTls) {
     NginxServer::Options options;
     options.tls = true;
+    const TestHost host(withTestDevice);
     const NginxServer nginx(options);
     std::string token;
     while (token.size() < 300000) token += "token-to-hide,";
@@ -247,6 +249,7 @@ TEST_F(EngineTraceTest, LongTokenIsConcealedOverTls) {
     config.method = Method::POST;
     // The server takes no such header; it has been sent by then.
     finish(config);
+    EXPECT_TRUE(log.contains("[header OUT] "));
     EXPECT_THAT(linesWith(log, "token-to-hide"), IsEmpty());
 }
 

@@ -5,6 +5,7 @@
 
 #include "curl/Interposed.h"
 #include "fixture/EngineTest.h"
+#include "fixture/TestDevice.h"
 #include "support/FileDescriptor.h"
 #include "support/NginxServer.h"
 
@@ -142,6 +143,7 @@ TEST_F(ManyDescriptorsTest, PollWaitsAsLongAsSelectWould) {
 TEST_F(ManyDescriptorsTest, TlsIsServedBeyondTheLimit) {
     NginxServer::Options options;
     options.tls = true;
+    const TestHost host(withTestDevice);
     const NginxServer nginx(options);
     startEngine();
     onEngineThread([] {});

@@ -84,8 +84,8 @@ constexpr const char* KeepBody =
 
 std::string tlsDirectives(const NginxSettings& settings) {
     if (settings.tls_authority.empty()) return {};
-    return "listen " + settings.tls_authority + " ssl http2 backlog=8192;\n" + "        ssl_certificate " +
-           settings.certificate_file + ";\n" +  //
+    return "listen " + settings.tls_authority + (settings.http2 ? " ssl http2" : " ssl") + " backlog=8192;\n" +
+           "        ssl_certificate " + settings.certificate_file + ";\n" +  //
            "        ssl_certificate_key " + settings.key_file + ";";
 }
 

@@ -10,6 +10,7 @@ struct NginxSettings {
     std::string directory;
     std::string authority;      // "127.0.0.1:4711"
     std::string tls_authority;  // empty without TLS
+    bool http2 = false;         // over TLS
     std::string certificate_file;
     std::string key_file;
     std::string directives;

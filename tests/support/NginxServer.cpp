@@ -26,6 +26,7 @@ NginxSettings settingsFor(const std::string& directory, const NginxServer::Optio
     settings.directory = directory;
     settings.directives = options.directives;
     if (!options.tls) return settings;
+    settings.http2 = options.http2;
     const bool own = !options.certificate_file.empty();
     settings.certificate_file = own ? options.certificate_file : TestCertificates::shared().server().certificate_file;
     settings.key_file = own ? options.key_file : TestCertificates::shared().server().key_file;

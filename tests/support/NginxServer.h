@@ -37,8 +37,10 @@ class NginxServer {
 
     struct Options {
         Family family = Family::IPv4;
-        // Serves the same over TLS too, on a second port, with HTTP/2 and HTTP/1.1.
+        // Serves the same over TLS too, on a second port, with HTTP/1.1.
         bool tls = false;
+        // Whether TLS comes with HTTP/2.
+        bool http2 = true;
         // The certificate chain and key to serve, as PEM files. Empty: those of TestCertificates::shared().
         std::string certificate_file;
         std::string key_file;

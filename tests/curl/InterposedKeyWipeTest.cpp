@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: MIT
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <openssl/crypto.h>
+#include <openssl/ssl.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fixture/TestHost.h"
+#include "kel-http/curl/TlsContext.h"
+#include "support/Files.h"
+#include "support/TemporaryDirectory.h"
+#include "support/TestCertificates.h"
+
+namespace {
+
+// What was wiped, as it was before. One thread.
+std::vector<std::string>& wiped() {
+    static std::vector<std::string> contents;
+    return contents;
+}
+
+constexpr std::size_t BufferBytes = 4096;
+
+}  // namespace
+
+// In the place of OpenSSL's own, for callers outside of OpenSSL.
+extern "C" void OPENSSL_cleanse(void* bytes, std::size_t size) {
+    static auto* const real = reinterpret_cast<void (*)(void*, std::size_t)>(dlsym(RTLD_NEXT, "OPENSSL_cleanse"));
+    if (size == BufferBytes) wiped().emplace_back(static_cast<const char*>(bytes), size);
+    real(bytes, size);
+}
+
+namespace kel::http::test {
+namespace {
+
+using ::testing::Each;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+
+class InterposedKeyWipeTest : public testing::Test {
+ protected:
+    InterposedKeyWipeTest() { wiped().clear(); }
+
+    CURLcode setUpWith(const std::string& certificate_bytes, const std::string& key_bytes) {
+        writeWholeFile(directory.path("device_cert.der"), certificate_bytes);
+        writeWholeFile(directory.path("device_key.der"), key_bytes);
+        const std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> context(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
+        RequestConfig config;
+        return tls::setMicToCtx(nullptr, context.get(), &config);
+    }
+
+    const TemporaryDirectory directory;
+    const TestHost host{[this](ko::host::Settings& settings) { settings.secure_store_directory = directory.path(); }};
+    const std::string device = TestCertificates::shared().device();
+    const std::string certificate = readWholeFile(device + "/device_cert.der");
+    const std::string key = readWholeFile(device + "/device_key.der");
+};
+
+TEST_F(InterposedKeyWipeTest, BufferOfTheKeyIsWipedWhateverBecomesOfIt) {
+    EXPECT_EQ(setUpWith(certificate, key), CURLE_OK);
+    const std::string other = readWholeFile(TestCertificates::shared().issueDevice("wipe", {}) + "/device_cert.der");
+    EXPECT_EQ(setUpWith(other, key), CURLE_FAILED_INIT);
+    EXPECT_THAT(wiped(), SizeIs(2));
+    EXPECT_THAT(wiped(), Each(StartsWith(key)));
+    // A key that breaks off.
+    const std::string half = key.substr(0, key.size() / 2);
+    EXPECT_EQ(setUpWith(certificate, half), CURLE_FAILED_INIT);
+    ASSERT_THAT(wiped(), SizeIs(3));
+    EXPECT_THAT(wiped().back(), StartsWith(half));
+}
+
+}  // namespace
+}  // namespace kel::http::test

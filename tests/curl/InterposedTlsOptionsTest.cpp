@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: MIT
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "curl/Interposed.h"
+#include "curl/LineMatcher.h"
+#include "fixture/EngineTest.h"
+#include "fixture/TestHost.h"
+#include "fixture/Verifiers.h"
+#include "support/Files.h"
+#include "support/TemporaryDirectory.h"
+
+namespace kel::http::test {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+
+using Options = std::vector<std::string>;
+
+const std::string SystemsBundle = "/etc/ssl/certs/ca-certificates.crt";
+
+const Options Identity = {"CURLOPT_SSL_CTX_DATA", "CURLOPT_SSL_CTX_FUNCTION", "CURLOPT_SSLCERT",
+                          "CURLOPT_SSLCERTTYPE",  "CURLOPT_SSLKEY",           "CURLOPT_SSLKEYTYPE"};
+const Options OwnConnection = {"CURLOPT_FRESH_CONNECT", "CURLOPT_FORBID_REUSE", "CURLOPT_SSL_SESSIONID_CACHE",
+                               "CURLOPT_HTTP_VERSION"};
+const Options Tls = {"CURLOPT_SSLVERSION",       "CURLOPT_SSL_CTX_DATA",
+                     "CURLOPT_SSL_CTX_FUNCTION", "CURLOPT_SSLCERT",
+                     "CURLOPT_SSLCERTTYPE",      "CURLOPT_SSLKEY",
+                     "CURLOPT_SSLKEYTYPE",       "CURLOPT_SSL_VERIFYPEER",
+                     "CURLOPT_SSL_VERIFYHOST",   "CURLOPT_CAINFO",
+                     "CURLOPT_CAPATH",           "CURLOPT_FRESH_CONNECT",
+                     "CURLOPT_FORBID_REUSE",     "CURLOPT_SSL_SESSIONID_CACHE",
+                     "CURLOPT_HTTP_VERSION"};
+
+// The TLS options that the engine gives libcurl for one request each. They are set whatever the URL is.
+class InterposedTlsOptionsTest : public EngineTest {
+ protected:
+    InterposedTlsOptionsTest() {
+        server.onRequest([](const ReceivedRequest&) { return Reply(200); });
+        writeWholeFile(cert, "not looked at");
+        writeWholeFile(key, "not looked at");
+        startEngine();
+    }
+    ~InterposedTlsOptionsTest() override { stopEngine(); }
+
+    Options optionsOf(const RequestConfig& config, const Options& names = Tls) {
+        interposed.forgetOptions();
+        last = run(config);
+        last->outcome.awaitCount(1);
+        drain();
+        Options found;
+        for (const std::string& option : interposed.options()) {
+            const std::string name = option.substr(0, option.find('='));
+            if (std::find(names.begin(), names.end(), name) != names.end()) found.push_back(option);
+        }
+        return found;
+    }
+
+    RequestConfig withFiles() const {
+        RequestConfig config = get();
+        config.own_cert = cert;
+        config.own_pkey = key;
+        return config;
+    }
+
+    // libcurl tells connections of different versions apart, and so those that must not be shared.
+    static std::string ownVersion(long lowest) {
+        return "CURLOPT_SSLVERSION=" + std::to_string(lowest | CURL_SSLVERSION_MAX_DEFAULT);
+    }
+
+    Interposed interposed;
+    const TemporaryDirectory directory;
+    const std::string cert = directory.path("cert.pem");
+    const std::string key = directory.path("key.pem");
+    RecordingRequestPtr last;
+};
+
+TEST_F(InterposedTlsOptionsTest, OrdinaryRequestLetsTheDevicePresentItself) {
+    EXPECT_THAT(optionsOf(get()),
+                ElementsAre("CURLOPT_SSLVERSION=5", "CURLOPT_SSL_CTX_DATA=set", "CURLOPT_SSL_CTX_FUNCTION=set",
+                            "CURLOPT_SSL_VERIFYPEER=1", "CURLOPT_SSL_VERIFYHOST=2", "CURLOPT_CAINFO=" + SystemsBundle,
+                            "CURLOPT_CAPATH=null"));
+}
+
+TEST_F(InterposedTlsOptionsTest, FilesAloneNeedNoContext) {
+    EXPECT_THAT(optionsOf(withFiles()),
+                ElementsAre("CURLOPT_SSLVERSION=5", "CURLOPT_SSLCERT=" + cert, "CURLOPT_SSLCERTTYPE=PEM",
+                            "CURLOPT_SSLKEY=" + key, "CURLOPT_SSLKEYTYPE=PEM", "CURLOPT_SSL_VERIFYPEER=1",
+                            "CURLOPT_SSL_VERIFYHOST=2", "CURLOPT_CAINFO=" + SystemsBundle, "CURLOPT_CAPATH=null"));
+}
+
+TEST_F(InterposedTlsOptionsTest, VerifierHasAConnectionOfItsOwn) {
+    RequestConfig config = get();
+    config.verifier = Verifiers::neutral;
+    EXPECT_THAT(optionsOf(config),
+                ElementsAre(ownVersion(5), "CURLOPT_SSL_CTX_DATA=set", "CURLOPT_SSL_CTX_FUNCTION=set",
+                            "CURLOPT_SSL_VERIFYPEER=1", "CURLOPT_SSL_VERIFYHOST=2", "CURLOPT_CAINFO=" + SystemsBundle,
+                            "CURLOPT_CAPATH=null", "CURLOPT_FRESH_CONNECT=1", "CURLOPT_FORBID_REUSE=1",
+                            "CURLOPT_SSL_SESSIONID_CACHE=0", "CURLOPT_HTTP_VERSION=2"));
+}
+
+TEST_F(InterposedTlsOptionsTest, PartialChainHasAConnectionOfItsOwn) {
+    RequestConfig config = get();
+    config.tls_partial_chain = true;
+    EXPECT_THAT(optionsOf(config, OwnConnection),
+                ElementsAre("CURLOPT_FRESH_CONNECT=1", "CURLOPT_FORBID_REUSE=1", "CURLOPT_SSL_SESSIONID_CACHE=0",
+                            "CURLOPT_HTTP_VERSION=2"));
+    EXPECT_THAT(optionsOf(config, Identity), ElementsAre("CURLOPT_SSL_CTX_DATA=set", "CURLOPT_SSL_CTX_FUNCTION=set"));
+}
+
+TEST_F(InterposedTlsOptionsTest, FilesDoNotReplaceWhatTheContextIsNeededFor) {
+    const auto all = ElementsAre("CURLOPT_SSL_CTX_DATA=set", "CURLOPT_SSL_CTX_FUNCTION=set", "CURLOPT_SSLCERT=" + cert,
+                                 "CURLOPT_SSLCERTTYPE=PEM", "CURLOPT_SSLKEY=" + key, "CURLOPT_SSLKEYTYPE=PEM");
+    RequestConfig config = withFiles();
+    config.verifier = Verifiers::neutral;
+    EXPECT_THAT(optionsOf(config, Identity), all);
+    config.tls_partial_chain = true;
+    EXPECT_THAT(optionsOf(config, Identity), all);
+    config.verifier = nullptr;
+    EXPECT_THAT(optionsOf(config, Identity), all);
+}
+
+TEST_F(InterposedTlsOptionsTest, FilesThatAreNotAllThereAreNotUsed) {
+    const auto none = ElementsAre("CURLOPT_SSL_CTX_DATA=set", "CURLOPT_SSL_CTX_FUNCTION=set");
+    for (const std::string& missing : {std::string(), std::string("/nonexistent/file")}) {
+        RequestConfig config = withFiles();
+        config.own_cert = missing;
+        EXPECT_THAT(optionsOf(config, Identity), none);
+        config = withFiles();
+        config.own_pkey = missing;
+        EXPECT_THAT(optionsOf(config, Identity), none);
+    }
+    RequestConfig config = withFiles();
+    config.own_cert.reset();
+    EXPECT_THAT(optionsOf(config, Identity), none);
+    config = withFiles();
+    config.own_pkey.reset();
+    EXPECT_THAT(optionsOf(config, Identity), none);
+}
+
+TEST_F(InterposedTlsOptionsTest, FilesAreNamedInTheLogOfEveryStep) {
+    {
+        const LogCapture log("HttpClient", 8);
+        optionsOf(withFiles());
+        EXPECT_THAT(log.lines(),
+                    Contains(EngineLine(8, fmt::format("({}) Configuring own certificate for mTLS (cert={}; pkey={})",
+                                                       last->id(), cert, key))));
+    }
+    const LogCapture log("HttpClient", 7);
+    optionsOf(withFiles());
+    EXPECT_FALSE(log.contains("Configuring own certificate"));
+}
+
+TEST_F(InterposedTlsOptionsTest, FilesThatAreNotUsedAreNotNamed) {
+    const LogCapture log("HttpClient", 8);
+    RequestConfig config = withFiles();
+    config.own_pkey = "/nonexistent/key.pem";
+    optionsOf(config);
+    EXPECT_FALSE(log.contains("Configuring own certificate"));
+}
+
+TEST_F(InterposedTlsOptionsTest, FloorIsKeptOnAConnectionOfItsOwn) {
+    RequestConfig config = get();
+    config.verifier = Verifiers::neutral;
+    config.min_tls_version = MinTlsVersion::tls1_0;
+    EXPECT_THAT(optionsOf(config), Contains(ownVersion(4)));
+    config.min_tls_version = MinTlsVersion::tls1_1;
+    EXPECT_THAT(optionsOf(config), Contains(ownVersion(5)));
+    config.min_tls_version = MinTlsVersion::tls1_2;
+    EXPECT_THAT(optionsOf(config), Contains(ownVersion(6)));
+}
+
+TEST_F(InterposedTlsOptionsTest, VerifierWithoutVerificationHasNoAuthorities) {
+    RequestConfig config = get();
+    config.tls_verify = false;
+    config.verifier = Verifiers::neutral;
+    EXPECT_THAT(optionsOf(config),
+                ElementsAre(ownVersion(5), "CURLOPT_SSL_CTX_DATA=set", "CURLOPT_SSL_CTX_FUNCTION=set",
+                            "CURLOPT_SSL_VERIFYHOST=0", "CURLOPT_SSL_VERIFYPEER=0", "CURLOPT_FRESH_CONNECT=1",
+                            "CURLOPT_FORBID_REUSE=1", "CURLOPT_SSL_SESSIONID_CACHE=0", "CURLOPT_HTTP_VERSION=2"));
+}
+
+TEST_F(InterposedTlsOptionsTest, HostWithoutABundleTrustsNobody) {
+    const Options authorities = {"CURLOPT_CAINFO", "CURLOPT_CAPATH"};
+    {
+        const TestHost host([](ko::host::Settings& settings) { settings.ca_bundles.clear(); });
+        EXPECT_THAT(optionsOf(get(), authorities), ElementsAre("CURLOPT_CAINFO=null", "CURLOPT_CAPATH=null"));
+    }
+    {
+        const TestHost host([](ko::host::Settings& settings) { settings.ca_bundles["default"] = "/nonexistent"; });
+        EXPECT_THAT(optionsOf(get(), authorities), ElementsAre("CURLOPT_CAINFO=null", "CURLOPT_CAPATH=null"));
+    }
+    const TestHost host([this](ko::host::Settings& settings) { settings.ca_bundles["default"] = cert; });
+    EXPECT_THAT(optionsOf(get(), authorities), ElementsAre("CURLOPT_CAINFO=" + cert, "CURLOPT_CAPATH=null"));
+    RequestConfig config = get();
+    config.ca_dir = "/ca";
+    EXPECT_THAT(optionsOf(config, authorities), ElementsAre("CURLOPT_CAINFO=" + cert, "CURLOPT_CAPATH=/ca"));
+}
+
+}  // namespace
+}  // namespace kel::http::test
