@@ -66,7 +66,7 @@ TEST_F(ToolProxyTest, FirstProxyThatWorksServesAndTheOthersAreToldWithTheirReaso
     const std::string at_silent = "http://127.0.0.1:" + std::to_string(silent.port());
     const ToolResult result =
         getThrough({at_closed, at_silent, "http://host.onion:3128", refusing.url(), good.url(), spare.url()},
-                   {"-v", "--timeout", "1s"});
+                   {"-v", "--timeout", "3s"});
     EXPECT_EQ(result.out, "served");
     const std::string failed = "did not serve the request: ";
     for (const std::string& line :

@@ -15,7 +15,7 @@ std::string write_advice(const Options& options) {
 
 // Where neither is known, what the engine heard from below may tell more than the failure does.
 std::string advice_on_other(const ErrorData& error, const ConnectionTrouble& trouble, const Options& options) {
-    const std::string about_tls = tls_advice(trouble, options);
+    std::string about_tls = tls_advice(trouble, options);
     if (!about_tls.empty()) return about_tls;
     if (error.message.find(" 407") != std::string::npos) {
         return "the proxy wants a login that it knows: give it with --proxy-user";

@@ -30,6 +30,9 @@ Examples:
   kel-http put http://host/image.bin --upload image.bin
   date | kel-http patch http://host/clock --data-file -
   kel-http delete http://host/items/7 -u admin --password secret
+  kel-http get https://device.example/ --ca-file ca.pem --cert me.pem --key me.key
+  kel-http get http://host/status --proxy http://a:3128 --proxy http://b:3128 -v
+  kel-http get http://host/login --cookies write --temp-dir ~/cookies
 )";
 
 // "-H, --header 'NAME: VALUE'", with room left for a short name that is not there.
