@@ -11,4 +11,7 @@ struct ProxyUser {
     std::string password;
 };
 
+// Name and password as basic authentication sends them: what stands behind "Basic ".
+std::string basicCredentials(const ProxyUser& user);
+
 }  // namespace kel::http::test
