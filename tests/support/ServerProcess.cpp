@@ -124,6 +124,16 @@ void ServerProcess::awaitOutput(const std::string& text) const {
     }
 }
 
+void ServerProcess::awaitListening(std::uint16_t port) const {
+    const auto end = std::chrono::steady_clock::now() + Deadline;
+    while (!isListenedOn(port)) {
+        // Nothing tells of it, so it is asked for again and again.
+        pollfd ended{life_line_.get(), 0, 0};
+        if (poll(&ended, 1, 1) != 0) throw std::runtime_error("a server has ended: " + readWholeFile(log_file_));
+        if (millisecondsTo(end) == 0) throw DeadlineMissed("a server's socket; its log: " + readWholeFile(log_file_));
+    }
+}
+
 void ServerProcess::stop() {
     if (process_ < 0) return;
     kill(process_, stop_signal_);

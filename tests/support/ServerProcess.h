@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <csignal>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,10 @@ class ServerProcess {
     //
     // Errors: std::runtime_error, with the whole log, when the program ends before; DeadlineMissed.
     void awaitOutput(const std::string& text) const;
+
+    // Waits until it listens on `port`, which has been reserved for it: for programs whose log tells that too early.
+    // Errors: the same.
+    void awaitListening(std::uint16_t port) const;
 
     // Ends it at once: no socket of its own is open any more when this returns. May be called again.
     void stop();

@@ -47,6 +47,14 @@ FileDescriptor makeSocket(Family family) {
     return result;
 }
 
+// Several of these may be bound to one port as long as none of them listens.
+FileDescriptor makeSharingSocket() {
+    FileDescriptor result = makeSocket(Family::IPv4);
+    const int on = 1;
+    if (setsockopt(result.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0) throwErrno("setsockopt");
+    return result;
+}
+
 void bindTo(const LoopbackAddress& address, const FileDescriptor& socket) {
     if (bind(socket.get(), address.get(), address.size()) != 0) throwErrno("bind");
 }
@@ -60,12 +68,15 @@ FileDescriptor bindToLoopback(Family family) {
 }
 
 FileDescriptor reserveOnLoopback() {
-    FileDescriptor result = makeSocket(Family::IPv4);
-    // Two sockets with this option may have one port as long as no more than one of them listens.
-    const int on = 1;
-    if (setsockopt(result.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0) throwErrno("setsockopt");
+    FileDescriptor result = makeSharingSocket();
     bindTo(LoopbackAddress(Family::IPv4, 0), result);
     return result;
+}
+
+bool isListenedOn(std::uint16_t port) {
+    const FileDescriptor another = makeSharingSocket();
+    const LoopbackAddress address(Family::IPv4, port);
+    return bind(another.get(), address.get(), address.size()) != 0 && errno == EADDRINUSE;
 }
 
 FileDescriptor listenOnLoopback(Family family, int backlog) {

@@ -21,6 +21,9 @@ FileDescriptor bindToLoopback(Family family = Family::IPv4);
 // The same for a server that is told its port and listens there later: nobody else is given that port meanwhile.
 FileDescriptor reserveOnLoopback();
 
+// Whether a server listens on a reserved port. It is not connected to.
+bool isListenedOn(std::uint16_t port);
+
 // A bound socket, listening and not blocking.
 FileDescriptor listenOnLoopback(Family family, int backlog);
 

@@ -103,7 +103,7 @@ SquidServer::SquidServer(Access access, const std::vector<ProxyUser>& users)
     squid.stop_signal = SIGKILL;  // SIGTERM would take it a second; there is nothing to be saved
     squid.as_nobody = true;
     process_.start(squid);
-    process_.awaitOutput("Accepting HTTP Socket connections");
+    process_.awaitListening(port_);
     removeSharedMemory(service);
 }
 
