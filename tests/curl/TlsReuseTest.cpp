@@ -19,9 +19,10 @@ const std::string Untrusted = "failure 2: " + std::string(curl_easy_strerror(CUR
 
 // Every reply tells the number of its connection; /session tells whether that began with a session resumed ("r") or not
 // ("."), and its TLS version. /to-session redirects there.
-NginxServer::Options telling(const std::string& directives = {}) {
+NginxServer::Options telling(const std::string& directives = {}, bool http2 = true) {
     NginxServer::Options options;
     options.tls = true;
+    options.http2 = http2;
     options.directives =
         "add_header X-Connection $connection always; ssl_session_cache shared:sessions:1m;"
         "location = /session { return 200 '$ssl_session_reused $ssl_protocol'; }"
@@ -35,7 +36,7 @@ NginxServer::Options telling(const std::string& directives = {}) {
 // they come over a connection, or resume a session, that somebody less strict has made.
 class TlsReuseTest : public EngineTest {
  protected:
-    TlsReuseTest() {
+    explicit TlsReuseTest(bool http2 = true) : nginx(telling({}, http2)) {
         nginx.writeFile("large", std::string(1000000, 'x'));
         startEngine();
     }
@@ -90,12 +91,21 @@ class TlsReuseTest : public EngineTest {
 
     const TestHost host{withTestDevice};
     const Verifiers verifiers;
-    NginxServer nginx{telling()};
+    NginxServer nginx;
 };
+
+// With HTTP/1.1 and with HTTP/2, whose connections libcurl treats differently.
+class TlsPoolTest : public TlsReuseTest, public testing::WithParamInterface<bool> {
+ protected:
+    TlsPoolTest() : TlsReuseTest(GetParam()) {}
+};
+
+INSTANTIATE_TEST_SUITE_P(Protocols, TlsPoolTest, testing::Bool(),
+                         [](const auto& http2) { return http2.param ? "Http2" : "Http1"; });
 
 // --- everybody else keeps the pool ---
 
-TEST_F(TlsReuseTest, OrdinaryRequestsShareAConnection) {
+TEST_P(TlsPoolTest, OrdinaryRequestsShareAConnection) {
     const std::string connection = connectionOf(fetch(trusting()));
     EXPECT_EQ(connectionOf(fetch(trusting("/redirect/2"))), connection);
     EXPECT_EQ(connectionOf(fetch(trusting())), connection);
@@ -116,7 +126,7 @@ TEST_F(TlsReuseTest, StrictRequestLeavesAloneWhatWasNotVerified) {
 
 // --- strict requests after and beside lax ones ---
 
-TEST_F(TlsReuseTest, StrictRequestAfterALaxVerifierRefusesTheServer) {
+TEST_P(TlsPoolTest, StrictRequestAfterALaxVerifierRefusesTheServer) {
     EXPECT_EQ(outcomeOf(with(Verifiers::lax, strict())), "end");
     EXPECT_EQ(outcomeOf(strict()), Untrusted);
 }
@@ -127,7 +137,7 @@ TEST_F(TlsReuseTest, StrictRequestBesideALaxVerifierRefusesTheServer) {
     EXPECT_EQ(running->outcome.count(), 0U);
 }
 
-TEST_F(TlsReuseTest, RedirectedRequestRefusesTheServerThatALaxVerifierAccepts) {
+TEST_P(TlsPoolTest, RedirectedRequestRefusesTheServerThatALaxVerifierAccepts) {
     const NginxServer other(telling("location = /away { return 302 " + nginx.tlsUrl("/status/200") + "; }"));
     RequestConfig config;
     config.url = other.url("/away");
@@ -140,7 +150,7 @@ TEST_F(TlsReuseTest, RedirectedRequestRefusesTheServerThatALaxVerifierAccepts) {
 
 // --- verifiers after and beside strict requests ---
 
-TEST_F(TlsReuseTest, VerifierIsAskedAfterAStrictRequest) {
+TEST_P(TlsPoolTest, VerifierIsAskedAfterAStrictRequest) {
     const std::string pooled = connectionOf(fetch(trusting()));
     const auto verified = fetch(with(Verifiers::neutral, trusting()));
     EXPECT_EQ(verified->outcome.events().at(0), "end");
@@ -159,7 +169,7 @@ TEST_F(TlsReuseTest, VerifierIsAskedBesideAStrictRequest) {
     EXPECT_EQ(outcomeOf(with(Verifiers::refusing, trusting())), Untrusted);
 }
 
-TEST_F(TlsReuseTest, VerifierIsAskedAtEveryHopOfARedirect) {
+TEST_P(TlsPoolTest, VerifierIsAskedAtEveryHopOfARedirect) {
     const std::string pooled = connectionOf(fetch(trusting()));
     const auto verified = fetch(with(Verifiers::neutral, trusting("/redirect/3")));
     EXPECT_EQ(verified->outcome.events().at(0), "end");
@@ -179,7 +189,7 @@ TEST_F(TlsReuseTest, VerifierIsAskedAtEveryHopWhileConnectionsAreInUse) {
     EXPECT_EQ(verifiers.handshakes(), 4U);
 }
 
-TEST_F(TlsReuseTest, RefusingVerifierIsAskedWhereARedirectLeads) {
+TEST_P(TlsPoolTest, RefusingVerifierIsAskedWhereARedirectLeads) {
     EXPECT_EQ(outcomeOf(trusting()), "end");
     const NginxServer other(telling("location = /away { return 302 " + nginx.tlsUrl("/status/200") + "; }"));
     RequestConfig config = with(Verifiers::refusing, trusting());
@@ -187,7 +197,7 @@ TEST_F(TlsReuseTest, RefusingVerifierIsAskedWhereARedirectLeads) {
     EXPECT_EQ(outcomeOf(config), Untrusted);
 }
 
-TEST_F(TlsReuseTest, VerifierIsAskedAgainAfterARequestForCredentials) {
+TEST_P(TlsPoolTest, VerifierIsAskedAgainAfterARequestForCredentials) {
     for (const auto method : {AuthMethod::ANY, AuthMethod::BASIC}) {
         const std::string pooled = connectionOf(fetch(trusting()));
         const std::size_t before = verifiers.handshakes();
@@ -237,7 +247,7 @@ TEST_F(TlsReuseTest, VerifierBesideItselfAcrossRedirectsIsAskedEachTime) {
 
 // --- partial chains ---
 
-TEST_F(TlsReuseTest, PartialChainHasAConnectionOfItsOwn) {
+TEST_P(TlsPoolTest, PartialChainHasAConnectionOfItsOwn) {
     const std::string pooled = connectionOf(fetch(trusting()));
     const auto partial = fetch(withPartialChain(trusting("/redirect/2")));
     EXPECT_EQ(partial->outcome.events().at(0), "end");
@@ -257,9 +267,8 @@ TEST_F(TlsReuseTest, PartialChainHasAConnectionOfItsOwn) {
 class TlsSessionTest : public TlsReuseTest, public testing::WithParamInterface<std::string> {
  protected:
     static NginxServer::Options options() {
-        NginxServer::Options limits = telling("keepalive_timeout 0; ssl_protocols " + GetParam() + ";");
-        limits.http2 = false;  // libcurl does not end those connections in a way that leaves a session behind
-        return limits;
+        // libcurl does not end connections of HTTP/2 in a way that leaves a session behind.
+        return telling("keepalive_timeout 0; ssl_protocols " + GetParam() + ";", false);
     }
 
     RequestConfig direct(RequestConfig config) const {
