@@ -197,37 +197,6 @@ TEST_P(EngineFailoverTest, RequestCancelledBetweenTwoProxiesIsDropped) {
 
 // --- the engine ends ---
 
-// The next attempt of a run that was cancelled is none of the run that follows it.
-TEST_P(EngineFailoverTest, RunAfterACancellationBetweenTwoProxiesHasItsWholeList) {
-    const auto request = runIntoHanging(getThrough({good.url()}));
-    {
-        EngineHold hold(engine());
-        failHanging();
-        // The first run's retry is queued behind this one at the latest.
-        hold.await();
-        request->tryToCancelRequest();
-        request->runRequest();
-    }
-    request->outcome.awaitCount(1);
-    drain();
-    EXPECT_THAT(request->outcome.events(), ElementsAre("end"));
-    EXPECT_THAT(good.requests(), SizeIs(1));
-}
-
-// Whoever cancels a request may start it again at once, while the engine is still busy with the first run.
-TEST_P(EngineFailoverTest, RequestIsCancelledAndRunAgainAtAnyTime) {
-    const auto request = EngineTest::request(getThrough({closedUrl(closed), good.url()}));
-    for (int i = 0; i < 300; ++i) {
-        request->runRequest();
-        request->tryToCancelRequest();
-    }
-    drain();
-    const std::size_t before = request->outcome.count();
-    request->runRequest();
-    request->outcome.awaitCount(before + 1);
-    EXPECT_EQ(request->outcome.events().back(), "end");
-}
-
 TEST_P(EngineFailoverTest, EngineEndsWhileASecondProxyHangs) {
     const auto request = run(getThrough({closedUrl(closed), hanging->url(), good.url()}));
     hanging->awaitRequests(1);
