@@ -116,6 +116,17 @@ void Engine::enqueueFor(RequestPtr request, void (Engine::*step)(RequestPtr)) {
     enqueue([this, step, owned = std::move(request)] { (this->*step)(owned); });
 }
 
+// The request may still be at work for an earlier run that was cancelled, so what belongs to this one is set when the
+// engine comes to it.
+void Engine::enqueueRun(RequestPtr request, std::list<std::string> proxies) {
+    request->cancelled = false;
+    enqueue([this, owned = std::move(request), candidates = std::move(proxies)]() mutable {
+        owned->currentProxy = tl::nullopt;
+        owned->remainingProxies = std::move(candidates);
+        addRequest(owned);
+    });
+}
+
 void Engine::queueRequest(const std::function<void()>& task) {
     enqueue(task);
 }
@@ -128,8 +139,7 @@ void Engine::onNewRequest(const std::function<void()>& handler) {
 
 void Engine::addNewRequest(RequestPtr request) {
     writeLine(*logger, log_level::detail, "({}) Engine::{}", request->id(), "addNewRequest");
-    request->cancelled = false;
-    enqueueFor(std::move(request), &Engine::addRequest);
+    enqueueRun(std::move(request), {});
 }
 
 void Engine::tryToCancelRequest(RequestPtr request) {
@@ -144,10 +154,9 @@ void Engine::resumeRequest(RequestPtr request) {
     enqueueFor(std::move(request), &Engine::resumeTask);
 }
 
-void Engine::ask(void (Engine::*operation)(RequestPtr), RequestPtr request) {
-    if (!gate().enter()) return;
-    (currentEngine.load()->*operation)(std::move(request));
-    gate().leave();
+void Engine::ask(const std::function<void(Engine&)>& question) {
+    const EngineGate::Visit visit(gate());
+    if (visit.isInside()) question(*currentEngine);
 }
 
 void Engine::requestTermination() {

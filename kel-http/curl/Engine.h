@@ -97,13 +97,9 @@ class Engine {
     // Any thread.
     void addNewRequestWithProxies(std::shared_ptr<Request> request, std::list<std::string> proxies);
 
-    // The same with the proxies of the request's configuration, of which there has to be one. A `proxy` other than 0 in
-    // it becomes the mode of all transfers first (1: Off). Any thread.
-    void addNewRequestThroughProxies(std::shared_ptr<Request> request);
-
-    // Calls one of the operations above if there is an engine, which then does not go away meanwhile, even though its
-    // owner may have begun to destroy it. Any thread.
-    static void ask(void (Engine::*operation)(std::shared_ptr<Request>), std::shared_ptr<Request> request);
+    // Calls `question` at once if there is an engine, which then does not go away meanwhile, even though its owner may
+    // have begun to destroy it. Any thread.
+    static void ask(const std::function<void(Engine&)>& question);
 
     // Ends the engine's loop behind the tasks that are queued so far. Any thread.
     void requestTermination();
@@ -137,6 +133,12 @@ class Engine {
     using RequestPtr = std::shared_ptr<Request>;
     using TaskMap = std::map<void*, TaskPtr>;
     enum class Completion { final, retry };
+    struct ProxyConfig {
+        ProxyConfigMode mode = ProxyConfigMode::Off;
+        std::string url;
+        std::string user;
+        std::string password;
+    };
 
     // The loop (Engine.cpp). Engine thread.
     void thread_loop();
@@ -148,6 +150,7 @@ class Engine {
 
     // Any thread.
     void enqueue(std::function<void()> task);
+    void enqueueRun(RequestPtr request, std::list<std::string> proxies);
     void enqueueFor(RequestPtr request, void (Engine::*step)(RequestPtr));
 
     // Waiting (EngineWait.cpp). Engine thread.
@@ -214,10 +217,7 @@ class Engine {
     // Set by the owner, read by callbacks that libcurl may still make while transfers are freed.
     std::atomic<bool> shuttingDown{false};
     std::function<void()> newRequestHandler KO_GUARDED_BY(variableMutex);
-    ProxyConfigMode proxyMode KO_GUARDED_BY(variableMutex) = ProxyConfigMode::Off;
-    std::string proxyUrl KO_GUARDED_BY(variableMutex);
-    std::string proxyUser KO_GUARDED_BY(variableMutex);
-    std::string proxyPassword KO_GUARDED_BY(variableMutex);
+    ProxyConfig proxyConfig KO_GUARDED_BY(variableMutex);
     // Engine thread, and the destructor once that has ended.
     TaskMap activeTasks;
     // Engine thread.

@@ -22,7 +22,24 @@ class EngineGate {
         while (inside > 0) emptied.wait(mutex);
     }
 
-    // False: there is no engine. Otherwise leave() has to follow.
+    // Keeps the engine in place for as long as it lives, if it came inside. Otherwise there is no engine.
+    class Visit {
+     public:
+        explicit Visit(EngineGate& visited) : gate(visited), came_in(gate.enter()) {}
+        ~Visit() {
+            if (came_in) gate.leave();
+        }
+        Visit(const Visit&) = delete;
+        Visit& operator=(const Visit&) = delete;
+
+        bool isInside() const { return came_in; }
+
+     private:
+        EngineGate& gate;
+        const bool came_in;
+    };
+
+ private:
     bool enter() {
         ko::lock_guard lock(mutex);
         if (isOpen) ++inside;
@@ -34,7 +51,6 @@ class EngineGate {
         if (--inside == 0) emptied.notify_one();
     }
 
- private:
     ko::mutex mutex{"EngineGateMutex"};
     ko::condition emptied;
     bool isOpen KO_GUARDED_BY(mutex) = false;

@@ -48,54 +48,43 @@ void Engine::setProxyConfig(ProxyConfigMode mode, const std::string& url, const 
                             const std::string& password) {
     writeLine(*logger, log_level::info, "kel-http::Engine::{}: proxy mode='{}', url='{}'", "setProxyConfig",
               static_cast<std::uint32_t>(mode), url);
+    ProxyConfig replacement{mode, url, user, password};
     ko::lock_guard lock(variableMutex);
-    proxyMode = mode;
-    proxyUrl = url;
-    proxyUser = user;
-    proxyPassword = password;
+    std::swap(proxyConfig, replacement);
 }
 
 Engine::ProxyConfigMode Engine::getProxyMode() const {
     ko::lock_guard lock(variableMutex);
-    return proxyMode;
+    return proxyConfig.mode;
 }
 
 std::string Engine::getProxyUrl() const {
     ko::lock_guard lock(variableMutex);
-    return proxyUrl;
+    return proxyConfig.url;
 }
 
 std::string Engine::getProxyUser() const {
     ko::lock_guard lock(variableMutex);
-    return proxyUser;
+    return proxyConfig.user;
 }
 
 std::string Engine::getProxyPassword() const {
     ko::lock_guard lock(variableMutex);
-    return proxyPassword;
+    return proxyConfig.password;
 }
 
 void Engine::addNewRequestWithProxies(RequestPtr request, std::list<std::string> proxies) {
     writeLine(*logger, log_level::detail, "({}) Engine::{}", request->id(), "addNewRequestWithProxies");
-    request->remainingProxies = std::move(proxies);
-    request->cancelled = false;
-    enqueueFor(std::move(request), &Engine::addRequest);
+    enqueueRun(std::move(request), std::move(proxies));
 }
 
-void Engine::addNewRequestThroughProxies(RequestPtr request) {
-    const RequestConfig& config = request->config;
-    const auto choice = static_cast<std::uint32_t>(config.proxy);
-    if (choice > 0) {
-        // For all requests: who bypasses the proxies of its list takes them away from everybody.
-        setProxyConfig(static_cast<ProxyConfigMode>(choice - 1), config.proxies.front(), config.proxy_user,
-                       config.proxy_password);
-    }
-    addNewRequestWithProxies(request, config.proxies);
-}
-
+// Part of the same run, which is over when the owner has cancelled it and begun another one meanwhile.
 void Engine::addNewRequestNextProxy(RequestPtr request) {
-    writeLine(*logger, log_level::detail, "({}) Engine::{}", request->id(), "addNewRequestNextProxy");
-    enqueueFor(std::move(request), &Engine::addRequest);
+    const std::uint16_t run = request->id();
+    writeLine(*logger, log_level::detail, "({}) Engine::{}", run, "addNewRequestNextProxy");
+    enqueue([this, owned = std::move(request), run] {
+        if (owned->id() == run) addRequest(owned);
+    });
 }
 
 void Engine::addProxyConfig(void* easy, RequestPtr request) {
@@ -153,6 +142,7 @@ void Engine::addProxyCredentials(CURL* easy, const Request& request) {
 // An answer of the server says that the proxy works. Without one the next candidate may do better: true when the request
 // goes there. A proxy that is not the request's own is the only one there is.
 bool Engine::retryWithNextProxy(void* easy, const RequestPtr& request, long responseCode) {
+    // Off or bypassed since an earlier attempt: that attempt's proxy still counts.
     if (!request->currentProxy) return false;
     if (responseCode != 0) {
         proxyBlackList.success(*request->currentProxy);

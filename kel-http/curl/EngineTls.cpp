@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <stdexcept>
+
 #include "certificate/certificate.h"
 #include "kel-http/curl/Engine.h"
 #include "kel-http/curl/TlsContext.h"
@@ -87,7 +89,9 @@ void Engine::addTlsConfig(void* easy, std::shared_ptr<Request> request) {
     curl_easy_setopt(easy, CURLOPT_SSLVERSION, curlTlsVersions(config));
     if (alone || !has_files) {
         curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, &config);
-        curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, &tls::setupSSLCTXCallback);
+        const CURLcode result = curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, &tls::setupSSLCTXCallback);
+        // Not without its verifier.
+        if (alone && result != CURLE_OK) throw std::runtime_error("libcurl was built without OpenSSL");
     }
     if (has_files) {
         writeLine(*logger, log_level::detail, "({}) Configuring own certificate for mTLS (cert={}; pkey={})",

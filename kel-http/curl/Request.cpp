@@ -24,26 +24,31 @@ Request::~Request() = default;
 
 void Request::runRequest() {
     allocateRequestId();
-    currentProxy = tl::nullopt;  // of an earlier run
-    remainingProxies.clear();
-    if (!Engine::hasEngine()) return;
-    if (config.proxies.empty()) return Engine::ask(&Engine::addNewRequest, shared_from_this());
-    Engine::ask(&Engine::addNewRequestThroughProxies, shared_from_this());
+    Engine::ask([this](Engine& engine) {
+        if (config.proxies.empty()) return engine.addNewRequest(shared_from_this());
+        const auto choice = static_cast<std::uint32_t>(config.proxy);
+        if (choice > 0) {
+            // For all requests: who bypasses the proxies of its list takes them away from everybody.
+            engine.setProxyConfig(static_cast<Engine::ProxyConfigMode>(choice - 1), config.proxies.front(),
+                                  config.proxy_user, config.proxy_password);
+        }
+        engine.addNewRequestWithProxies(shared_from_this(), config.proxies);
+    });
 }
 
 void Request::tryToCancelRequest() {
     cancelled = true;
-    if (Engine::hasEngine()) Engine::ask(&Engine::tryToCancelRequest, shared_from_this());
+    Engine::ask([this](Engine& engine) { engine.tryToCancelRequest(shared_from_this()); });
 }
 
 void Request::pauseRequest() {
     if (paused.exchange(true)) return;
-    if (Engine::hasEngine()) Engine::ask(&Engine::pauseRequest, shared_from_this());
+    Engine::ask([this](Engine& engine) { engine.pauseRequest(shared_from_this()); });
 }
 
 void Request::resumeRequest() {
     if (!paused.exchange(false)) return;
-    if (Engine::hasEngine()) Engine::ask(&Engine::resumeRequest, shared_from_this());
+    Engine::ask([this](Engine& engine) { engine.resumeRequest(shared_from_this()); });
 }
 
 void Request::notifyHeader(std::string_view /*line*/) {}

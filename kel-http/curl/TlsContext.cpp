@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <exception>
 #include <string>
 
 #include "certificate/certificate.h"
@@ -87,17 +88,28 @@ CURLcode use(const DeviceIdentity& identity, SSL_CTX* context) {
     return CURLE_OK;
 }
 
-}  // namespace
+using Verify = int (*)(int, X509_STORE_CTX*);
 
-bool hasOwnIdentityFiles(const RequestConfig& config) {
-    return isReadable(config.own_cert) && isReadable(config.own_pkey);
+// OpenSSL would take null for "no verifier", which must not happen unnoticed.
+Verify plainFunction(const RequestConfig::Verifier& verifier) {
+    using VerifyWithoutThrowing = int (*)(int, X509_STORE_CTX*) noexcept;
+    if (const auto* const function = verifier.target<VerifyWithoutThrowing>()) return *function;
+    const auto* const function = verifier.target<Verify>();
+    KO_ASSERT(function != nullptr);
+    return *function;
 }
 
-CURLcode setupSSLCTXCallback(CURL* curl, void* sslctx, void* config) {
-    if (config == nullptr) {
-        return fail(CURLE_BAD_FUNCTION_ARGUMENT, "CURLcode kel::http::tls::setupSSLCTXCallback(CURL*, void*, void*)",
-                    "Missing RequestConfig");
-    }
+// False: there is no memory. A verifier must not take that for a request without a text.
+bool setVerifierData(SSL_CTX* context, const tl::optional<std::string>& data) {
+    const int index = certificate::sslctx_data_index();
+    OPENSSL_free(SSL_CTX_get_ex_data(context, index));
+    char* const text = data ? OPENSSL_strdup(data->c_str()) : nullptr;
+    const bool stored = SSL_CTX_set_ex_data(context, index, text) == 1;
+    if (!stored) OPENSSL_free(text);
+    return stored && (text != nullptr || !data);
+}
+
+CURLcode setUpContext(CURL* curl, void* sslctx, void* config) {
     const auto& request = *static_cast<const RequestConfig*>(config);
     if (request.verifier) {
         const CURLcode result = setupVerifierCallback(curl, sslctx, config);
@@ -110,6 +122,25 @@ CURLcode setupSSLCTXCallback(CURL* curl, void* sslctx, void* config) {
     return hasOwnIdentityFiles(request) ? CURLE_OK : setMicToCtx(curl, sslctx, config);
 }
 
+}  // namespace
+
+bool hasOwnIdentityFiles(const RequestConfig& config) {
+    return isReadable(config.own_cert) && isReadable(config.own_pkey);
+}
+
+CURLcode setupSSLCTXCallback(CURL* curl, void* sslctx, void* config) {
+    if (config == nullptr) {
+        return fail(CURLE_BAD_FUNCTION_ARGUMENT, "CURLcode kel::http::tls::setupSSLCTXCallback(CURL*, void*, void*)",
+                    "Missing RequestConfig");
+    }
+    try {
+        return setUpContext(curl, sslctx, config);
+    } catch (const std::exception&) {
+        // No exception may pass through libcurl.
+        return CURLE_FAILED_INIT;
+    }
+}
+
 CURLcode setupVerifierCallback(CURL* /*curl*/, void* sslctx, void* config) {
     constexpr const char* name = "CURLcode kel::http::tls::setupVerifierCallback(CURL*, void*, void*)";
     if (sslctx == nullptr) return fail(CURLE_BAD_FUNCTION_ARGUMENT, name, "Missing SSL_CTX");
@@ -117,15 +148,8 @@ CURLcode setupVerifierCallback(CURL* /*curl*/, void* sslctx, void* config) {
     auto* const context = static_cast<SSL_CTX*>(sslctx);
     const auto& request = *static_cast<const RequestConfig*>(config);
 
-    const int index = certificate::sslctx_data_index();
-    OPENSSL_free(SSL_CTX_get_ex_data(context, index));
-    char* const data = request.verifier_data ? OPENSSL_strdup(request.verifier_data->c_str()) : nullptr;
-    SSL_CTX_set_ex_data(context, index, data);
-
-    // OpenSSL would take null for "no verifier", which must not happen unnoticed.
-    const auto* const function = request.verifier.target<int (*)(int, X509_STORE_CTX*)>();
-    KO_ASSERT(function != nullptr);
-    SSL_CTX_set_verify(context, SSL_VERIFY_PEER, *function);
+    if (!setVerifierData(context, request.verifier_data)) return CURLE_OUT_OF_MEMORY;
+    SSL_CTX_set_verify(context, SSL_VERIFY_PEER, plainFunction(request.verifier));
     return CURLE_OK;
 }
 

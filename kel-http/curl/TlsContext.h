@@ -19,7 +19,7 @@ bool hasOwnIdentityFiles(const RequestConfig& config);
 // All that `config` asks for. Files that can be read when the handshake begins come before the device's own identity.
 CURLcode setupSSLCTXCallback(CURL* curl, void* sslctx, void* config);
 
-// Installs `config.verifier`, which alone decides about the peer then, and its text. The context gets a copy of the
+// Installs `config.verifier`, which has the last word on the chain then, and its text. The context gets a copy of the
 // text, because it lives as long as the connection. Stops the process when the verifier is no plain function.
 CURLcode setupVerifierCallback(CURL* curl, void* sslctx, void* config);
 

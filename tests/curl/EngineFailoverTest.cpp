@@ -195,6 +195,39 @@ TEST_P(EngineFailoverTest, RequestCancelledBetweenTwoProxiesIsDropped) {
     EXPECT_EQ(good.connectionCount(), 0U);
 }
 
+// --- a run after another ---
+
+TEST_P(EngineFailoverTest, RunAfterACancellationBetweenTwoProxiesHasItsWholeList) {
+    const auto request = std::make_shared<RecordingRequest>(getThrough({closedUrl(closed), good.url()}));
+    EventLog set_ups;
+    engine().onNewRequest([&set_ups, &request] {
+        if (set_ups.count() == 1) {
+            request->tryToCancelRequest();
+            request->runRequest();
+        }
+        set_ups.add("set-up");
+    });
+    request->runRequest();
+    request->outcome.awaitCount(1);
+    drain();
+    EXPECT_THAT(request->outcome.events(), ElementsAre("end"));
+    engine().onNewRequest([] {});
+}
+
+// Whoever cancels a request may start it again at once, while the engine is still busy with the first run.
+TEST_P(EngineFailoverTest, RequestIsCancelledAndRunAgainAtAnyTime) {
+    const auto request = EngineTest::request(getThrough({closedUrl(closed), good.url()}));
+    for (int i = 0; i < 300; ++i) {
+        request->runRequest();
+        request->tryToCancelRequest();
+    }
+    drain();
+    const std::size_t before = request->outcome.count();
+    request->runRequest();
+    request->outcome.awaitCount(before + 1);
+    EXPECT_EQ(request->outcome.events().back(), "end");
+}
+
 // --- the engine ends ---
 
 TEST_P(EngineFailoverTest, EngineEndsWhileASecondProxyHangs) {

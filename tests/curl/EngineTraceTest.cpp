@@ -195,6 +195,7 @@ TEST_F(EngineTraceTest, PasswordsAreConcealed) {
 
 // Over HTTP/2 libcurl traces names in lower case, and prints every header as text besides.
 TEST_F(EngineTraceTest, CredentialsAreConcealedOverHttp2) {
+    const TestHost host(withTestDevice);
     NginxServer::Options options;
     options.tls = true;
     const NginxServer nginx(options);

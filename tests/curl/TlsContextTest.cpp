@@ -35,6 +35,10 @@ int acceptAll(int /*accepted*/, X509_STORE_CTX* /*chain*/) {
     return 1;
 }
 
+int acceptWithoutThrowing(int /*accepted*/, X509_STORE_CTX* /*chain*/) noexcept {
+    return 1;
+}
+
 Context newContext() {
     return {SSL_CTX_new(TLS_client_method()), SSL_CTX_free};
 }
@@ -143,6 +147,12 @@ TEST_F(TlsContextTest, VerifierIsInstalledWithItsText) {
     EXPECT_EQ(SSL_CTX_get_verify_mode(context.get()), SSL_VERIFY_PEER);
     EXPECT_STREQ(textIn(context), "text for the verifier");
     EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(TlsContextTest, VerifierMayPromiseNotToThrow) {
+    config.verifier = acceptWithoutThrowing;
+    EXPECT_EQ(tls::setupVerifierCallback(nullptr, context.get(), &config), CURLE_OK);
+    EXPECT_EQ(SSL_CTX_get_verify_callback(context.get()), acceptWithoutThrowing);
 }
 
 TEST_F(TlsContextTest, TextOutlivesTheRequest) {
