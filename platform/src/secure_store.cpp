@@ -19,21 +19,28 @@ using ko::host::Identity;
 constexpr int success = 0;
 constexpr int failure = -1;
 
-// Empty when there is no such file, or when it has more than `limit` bytes.
-Der read_file(const std::string& path, unsigned int limit) {
+// Wiped when it is not needed any more.
+struct Secret {
+    ~Secret() { OPENSSL_cleanse(der.data(), der.size()); }
+
+    Der der;
+};
+
+// False when there is no such file, or when it is empty or has more than `limit` bytes.
+bool read_file(const std::string& path, unsigned int limit, Der& der) {
     std::ifstream file;
     file.rdbuf()->pubsetbuf(nullptr, 0);  // its buffer would keep the key
     file.open(path, std::ios::binary | std::ios::ate);
     const std::streamoff size = file ? std::streamoff(file.tellg()) : 0;
-    if (size <= 0 || size > static_cast<std::streamoff>(limit)) return {};
-    Der der(static_cast<std::size_t>(size));
+    if (size <= 0 || size > static_cast<std::streamoff>(limit)) return false;
+    der.resize(static_cast<std::size_t>(size));
     file.seekg(0);
     file.read(reinterpret_cast<char*>(der.data()), size);
-    return file ? der : Der();
+    return file.good();
 }
 
 int copy(const Der& der, unsigned char* buffer, unsigned int* length) {
-    if (der.empty() || der.size() > *length) return failure;
+    if (der.size() > *length) return failure;
     std::copy(der.begin(), der.end(), buffer);
     *length = static_cast<unsigned int>(der.size());
     return success;
@@ -43,10 +50,9 @@ int get(int slot, const char* file_name, const Der Identity::*part, unsigned cha
     if (slot != 0 || buffer == nullptr || length == nullptr) return failure;
     const std::string& folder = ko::host::current_settings().secure_store_directory;
     if (folder.empty()) return copy(ko::host::development_identity().*part, buffer, length);
-    Der der = read_file(folder + '/' + file_name, *length);
-    const int result = copy(der, buffer, length);
-    OPENSSL_cleanse(der.data(), der.size());
-    return result;
+    Secret content;
+    if (!read_file(folder + '/' + file_name, *length, content.der)) return failure;
+    return copy(content.der, buffer, length);
 }
 
 }  // namespace

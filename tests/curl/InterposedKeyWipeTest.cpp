@@ -1,16 +1,21 @@
 // SPDX-License-Identifier: MIT
 #include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <malloc.h>
 #include <openssl/crypto.h>
 #include <openssl/ssl.h>
 
-#include <algorithm>
+#include <array>
+#include <cstdlib>
 #include <memory>
+#include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "fixture/TestHost.h"
 #include "kel-http/curl/TlsContext.h"
+#include "sec/secure_store.h"
 #include "support/Files.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestCertificates.h"
@@ -25,7 +30,31 @@ std::vector<std::string>& wiped() {
 
 constexpr std::size_t BufferBytes = 4096;
 
+// The key that must not be in memory that is given back, and how often it was.
+const std::string* key_to_look_for = nullptr;
+int keys_left = 0;
+
+void giveBack(void* memory) noexcept {
+    if (key_to_look_for != nullptr && memory != nullptr) {
+        const std::string_view content(static_cast<const char*>(memory), malloc_usable_size(memory));
+        if (content.find(*key_to_look_for) != std::string_view::npos) ++keys_left;
+    }
+    std::free(memory);
+}
+
 }  // namespace
+
+// The memory of all C++ code.
+void* operator new(std::size_t size) {
+    if (void* const memory = std::malloc(size)) return memory;
+    throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+    giveBack(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    giveBack(memory);
+}
 
 // In the place of OpenSSL's own, for callers outside of OpenSSL.
 extern "C" void OPENSSL_cleanse(void* bytes, std::size_t size) {
@@ -71,6 +100,28 @@ TEST_F(InterposedKeyWipeTest, BufferOfTheKeyIsWipedWhateverBecomesOfIt) {
     EXPECT_EQ(setUpWith(certificate, half), CURLE_FAILED_INIT);
     ASSERT_THAT(wiped(), SizeIs(3));
     EXPECT_THAT(wiped().back(), StartsWith(half));
+}
+
+TEST_F(InterposedKeyWipeTest, NoKeyIsLeftInMemoryThatIsGivenBack) {
+    writeWholeFile(directory.path("device_cert.der"), certificate);
+    writeWholeFile(directory.path("device_key.der"), key);
+    std::array<unsigned char, BufferBytes> buffer{};
+    unsigned int length = BufferBytes;
+    keys_left = 0;
+    key_to_look_for = &key;
+    const int result = sec_get_priv_key(0, buffer.data(), &length);
+    key_to_look_for = nullptr;
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(keys_left, 0);
+}
+
+// The test above would pass as well if nobody looked.
+TEST_F(InterposedKeyWipeTest, KeyInMemoryThatIsGivenBackIsNoticed) {
+    keys_left = 0;
+    key_to_look_for = &key;
+    std::string(key + "and more").swap(*std::make_unique<std::string>());
+    key_to_look_for = nullptr;
+    EXPECT_GT(keys_left, 0);
 }
 
 }  // namespace

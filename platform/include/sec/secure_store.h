@@ -9,7 +9,7 @@
 // into 4096 bytes.
 // Results: 0 for success. Anything else is a failure (no identity, an unknown slot, a buffer too small, a null pointer),
 //          and then neither `buffer` nor `*length` has been touched.
-// Threads: any. A call may read a file. Nothing of the key stays behind in memory but what is in `buffer`.
+// Threads: any. A call may read a file, and leaves nothing of it in memory but what is in `buffer`.
 
 // The certificate, X.509.
 int sec_get_deviceCert(int slot, unsigned char* buffer, unsigned int* length);
