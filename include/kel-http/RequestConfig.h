@@ -140,16 +140,16 @@ struct RequestConfig {
     IPVersion ip_version;
 
     // A PEM file with the client certificate for mutual TLS (`CURLOPT_SSLCERT`). It is presented when both files can be
-    // read as the connection is made, else the device's own certificate from the platform's secure store. A device
-    // that has none fails every TLS connection of a request without files. Default: unset.
+    // read, else the device's own certificate from the platform's secure store. A device that has none fails every TLS
+    // connection of a request without files. Default: unset.
     tl::optional<std::string> own_cert;
 
     // A PEM file with that certificate's private key (`CURLOPT_SSLKEY`). Default: unset.
     tl::optional<std::string> own_pkey;
 
     // Looks at the server's certificates during the handshake, on the engine thread. It alone decides when `tls_verify`
-    // is off. The request has a connection of its own (HTTP/1.1) that no other one uses before or after, so that it is
-    // asked each time, and only for its own requests. Default: empty.
+    // is off. The request has TLS connections of its own (HTTP/1.1) that no other one uses before or after, so that it
+    // is asked each time, and only for its own requests. Default: empty.
     Verifier verifier;
 
     // Text for the verifier, which finds it as a C string in the handshake's SSL_CTX, under
@@ -184,8 +184,8 @@ struct RequestConfig {
     // Download: keep the partial file of a transfer that did not end well. Default: false.
     bool keep_partial_download;
 
-    // bypass_proxy: the request does not go through the engine's proxies. When it has `proxies` as well, the engine's
-    // mode becomes Off for all requests. Default: use_proxy.
+    // bypass_proxy: the request does not go through the engine's proxies; libcurl's environment variables still apply.
+    // When it has `proxies` as well, the engine's mode becomes Off for all requests. Default: use_proxy.
     Proxy proxy;
 
     // URLs of proxies ("host:port", "http://host:port"), tried in order until one works while the engine's mode is
