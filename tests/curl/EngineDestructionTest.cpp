@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "curl/LineMatcher.h"
 #include "curl/MomentTest.h"
+#include "fixture/TestDevice.h"
 #include "support/NginxServer.h"
 #include "support/OpenDescriptors.h"
 
@@ -141,6 +142,7 @@ TEST_F(EngineDestructionTest, PostedCompletionThatIsCancelledAfterTheEngineIsGon
 }
 
 TEST_F(EngineDestructionTest, NoDescriptorIsLost) {
+    const TestHost host(withTestDevice);
     NginxServer::Options options;
     options.tls = true;
     NginxServer nginx(options);
