@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "kel-http/ClientOptions.h"
 #include "kel-http/ErrorData.h"
 #include "kel-http/LogFilter.h"
 #include "kel-http/ProgressData.h"
@@ -108,5 +109,8 @@ constexpr Client::RequestId NoRequestId = 0;
 // Makes a client that calls back on `executor` and writes its log lines to `logger`. Both have to outlive it. Any
 // thread.
 std::shared_ptr<Client> createClient(ko::executor& executor, logging::Logger& logger);
+
+// The same with `options`, which are copied.
+std::shared_ptr<Client> createClient(ko::executor& executor, logging::Logger& logger, const ClientOptions& options);
 
 }  // namespace kel::http

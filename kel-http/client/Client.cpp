@@ -74,11 +74,16 @@ void Client::resume(RequestId id) {
 }
 
 std::shared_ptr<Client> createClient(ko::executor& executor, logging::Logger& logger) {
-    return std::make_shared<ClientImpl>(executor, logger);
+    return createClient(executor, logger, ClientOptions());
 }
 
-ClientImpl::ClientImpl(ko::executor& client_executor, logging::Logger& client_logger, RequestId first_id)
-    : next_request_id(first_id), logger(client_logger), executor(client_executor) {}
+std::shared_ptr<Client> createClient(ko::executor& executor, logging::Logger& logger, const ClientOptions& options) {
+    return std::make_shared<ClientImpl>(executor, logger, options);
+}
+
+ClientImpl::ClientImpl(ko::executor& client_executor, logging::Logger& client_logger,
+                       const ClientOptions& client_options, RequestId first_id)
+    : options(client_options), next_request_id(first_id), logger(client_logger), executor(client_executor) {}
 
 void ClientImpl::check_thread() {
     if (my_thread_ == ko::invalid_thread_id) my_thread_ = ko::this_thread::get_id();
@@ -127,7 +132,8 @@ Client::RequestId ClientImpl::do_start_request(const RequestConfig& config) {
 
 Client::RequestId ClientImpl::do_start_download(const RequestConfig& config, const std::string& path) {
     const RequestId id = allocate_request_id();
-    const auto request = std::make_shared<CurlRequest>(shared_from_this(), id, config, path);
+    auto digest = options.download_digest ? options.download_digest() : nullptr;
+    const auto request = std::make_shared<CurlRequest>(shared_from_this(), id, config, path, std::move(digest));
     // Files may be large, and are not for the log.
     request->setAllowPayloadLogging(false);
     run(id, request);

@@ -17,8 +17,8 @@ class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl
  public:
     class CurlRequest;
 
-    // Ids count from `first_id`.
-    ClientImpl(ko::executor& client_executor, logging::Logger& client_logger, RequestId first_id = 1);
+    ClientImpl(ko::executor& client_executor, logging::Logger& client_logger, const ClientOptions& client_options = {},
+               RequestId first_id = 1);
 
     using Client::start_download;
     using Client::start_request;
@@ -54,6 +54,7 @@ class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl
     void on_error(RequestId id, const ErrorData& data);
     void on_progress(RequestId id, const ProgressData& data);
 
+    const ClientOptions options;
     RequestId next_request_id;
     std::map<RequestId, std::shared_ptr<CurlRequest>> requests;
     std::map<RequestId, RequestInfo> request_infos;

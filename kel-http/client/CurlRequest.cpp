@@ -58,8 +58,13 @@ ClientImpl::CurlRequest::CurlRequest(std::shared_ptr<ClientImpl> owner, RequestI
     : Request(request_config), client(std::move(owner)), request_id(id_at_client) {}
 
 ClientImpl::CurlRequest::CurlRequest(std::shared_ptr<ClientImpl> owner, RequestId id_at_client,
-                                     const RequestConfig& request_config, const std::string& path)
-    : Request(request_config), client(std::move(owner)), request_id(id_at_client), download_path(path) {
+                                     const RequestConfig& request_config, const std::string& path,
+                                     std::unique_ptr<checksum::Digest> download_digest)
+    : Request(request_config),
+      client(std::move(owner)),
+      request_id(id_at_client),
+      download_path(path),
+      digest(std::move(download_digest)) {
     config.download_path = path;
 }
 
@@ -80,6 +85,7 @@ int ClientImpl::CurlRequest::notifyDataReceived(std::string_view data) {
         throw std::runtime_error("Received data exceeds limit");
     }
     if (!take(data)) throw std::runtime_error("Failed write to file");
+    if (digest) digest->do_update({reinterpret_cast<const unsigned char*>(data.data()), data.size()});
     received_bytes += static_cast<std::uint32_t>(data.size());
     return 0;
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <tl/optional.hpp>
 
+#include "checksum/Digest.h"
 #include "kel-http/client/ClientImpl.h"
 #include "kel-http/client/ProgressPace.h"
 #include "kel-http/curl/Request.h"
@@ -22,9 +23,9 @@ namespace kel::http {
 class ClientImpl::CurlRequest : public Request {
  public:
     CurlRequest(std::shared_ptr<ClientImpl> owner, RequestId id_at_client, const RequestConfig& request_config);
-    // A download to `path`.
+    // A download to `path`, with or without a checksum.
     CurlRequest(std::shared_ptr<ClientImpl> owner, RequestId id_at_client, const RequestConfig& request_config,
-                const std::string& path);
+                const std::string& path, std::unique_ptr<checksum::Digest> download_digest = nullptr);
     // Removes the unfinished file of a download, unless its configuration keeps it.
     ~CurlRequest() override;
 
@@ -60,7 +61,7 @@ class ClientImpl::CurlRequest : public Request {
     // The header lines of all answers, as they came.
     std::string header_lines;
     const tl::optional<std::string> download_path;
-    // The body of a plain request.
+    // The body of a plain request; the checksum of a download.
     std::string body;
     // The file of a download; opened when the first data arrives.
     std::unique_ptr<std::ofstream> output;
@@ -72,6 +73,7 @@ class ClientImpl::CurlRequest : public Request {
     std::string peer_address;
     long peer_port = 0;
     std::uint32_t received_bytes = 0;
+    const std::unique_ptr<checksum::Digest> digest;
     // The size of the file that a resumed download appends to.
     std::uint32_t resume_offset = 0;
     // The header block of the last answer has come to its end.

@@ -4,21 +4,14 @@
 #include <stdexcept>
 
 #include "kel-http/client/CurlRequest.h"
+#include "kel-http/curl/PartialFile.h"
 #include "kel-http/model/LogLine.h"
 #include "ko/filesystem.h"
+#include "ko/to_hex.h"
 
 namespace kel::http {
-namespace {
 
 namespace fs = boost::filesystem;
-
-bool exists(const std::string& path) {
-    boost::system::error_code ignored;
-    const fs::file_type type = fs::status(path, ignored).type();
-    return type != fs::status_error && type != fs::file_not_found;
-}
-
-}  // namespace
 
 // A file that was closed but could not be renamed is whole, and stays. The target itself is never removed.
 ClientImpl::CurlRequest::~CurlRequest() {
@@ -32,7 +25,7 @@ ClientImpl::CurlRequest::~CurlRequest() {
 std::unique_ptr<std::ofstream> ClientImpl::CurlRequest::open_download() {
     auto file = std::make_unique<std::ofstream>();
     if (config.resume) {
-        if (exists(*download_path)) resume_offset = static_cast<std::uint32_t>(fs::file_size(*download_path));
+        if (const auto size = partialFileSize(*download_path)) resume_offset = static_cast<std::uint32_t>(*size);
         file->open(*download_path, std::ios::out | std::ios::app);
     } else {
         boost::system::error_code ignored;
@@ -91,6 +84,7 @@ bool ClientImpl::CurlRequest::move_into_place() {
         return false;
     }
     writeLine(log, log_level::debug, "{}: Rename complete", "notifyDataEnd");
+    if (digest) body = ko::to_hex(digest->done());
     return true;
 }
 

@@ -4,7 +4,6 @@
 #define CURL_DISABLE_DEPRECATION
 
 #include <algorithm>
-#include <boost/filesystem.hpp>
 #include <cstdlib>
 #include <exception>
 #include <limits>
@@ -17,6 +16,7 @@
 #include "kel-http/curl/HeaderCheck.h"
 #include "kel-http/curl/Hooks.h"
 #include "kel-http/curl/LongOption.h"
+#include "kel-http/curl/PartialFile.h"
 #include "kel-http/model/LogLine.h"
 
 namespace kel::http {
@@ -135,16 +135,13 @@ void Engine::addDownloadLimits(CURL* easy, const Request& request) {
     }
     if (!config.resume) return;
 
-    namespace fs = boost::filesystem;
-    boost::system::error_code ignored;
-    const fs::file_type type = fs::status(config.download_path, ignored).type();
-    if (type == fs::status_error || type == fs::file_not_found) return;
-    const std::uintmax_t offset = fs::file_size(config.download_path);
+    const auto offset = partialFileSize(config.download_path);
+    if (!offset) return;
     // libcurl would refuse the number and send the whole file, to be appended to what is there.
-    if (!fitsLongOption(offset)) {
+    if (!fitsLongOption(*offset)) {
         throw std::length_error("'" + config.download_path + "' is too large to be resumed on this system: remove it");
     }
-    curl_easy_setopt(easy, CURLOPT_RESUME_FROM, static_cast<long>(offset));
+    curl_easy_setopt(easy, CURLOPT_RESUME_FROM, static_cast<long>(*offset));
 }
 
 void Engine::addRedirects(CURL* easy, const Request& request) {

@@ -66,7 +66,7 @@ TEST_F(ClientImplTest, IdsCountFromOne) {
 }
 
 TEST_F(ClientImplTest, IdsWrapFromTheHighestToOne) {
-    client = std::make_shared<ClientImpl>(executor, logger(), 4294967294U);
+    client = std::make_shared<ClientImpl>(executor, logger(), ClientOptions(), 4294967294U);
     EXPECT_THAT((Ids{start(), start(), start(), start()}), ElementsAre(4294967294U, 4294967295U, 1U, 2U));
 }
 
