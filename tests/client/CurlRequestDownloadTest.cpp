@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include <sys/resource.h>
-
-#include <csignal>
 #include <filesystem>
 #include <stdexcept>
 
 #include "CurlRequestTest.h"
+#include "client/FullDisk.h"
 #include "fixture/LogCapture.h"
 #include "support/Files.h"
 
@@ -15,26 +13,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::MatchesRegex;
-
-// As if the disk were full: no file may grow beyond so many bytes while this object lives.
-class FullDisk {
- public:
-    explicit FullDisk(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &limit_);
-        const rlimit small{bytes, limit_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &small);
-    }
-    ~FullDisk() {
-        setrlimit(RLIMIT_FSIZE, &limit_);
-        std::signal(SIGXFSZ, handler_);
-    }
-    FullDisk(const FullDisk&) = delete;
-    FullDisk& operator=(const FullDisk&) = delete;
-
- private:
-    rlimit limit_{};
-    void (*handler_)(int);
-};
 
 RequestConfig resuming() {
     RequestConfig config;

@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <curl/curl.h>
-#include <gmock/gmock.h>
 
 #include <filesystem>
 
-#include "fixture/ClientTest.h"
+#include "client/DownloadTest.h"
 #include "fixture/LogCapture.h"
-#include "support/Files.h"
 #include "support/NginxServer.h"
-#include "support/TemporaryDirectory.h"
 
 namespace kel::http::test {
 namespace {
@@ -18,61 +15,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 
-class DownloadTest : public ClientTest {
- protected:
-    Recorder::Outcome download(const RequestConfig& config) { return recorder.await(startDownload(config, target)); }
-
-    ResponseData response(const RequestConfig& config) {
-        const Recorder::Outcome outcome = download(config);
-        if (outcome.response) return *outcome.response;
-        ADD_FAILURE() << outcome.error->message;
-        return {0, {}, {}};
-    }
-
-    ErrorData error(const RequestConfig& config) {
-        const Recorder::Outcome outcome = download(config);
-        // The request goes, and its partial file with it, when the engine has let go of it.
-        drain();
-        if (outcome.error) return *outcome.error;
-        ADD_FAILURE() << "a response: " << outcome.response->status;
-        return {ClientFailure::Other, {}};
-    }
-
-    RequestConfig resuming() const {
-        RequestConfig config = get();
-        config.resume = true;
-        return config;
-    }
-
-    std::string content() const { return readWholeFile(target); }
-
-    const TemporaryDirectory directory;
-    const std::string target = directory.path("f.bin");
-};
-
 // --- from a real server ---
-
-class DownloadSizeTest : public DownloadTest, public testing::WithParamInterface<std::size_t> {};
-
-TEST_P(DownloadSizeTest, TheFileIsEqual) {
-    std::string bytes(GetParam(), '\0');
-    for (std::size_t n = 0; n < bytes.size(); ++n) bytes[n] = static_cast<char>((n * 7 + n / 251) & 0xFFU);
-    NginxServer nginx;
-    nginx.writeFile("f", bytes);
-    RequestConfig config;
-    config.url = nginx.url("/f");
-    const ResponseData data = response(config);
-    EXPECT_EQ(data.status, 200);
-    EXPECT_EQ(data.body, "");
-    EXPECT_EQ(data.headers.at("Content-Length"), std::to_string(GetParam()));
-    EXPECT_TRUE(content() == bytes);
-    drain();
-    EXPECT_EQ(recorder.outcomes().size(), 1U);
-    EXPECT_THAT(directory.names(), ElementsAre("f.bin"));
-}
-
-INSTANTIATE_TEST_SUITE_P(Sizes, DownloadSizeTest, testing::Values(0, 1, 16383, 16384, 16385, 5 << 20),
-                         testing::PrintToStringParamName());
 
 TEST_F(DownloadTest, ARealServerGoesOnWhereTheFileEnds) {
     NginxServer nginx;
@@ -94,7 +37,7 @@ TEST_F(DownloadTest, TheTargetIsTheOldFileOrTheWholeNewOne) {
     server.enqueue(Reply(200).body("new ").stallBeforeEnd("bytes"));
     const Client::RequestId id = startDownload(get(), target);
     recorder.awaitProgress(id);
-    EXPECT_THAT(directory.names(), ElementsAre("f.bin", MatchesRegex("f\\.bin\\.downloading-[0-9a-f]{8}")));
+    EXPECT_THAT(directory.names(), ElementsAre("f.bin", isPart()));
     EXPECT_EQ(content(), "old");
     server.release();
     EXPECT_EQ(recorder.await(id).response->body, "");
@@ -158,7 +101,7 @@ TEST_F(DownloadTest, ABodyThatIsCutShortIsKeptOnDemand) {
     RequestConfig config = get();
     config.keep_partial_download = true;
     EXPECT_EQ(error(config).failure, ClientFailure::Other);
-    ASSERT_THAT(directory.names(), ElementsAre(MatchesRegex("f\\.bin\\.downloading-[0-9a-f]{8}")));
+    ASSERT_THAT(directory.names(), ElementsAre(isPart()));
     EXPECT_EQ(readWholeFile(directory.path(directory.names()[0])), std::string(1000, 'x'));
 }
 
