@@ -124,6 +124,8 @@ void ClientImpl::CurlRequest::notifyFailure(Failure failure, std::string_view me
         return;
     }
     tryToCancelRequest();
+    // Before the outcome: whoever hears of it may resume at once, and must not find the file still growing.
+    give_up_download();
     dispatch_to_client(ErrorData{convert_failure(failure), std::string(message)});
 }
 

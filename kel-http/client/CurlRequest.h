@@ -45,6 +45,7 @@ class ClientImpl::CurlRequest : public Request {
     bool finish_appending();
     bool create_empty_file();
     bool close_output();
+    void give_up_download();
     bool move_into_place();
 
     void report_progress(std::uint32_t total, std::uint32_t received);

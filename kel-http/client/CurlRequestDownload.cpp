@@ -13,8 +13,12 @@ namespace kel::http {
 
 namespace fs = boost::filesystem;
 
-// A file that was closed but could not be renamed is whole, and stays. The target itself is never removed.
 ClientImpl::CurlRequest::~CurlRequest() {
+    give_up_download();
+}
+
+// A file that was closed but could not be renamed is whole, and stays. The target itself is never removed.
+void ClientImpl::CurlRequest::give_up_download() {
     if (!output || !output->is_open()) return;
     output->close();
     if (config.keep_partial_download || temporary_path.empty()) return;

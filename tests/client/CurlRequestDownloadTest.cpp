@@ -268,23 +268,22 @@ TEST_F(CurlRequestDownloadTest, AnUnfinishedFileIsKeptOnDemandWithAllItsBytes) {
     EXPECT_EQ(readWholeFile(onlyFile()), "half");
 }
 
-TEST_F(CurlRequestDownloadTest, TheFileOfAFailedTransferIsRemoved) {
-    auto request = download(target);
+// The caller may look at the folder, or resume, as soon as it hears of the failure. The request lives on meanwhile.
+TEST_F(CurlRequestDownloadTest, TheFileOfAFailedTransferIsRemovedBeforeTheErrorIsTold) {
+    const auto request = download(target);
     receiveHead(*request);
     request->notifyDataReceived("half");
     fail(*request, Failure::Other, "cut", 200);
     EXPECT_EQ(error().message, "cut");
-    request.reset();
     EXPECT_THAT(directory.names(), IsEmpty());
 }
 
-TEST_F(CurlRequestDownloadTest, TheFileOfAFailedTransferIsKeptOnDemand) {
-    auto request = download(target, keeping());
+TEST_F(CurlRequestDownloadTest, TheFileOfAFailedTransferIsKeptOnDemandWithAllItsBytes) {
+    const auto request = download(target, keeping());
     receiveHead(*request);
     request->notifyDataReceived("half");
     fail(*request, Failure::Other, "cut", 200);
     outcome();
-    request.reset();
     EXPECT_EQ(readWholeFile(onlyFile()), "half");
 }
 
@@ -322,11 +321,10 @@ TEST_F(CurlRequestDownloadTest, ResumingWithoutDataTouchesNothing) {
 
 TEST_F(CurlRequestDownloadTest, ResumingKeepsWhatWasReceivedBeforeAFailure) {
     writeWholeFile(target, "old ");
-    auto request = download(target, resuming());
+    const auto request = download(target, resuming());
     request->notifyDataReceived("half");
     fail(*request, Failure::Other, "cut", 206);
     outcome();
-    request.reset();
     EXPECT_EQ(readWholeFile(target), "old half");
 }
 
