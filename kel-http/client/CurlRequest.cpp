@@ -91,7 +91,7 @@ int ClientImpl::CurlRequest::notifyDataReceived(std::string_view data) {
 }
 
 bool ClientImpl::CurlRequest::take(std::string_view data) {
-    if (output) return output->write(data.data(), static_cast<std::streamsize>(data.size())).good();
+    if (output) return write_download(data);
     try {
         body.append(data);
         return true;

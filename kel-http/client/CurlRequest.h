@@ -39,6 +39,7 @@ class ClientImpl::CurlRequest : public Request {
  private:
     bool take(std::string_view data);
     std::unique_ptr<std::ofstream> open_download();
+    bool write_download(std::string_view data);
 
     // The end of a download. False: it went wrong, and the failure has been reported.
     bool finish_download();

@@ -13,6 +13,14 @@ namespace kel::http {
 
 namespace fs = boost::filesystem;
 
+namespace {
+
+struct Unwritten : std::filebuf {
+    static void forget(std::filebuf& buffer) { (buffer.*(&Unwritten::setp))(nullptr, nullptr); }
+};
+
+}  // namespace
+
 ClientImpl::CurlRequest::~CurlRequest() {
     give_up_download();
 }
@@ -38,6 +46,14 @@ std::unique_ptr<std::ofstream> ClientImpl::CurlRequest::open_download() {
     }
     if (file->fail()) throw std::runtime_error("Failed to open file");
     return file;
+}
+
+// A write that fails may have left some of its bytes on the disk. The stream would write all of them again when it is
+// closed, and where there is room by then the file would no longer be a begin of the whole.
+bool ClientImpl::CurlRequest::write_download(std::string_view data) {
+    if (output->write(data.data(), static_cast<std::streamsize>(data.size())).good()) return true;
+    Unwritten::forget(*output->rdbuf());
+    return false;
 }
 
 bool ClientImpl::CurlRequest::finish_download() {

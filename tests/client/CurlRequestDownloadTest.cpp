@@ -352,6 +352,21 @@ TEST_F(CurlRequestDownloadTest, AFullDiskMayShowAtTheEndOfAResumedDownloadOnly) 
     EXPECT_EQ(readWholeFile(target), "old ");
 }
 
+TEST_F(CurlRequestDownloadTest, WhatDidNotFitIsNotAppendedAgainWhenThereIsRoom) {
+    writeWholeFile(target, "old ");
+    auto request = download(target, resuming());
+    receiveHead(*request);
+    request->notifyDataReceived("first ");
+    {
+        const FullDisk full(7);
+        expectThrown(*request, std::string(5000, 'x'), "Failed write to file");
+    }
+    fail(*request, Failure::WriteFailed, "text", 206);
+    outcome();
+    request.reset();
+    EXPECT_EQ(readWholeFile(target), "old fir");
+}
+
 TEST_F(CurlRequestDownloadTest, TheLimitCountsNewBytesOnly) {
     writeWholeFile(target, std::string(100, 'x'));
     RequestConfig config = resuming();
