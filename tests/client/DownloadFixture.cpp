@@ -3,7 +3,6 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "checksum/Digest.h"
 #include "client/DownloadTest.h"
 #include "ko/to_hex.h"
 
@@ -94,6 +93,12 @@ Recorder::Outcome DownloadTest::onlyOutcomeOf(Client::RequestId id) {
 
 Client::RequestId DownloadTest::startDownload(const RequestConfig& config) {
     return startDownload(config, target);
+}
+
+void DownloadTest::useDigest(const std::function<std::unique_ptr<checksum::Digest>()>& factory) {
+    ClientOptions options;
+    options.download_digest = factory;
+    client = createClient(executor, *logging::getLogger("TestClient", 0), options);
 }
 
 RequestConfig DownloadTest::resuming() const {

@@ -3,8 +3,11 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
+#include <memory>
 #include <string>
 
+#include "checksum/Digest.h"
 #include "fixture/ClientTest.h"
 #include "support/Files.h"
 #include "support/TemporaryDirectory.h"
@@ -40,6 +43,9 @@ class DownloadTest : public ClientTest {
 
     Client::RequestId startDownload(const RequestConfig& config);
     using ClientTest::startDownload;
+
+    // Another client in the place of this one, whose downloads have such a checksum.
+    void useDigest(const std::function<std::unique_ptr<checksum::Digest>()>& factory);
 
     RequestConfig resuming() const;
     RequestConfig keeping() const;
