@@ -5,7 +5,10 @@
 #include <httplib.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <condition_variable>
+#include <cstdint>
+#include <cstring>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -23,6 +26,7 @@ using Json = nlohmann::ordered_json;
 // One thread serves one connection, as long as that lasts.
 constexpr std::size_t most_connections = 256;
 constexpr int listen_backlog = 512;
+constexpr std::size_t piece_bytes = 65536;
 
 Json content_of(const std::string& bytes) {
     return {{"length", bytes.size()}, {"sha256", sha256_of(bytes)}};
@@ -57,14 +61,26 @@ void redirect(const httplib::Request& request, httplib::Response& response) {
     }
 }
 
+// No two places look alike: a piece that is lost, doubled or misplaced shows in the checksum.
+std::string make_image() {
+    std::string image(OriginServer::image_bytes, '\0');
+    for (std::uint64_t place = 0; place < image.size(); place += sizeof place) {
+        const std::uint64_t word = (place + 1) * 0x9E3779B97F4A7C15U;
+        std::memcpy(&image[place], &word, sizeof word);
+    }
+    return image;
+}
+
 }  // namespace
 
 struct OriginServer::Impl {
     void route();
     void bind();
+    void send_image(httplib::Response& response);
     void stall();
     void end();
 
+    const std::string image = make_image();
     httplib::Server server;
     int port = 0;
     std::thread thread;
@@ -82,6 +98,16 @@ void OriginServer::Impl::route() {
     server.Delete("/echo", echo);
     server.Get(R"(/redirect/(\d))", redirect);
     server.Get("/stall", [this](const httplib::Request&, httplib::Response&) { stall(); });
+    server.Get("/image", [this](const httplib::Request&, httplib::Response& response) { send_image(response); });
+}
+
+// The server library asks for the part that the request names.
+void OriginServer::Impl::send_image(httplib::Response& response) {
+    const auto send = [this](std::size_t begin, std::size_t length, httplib::DataSink& sink) {
+        return sink.write(&image[begin], std::min(length, piece_bytes));
+    };
+    response.set_header("Accept-Ranges", "bytes");
+    response.set_content_provider(image.size(), "application/octet-stream", send);
 }
 
 void OriginServer::Impl::bind() {
@@ -122,6 +148,10 @@ OriginServer::~OriginServer() {
 
 std::string OriginServer::url(const std::string& path) const {
     return fmt::format("http://127.0.0.1:{}{}", impl_->port, path);
+}
+
+std::string OriginServer::image_checksum() const {
+    return sha256_of(impl_->image);
 }
 
 void OriginServer::on_stall(std::function<void()> callback) {

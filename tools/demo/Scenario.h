@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "DemoFolder.h"
 #include "OriginServer.h"
-#include "SentFiles.h"
 #include "kel-http/RequestConfig.h"
 #include "kel-http/ResponseData.h"
 
@@ -27,6 +27,6 @@ struct Scenario {
 };
 
 // All rows, in order.
-std::vector<Scenario> all_scenarios(const OriginServer& server, SentFiles& files);
+std::vector<Scenario> all_scenarios(const OriginServer& server, DemoFolder& folder);
 
 }  // namespace kel::http::demo

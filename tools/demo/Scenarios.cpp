@@ -46,17 +46,17 @@ Scenario echo(const OriginServer& server, Method method, const std::string& titl
     return row;
 }
 
-Scenario file_upload(const OriginServer& server, SentFiles& files) {
-    const std::string path = files.make("upload.bin", upload_bytes);
+Scenario file_upload(const OriginServer& server, DemoFolder& folder) {
+    const std::string path = folder.make("upload.bin", upload_bytes);
     Scenario row = echo(server, Method::PUT, "from a file", content_of(path), "application/octet-stream");
     row.request.body = path;
     row.request.body_is_file = true;
     return row;
 }
 
-Scenario form(const OriginServer& server, SentFiles& files) {
+Scenario form(const OriginServer& server, DemoFolder& folder) {
     const std::string title = "A lake";
-    const std::string path = files.make("picture.bin", form_file_bytes);
+    const std::string path = folder.make("picture.bin", form_file_bytes);
     Scenario row = scenario(server, Method::POST, "/echo", "form with a file");
     row.request.mime_parts = {{"title", title, {}, {}}, {"picture", {}, path, "image/x-demo"}};
     row.sent_bytes = title.size() + form_file_bytes;
@@ -109,14 +109,14 @@ Scenario at_once(const OriginServer& server) {
 
 }  // namespace
 
-std::vector<Scenario> all_scenarios(const OriginServer& server, SentFiles& files) {
+std::vector<Scenario> all_scenarios(const OriginServer& server, DemoFolder& folder) {
     return {echo(server, Method::GET, "plain", {}, {}),
             echo(server, Method::POST, "JSON body", R"({"lamp": "on", "level": 7})", "application/json"),
             echo(server, Method::PUT, "text body", "stored", "text/plain"),
             echo(server, Method::PATCH, "zero bytes inside", std::string("a\0b\0c", 5), "application/octet-stream"),
             echo(server, Method::DELETE, "no body", {}, {}),
-            form(server, files),
-            file_upload(server, files),
+            form(server, folder),
+            file_upload(server, folder),
             redirects(server),
             missing(server),
             time_out(server),

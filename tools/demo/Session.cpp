@@ -1,30 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "Session.h"
 
-#include <fmt/format.h>
-#include <poll.h>
-
-#include <algorithm>
-#include <stdexcept>
-
 #include "common/FailureName.h"
 
 namespace kel::http::demo {
-namespace {
-
-constexpr std::chrono::seconds deadline(30);
-
-int milliseconds_until(std::chrono::steady_clock::time_point time) {
-    const auto remaining = std::chrono::ceil<std::chrono::milliseconds>(time - std::chrono::steady_clock::now());
-    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(remaining.count(), 0));
-}
-
-}  // namespace
-
-Session::Session(OriginServer& server)
-    : server_(server),
-      engine_([](const std::function<void()>& closure) { closure(); }),
-      client_(createClient(executor_, *logging::getLogger("kel-http-demo", 0))) {}
+Session::Session(EventLoop& loop, OriginServer& server)
+    : loop_(loop), server_(server), client_(createClient(loop.executor(), *logging::getLogger("kel-http-demo", 0))) {}
 
 Session::~Session() {
     server_.on_stall([] {});
@@ -35,7 +16,7 @@ std::vector<Result> Session::run(const Scenario& scenario) {
     unfinished_ = results.size();
     begin_ = std::chrono::steady_clock::now();
     for (Result& result : results) start(scenario, result);
-    wait_for_all(scenario);
+    loop_.run_until([this] { return unfinished_ == 0; }, scenario.path);
     server_.on_stall([] {});
     return results;
 }
@@ -58,17 +39,13 @@ void Session::start(const Scenario& scenario, Result& result) {
 // posted task runs, on this thread, the request has its id.
 void Session::cancel_when_stalled(const Scenario& scenario, Result& result) {
     server_.on_stall([this, &scenario, &result] {
-        executor_.post([this, &scenario, &result] { cancel(scenario, result, last_started_); }, 0);
+        loop_.executor().post([this, &scenario, &result] { cancel(scenario, result, last_started_); }, 0);
     });
 }
 
-// Waits for what a late outcome would need to arrive: once through the engine's queue, and back through the executor's.
 void Session::cancel(const Scenario& scenario, Result& result, Client::RequestId id) {
     client_->cancel_request(id);
-    engine_.queueRequest([this, &scenario, &result] {
-        executor_.post([this, &scenario, &result] { finish(scenario, result, Result::Kind::Cancelled, "cancelled"); },
-                       0);
-    });
+    loop_.after_engine([this, &scenario, &result] { finish(scenario, result, Result::Kind::Cancelled, "cancelled"); });
 }
 
 void Session::finish(const Scenario& scenario, Result& result, Result::Kind kind, const std::string& outcome) {
@@ -77,17 +54,6 @@ void Session::finish(const Scenario& scenario, Result& result, Result::Kind kind
     result.outcome = outcome;
     if (outcome != scenario.expected_outcome) result.complaint = "expected " + scenario.expected_outcome;
     --unfinished_;
-}
-
-void Session::wait_for_all(const Scenario& scenario) {
-    const auto end = begin_ + deadline;
-    while (unfinished_ > 0) {
-        pollfd watched{executor_.descriptor(), POLLIN, 0};
-        const int remaining = milliseconds_until(end);
-        if (remaining == 0) throw std::runtime_error(fmt::format("no outcome came of {}", scenario.path));
-        poll(&watched, 1, remaining);
-        executor_.drain();
-    }
 }
 
 }  // namespace kel::http::demo

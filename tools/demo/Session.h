@@ -6,11 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "EventLoop.h"
 #include "OriginServer.h"
 #include "Scenario.h"
 #include "kel-http/Client.h"
-#include "kel-http/curl/Engine.h"
-#include "ko/loop_executor.h"
 
 namespace kel::http::demo {
 
@@ -29,14 +28,14 @@ struct Result {
 // Sends the requests of scenarios and waits for their outcomes, all on one thread.
 class Session {
  public:
-    explicit Session(OriginServer& server);
+    Session(EventLoop& loop, OriginServer& server);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
     // One result for each request.
     //
-    // Errors: std::runtime_error when an outcome is long overdue. The session is of no use any more then.
+    // Errors: as EventLoop::run_until. The session is of no use any more then.
     std::vector<Result> run(const Scenario& scenario);
 
  private:
@@ -44,13 +43,10 @@ class Session {
     void finish(const Scenario& scenario, Result& result, Result::Kind kind, const std::string& outcome);
     void cancel_when_stalled(const Scenario& scenario, Result& result);
     void cancel(const Scenario& scenario, Result& result, Client::RequestId id);
-    void wait_for_all(const Scenario& scenario);
 
+    EventLoop& loop_;
     OriginServer& server_;
-    // The engine's thread posts to the executor until it has ended, so the executor goes last.
-    ko::loop_executor executor_;
-    Engine engine_;
-    std::shared_ptr<Client> client_;
+    const std::shared_ptr<Client> client_;
     std::size_t unfinished_ = 0;
     Client::RequestId last_started_ = NoRequestId;
     std::chrono::steady_clock::time_point begin_;

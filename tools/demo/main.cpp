@@ -5,10 +5,12 @@
 #include <cstdlib>
 #include <exception>
 
+#include "DemoFolder.h"
+#include "Downloads.h"
+#include "EventLoop.h"
 #include "OriginServer.h"
 #include "Report.h"
 #include "Scenario.h"
-#include "SentFiles.h"
 #include "Session.h"
 
 namespace kel::http::demo {
@@ -24,16 +26,21 @@ void clear_proxies() {
 
 bool run() {
     OriginServer server;
-    SentFiles files;
-    Session session(server);
+    DemoFolder folder;
+    EventLoop loop;
+    Session session(loop, server);
     Report report;
     fmt::print("kel-http sends to its own server at {}\n\n{}", server.url("/"), Report::heading());
-    for (const Scenario& scenario : all_scenarios(server, files)) {
+    for (const Scenario& scenario : all_scenarios(server, folder)) {
         fmt::print("{}", report.row(scenario, session.run(scenario)));
         std::fflush(stdout);
     }
-    fmt::print("\n{}", report.summary());
-    return report.as_expected();
+    fmt::print("\n{}\n", report.summary());
+    std::fflush(stdout);
+    const bool downloaded = Downloads(loop, server, folder).run();
+    const bool as_expected = report.as_expected() && downloaded;
+    fmt::print("\n{}\n", as_expected ? "All of it went as expected." : "Not all of it went as expected.");
+    return as_expected;
 }
 
 }  // namespace

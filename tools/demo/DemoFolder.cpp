@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "SentFiles.h"
+#include "DemoFolder.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -10,21 +10,21 @@
 
 namespace kel::http::demo {
 
-SentFiles::SentFiles() {
+DemoFolder::DemoFolder() {
     std::string name = (std::filesystem::temp_directory_path() / "kel-http-demo-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("can not make a folder for files to send: " + name);
-    folder_ = name;
+    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("can not make a folder for files: " + name);
+    path_ = name;
 }
 
-SentFiles::~SentFiles() {
+DemoFolder::~DemoFolder() {
     std::error_code ignored;
-    std::filesystem::remove_all(folder_, ignored);
+    std::filesystem::remove_all(path_, ignored);
 }
 
-std::string SentFiles::make(const std::string& name, std::size_t size) {
+std::string DemoFolder::make(const std::string& name, std::size_t size) {
     std::string content(size, '\0');
     for (std::size_t i = 0; i < size; ++i) content[i] = static_cast<char>(i * 7 + i / 256);
-    std::string path = folder_ + '/' + name;
+    std::string path = path_of(name);
     std::ofstream file(path, std::ios::binary);
     file << content;
     file.close();

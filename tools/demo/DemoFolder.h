@@ -5,20 +5,22 @@
 
 namespace kel::http::demo {
 
-// Files to send, in a folder of their own that goes with this object.
-class SentFiles {
+// A folder for the files that are sent and received; it goes with this object.
+class DemoFolder {
  public:
     // Errors: std::runtime_error.
-    SentFiles();
-    ~SentFiles();
-    SentFiles(const SentFiles&) = delete;
-    SentFiles& operator=(const SentFiles&) = delete;
+    DemoFolder();
+    ~DemoFolder();
+    DemoFolder(const DemoFolder&) = delete;
+    DemoFolder& operator=(const DemoFolder&) = delete;
 
     // Makes a file of `size` bytes, of every value, and returns its path.
     std::string make(const std::string& name, std::size_t size);
 
+    std::string path_of(const std::string& name) const { return path_ + '/' + name; }
+
  private:
-    std::string folder_;
+    std::string path_;
 };
 
 std::string content_of(const std::string& path);
