@@ -120,7 +120,9 @@ void Engine::enqueueFor(RequestPtr request, void (Engine::*step)(RequestPtr)) {
 // engine comes to it.
 void Engine::enqueueRun(RequestPtr request, std::list<std::string> proxies) {
     request->cancelled = false;
-    enqueue([this, owned = std::move(request), candidates = std::move(proxies)]() mutable {
+    const std::uint16_t run = request->id();
+    enqueue([this, run, owned = std::move(request), candidates = std::move(proxies)]() mutable {
+        owned->activeRun = run;
         owned->currentProxy = tl::nullopt;
         owned->remainingProxies = std::move(candidates);
         addRequest(owned);

@@ -80,7 +80,7 @@ void Engine::addNewRequestWithProxies(RequestPtr request, std::list<std::string>
 
 // Part of the same run, which is over when the owner has cancelled it and begun another one meanwhile.
 void Engine::addNewRequestNextProxy(RequestPtr request) {
-    const std::uint16_t run = request->id();
+    const std::uint16_t run = request->activeRun;
     writeLine(*logger, log_level::detail, "({}) Engine::{}", run, "addNewRequestNextProxy");
     enqueue([this, owned = std::move(request), run] {
         if (owned->id() == run) addRequest(owned);

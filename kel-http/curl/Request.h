@@ -120,6 +120,8 @@ class Request : public std::enable_shared_from_this<Request> {
     std::atomic<bool> payloadLogging{true};
     std::atomic<std::uint16_t> requestId{0};
     tl::optional<TimingData> timingData;
+    // Engine thread: the id of the run that the engine is at. The owner may have begun another one since.
+    std::uint16_t activeRun = 0;
     // Engine thread: the present attempt's proxy came from remainingProxies.
     bool proxyIsFromList = false;
     // libcurl writes its error text here (`CURLOPT_ERRORBUFFER`) until the transfer is handed over.

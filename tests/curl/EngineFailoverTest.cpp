@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <atomic>
 #include <chrono>
 
 #include "curl/LineMatcher.h"
@@ -212,6 +213,46 @@ TEST_P(EngineFailoverTest, RunAfterACancellationBetweenTwoProxiesHasItsWholeList
     drain();
     EXPECT_THAT(request->outcome.events(), ElementsAre("end"));
     engine().onNewRequest([] {});
+}
+
+// The same from the moment at which the engine begins to turn to the next proxy: the new run takes the attempt's place.
+// Log lines tell where the engine is.
+class EngineFailoverRunTest : public EngineFailoverTest {
+ protected:
+    void runAgainAt(const std::string& moment) {
+        const auto request = EngineTest::request(getThrough({closedUrl(closed), good.url()}));
+        std::atomic<int> runs{1};
+        const TestHost host([&](ko::host::Settings& settings) {
+            settings.log_levels = {{"HttpClient", 8}};
+            settings.log_sink = [&](const ko::host::LogLine& line) {
+                if (line.text.find(moment) == std::string_view::npos || runs == 2) return;
+                runs = 2;
+                request->tryToCancelRequest();
+                request->runRequest();
+            };
+        });
+        request->runRequest();
+        request->outcome.awaitCount(1);
+        drain();
+        drain();
+        EXPECT_EQ(runs, 2);
+        EXPECT_THAT(request->outcome.events(), ElementsAre("end"));
+        EXPECT_THAT(target.requests(), SizeIs(1));
+        EXPECT_EQ(request.use_count(), 1);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Handlers, EngineFailoverRunTest, ::testing::Values(Handler::inline_call, Handler::posting),
+                         [](const auto& tested) {
+                             return tested.param == Handler::inline_call ? "inline" : "posting";
+                         });
+
+TEST_P(EngineFailoverRunTest, RunBeforeTheNextAttemptIsQueuedTakesItsPlace) {
+    runAgainAt("Retry with another proxy");
+}
+
+TEST_P(EngineFailoverRunTest, RunWhileTheNextAttemptIsQueuedTakesItsPlace) {
+    runAgainAt("Engine::addNewRequestNextProxy");
 }
 
 // Whoever cancels a request may start it again at once, while the engine is still busy with the first run.
