@@ -9,6 +9,7 @@
 
 #include "Choice.h"
 #include "CookieOptions.h"
+#include "DownloadOptions.h"
 #include "Files.h"
 #include "HelpPage.h"
 #include "ProxyOptions.h"
@@ -30,20 +31,28 @@ void add_ip_options(CLI::App& app, Options& options, const char* group) {
         ->group(group);
 }
 
-void add_commands(CLI::App& app, Options& options) {
+CLI::App& add_command(CLI::App& app, Options& options, const char* name, const char* description) {
+    CLI::App* const command = app.add_subcommand(name, description)->group("Commands");
+    command->set_help_flag();  // there is one help page, that of the program
+    command->fallthrough();
+    add_ip_options(*command, options, "");  // again, unseen: a digit is no option that falls through
+    return *command;
+}
+
+void add_commands(CLI::App& app, Options& options, std::vector<std::string>& download_words) {
     const auto add = [&app, &options](const char* name, Method method, const char* description) {
-        CLI::App* const command = app.add_subcommand(name, description)->group("Commands");
-        command->set_help_flag();  // there is one help page, that of the program
-        command->fallthrough();
-        add_ip_options(*command, options, "");  // again, unseen: a digit is no option that falls through
-        command->add_option("URL", options.url)->required();
-        command->callback([&options, method] { options.method = method; });
+        CLI::App& command = add_command(app, options, name, description);
+        command.add_option("URL", options.url)->required();
+        command.callback([&options, method] { options.method = method; });
     };
     add("get", Method::GET, "fetch URL");
     add("post", Method::POST, "send data or a form to URL");
     add("put", Method::PUT, "store data or a file at URL");
     add("patch", Method::PATCH, "change what is at URL");
     add("delete", Method::DELETE, "remove what is at URL");
+    add_command(app, options, "download", "fetch URL to the file PATH, whole or not at all")
+        .add_option("URL", download_words)
+        ->required();
     app.require_subcommand(1);
 }
 
@@ -167,8 +176,9 @@ void check_login(const CLI::App& app, Options& options) {
     if (!has_password && stored != nullptr) options.password = stored;
 }
 
-void check(const CLI::App& app, Options& options) {
-    if (options.url.empty()) usage_error("the URL is empty");
+void check(const CLI::App& app, Options& options, const std::vector<std::string>& download_words) {
+    check_download_options(app, options, download_words);
+    if (options.url.empty() && options.download.targets.empty()) usage_error("the URL is empty");
     if (options.output && options.output->empty()) usage_error("-o/--output needs the name of a file");
     check_body(options);
     check_login(app, options);
@@ -177,13 +187,20 @@ void check(const CLI::App& app, Options& options) {
     check_cookie_options(options);
 }
 
+void parse(CLI::App& app, const std::vector<std::string>& words) {
+    std::vector<const char*> pointers;
+    for (const std::string& word : words) pointers.push_back(word.c_str());
+    app.parse(static_cast<int>(pointers.size()), pointers.data());
+}
+
 }  // namespace
 
 std::optional<Options> parse_command_line(int argc, const char* const* argv) {
     Options options;
-    CLI::App app("Sends one HTTP request and prints the answer.", "kel-http");
+    std::vector<std::string> download_words;
+    CLI::App app("Sends one HTTP request and prints the answer, or downloads files.", "kel-http");
     app.formatter(std::make_shared<HelpPage>());
-    add_commands(app, options);
+    add_commands(app, options, download_words);
     add_request_options(app, options);
     add_login_options(app, options);
     add_connection_options(app, options);
@@ -191,10 +208,11 @@ std::optional<Options> parse_command_line(int argc, const char* const* argv) {
     add_proxy_options(app, options);
     add_cookie_options(app, options);
     add_output_options(app, options);
+    add_download_options(app, options);
     app.set_help_flag("-h,--help", "print this page")->group("Help");
     app.set_version_flag("--version", "kel-http " KEL_HTTP_VERSION, "print the version")->group("Help");
     try {
-        app.parse(argc, argv);
+        parse(app, with_joined_checksum({argv, argv + argc}));
     } catch (const CLI::CallForHelp&) {
         write_to_stdout(app.get_formatter()->make_help(&app, {}, CLI::AppFormatMode::Normal));
         return std::nullopt;
@@ -202,10 +220,11 @@ std::optional<Options> parse_command_line(int argc, const char* const* argv) {
         write_to_stdout(fmt::format("{}\n", version.what()));
         return std::nullopt;
     } catch (const CLI::ParseError& error) {
-        if (app.get_subcommands().empty()) usage_error("name a command first: get, post, put, patch or delete");
+        if (app.get_subcommands().empty())
+            usage_error("name a command first: get, post, put, patch, delete or download");
         usage_error(error.what());
     }
-    check(app, options);
+    check(app, options, download_words);
     return options;
 }
 

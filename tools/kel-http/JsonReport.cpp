@@ -39,17 +39,6 @@ std::string base64(std::string_view bytes) {
     return text;
 }
 
-Json timing_of(const TimingData& timing) {
-    // The look-up alone comes in milliseconds.
-    return {{"namelookup_us", timing.namelookup * 1000},
-            {"connect_us", timing.connect},
-            {"appconnect_us", timing.appconnect},
-            {"pretransfer_us", timing.pretransfer},
-            {"starttransfer_us", timing.starttransfer},
-            {"total_us", timing.total},
-            {"redirect_us", timing.redirect}};
-}
-
 struct Context {
     const Options& options;
     const std::string& advice;
@@ -88,6 +77,17 @@ void add(Json& report, const Context&, Cancelled) {
 }
 
 }  // namespace
+
+nlohmann::ordered_json timing_of(const TimingData& timing) {
+    // The look-up alone comes in milliseconds.
+    return {{"namelookup_us", timing.namelookup * 1000},
+            {"connect_us", timing.connect},
+            {"appconnect_us", timing.appconnect},
+            {"pretransfer_us", timing.pretransfer},
+            {"starttransfer_us", timing.starttransfer},
+            {"total_us", timing.total},
+            {"redirect_us", timing.redirect}};
+}
 
 std::string json_report(const Options& options, const Outcome& outcome, const std::string& advice) {
     Json report;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "Options.h"
@@ -10,5 +11,8 @@ namespace kel::http::tool {
 
 // The outcome as one JSON object in one line, with a line feed. An error gets the advice, if there is any.
 std::string json_report(const Options& options, const Outcome& outcome, const std::string& advice = {});
+
+// When each step was done, in microseconds, under the names that all reports use.
+nlohmann::ordered_json timing_of(const TimingData& timing);
 
 }  // namespace kel::http::tool

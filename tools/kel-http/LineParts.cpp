@@ -1,11 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "LineParts.h"
 
+#include <charconv>
+
 namespace kel::http::tool {
 
 std::optional<std::string_view> after(std::string_view beginning, std::string_view text) {
     if (text.substr(0, beginning.size()) != beginning) return std::nullopt;
     return text.substr(beginning.size());
+}
+
+unsigned int request_id_of(std::string_view line) {
+    unsigned int id = 0;
+    const auto length = line.size() - without_request_id(line).size();
+    if (length > 0) std::from_chars(line.data() + 1, line.data() + length, id);
+    return id;
 }
 
 std::string_view without_request_id(std::string_view line) {

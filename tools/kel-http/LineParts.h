@@ -12,6 +12,9 @@ namespace kel::http::tool {
 // What follows `beginning`; nothing when the text begins otherwise.
 std::optional<std::string_view> after(std::string_view beginning, std::string_view text);
 
+// 7 for "(7) text". 0 when the line begins otherwise.
+unsigned int request_id_of(std::string_view line);
+
 // "(7) text" without "(7) ". What begins otherwise is returned whole.
 std::string_view without_request_id(std::string_view line);
 

@@ -1,17 +1,19 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <map>
+
 #include "Options.h"
 #include "ProxyReport.h"
 #include "Secrets.h"
-#include "TlsAdvice.h"
+#include "TransferLog.h"
 #include "ko/host.h"
 
 namespace kel::http::tool {
 
 // Hears the library's log: prints the lines that -v asks for, tells of proxies, and keeps what explains a failure.
 //
-// Threads: one at a time, as the log has it; trouble() once the engine has ended.
+// Threads: one at a time, as the log has it; secrets() and transfers() any.
 class LogListener {
  public:
     explicit LogListener(const Options& options);
@@ -23,14 +25,14 @@ class LogListener {
     void hear(const ko::host::LogLine& line);
 
     const Secrets& secrets() const { return secrets_; }
-    const ConnectionTrouble& trouble() const { return trouble_; }
+    const TransferLog& transfers() const { return transfers_; }
 
  private:
     const Secrets secrets_;
     const int printed_level_;
     const ko::host::LogSink print_ = ko::host::log_to_stderr();
-    ProxyReport proxies_;
-    ConnectionTrouble trouble_;
+    std::map<unsigned int, ProxyReport> proxies_;  // for each request
+    TransferLog transfers_;
 };
 
 }  // namespace kel::http::tool

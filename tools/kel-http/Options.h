@@ -11,10 +11,26 @@
 
 namespace kel::http::tool {
 
+// A file to download.
+struct DownloadTarget {
+    std::string url;
+    std::string path;
+};
+
+// The command download.
+struct DownloadOptions {
+    std::vector<DownloadTarget> targets;  // none: it is another command
+    bool resume = false;
+    bool keep_partial = false;
+    bool show_sha256 = false;
+    std::string expected_sha256;  // lower-case hex; empty: any
+};
+
 // The command line, checked for what can be seen without touching a file.
 struct Options {
     Method method = Method::GET;
-    std::string url;
+    std::string url;  // of a download: see there
+    DownloadOptions download;
 
     std::vector<std::string> headers;  // "Name: value"
     std::optional<std::string> data;

@@ -10,9 +10,10 @@ namespace kel::http::tool {
 enum ExitCode : int {
     Success = 0,
     UsageError = 1,
-    StatusError = 2,     // the server answered with a status of 400 or more
+    StatusError = 2,     // the server answered with a status of 400 or more; a download: with none of 200 to 299
     TransferError = 3,   // there is no answer
     LocalFileError = 4,  // a file could not be read or written
+    ChecksumError = 5,   // a downloaded file is not the one that was expected
     Interrupted = 130    // as shells have it for Ctrl-C
 };
 

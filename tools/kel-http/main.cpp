@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
-// kel-http: sends one HTTP request from the command line.
+// kel-http: sends an HTTP request from the command line, or downloads files.
 #include <fmt/format.h>
 
 #include <exception>
 #include <memory>
 
 #include "CommandLine.h"
+#include "DownloadCommand.h"
 #include "ExplainFailure.h"
 #include "Files.h"
 #include "HostSettings.h"
@@ -56,7 +57,7 @@ int report(const Options& options, const ResponseData& response, bool downloaded
 int report(const Options& options, const LogListener& log, ErrorData error, bool downloaded) {
     const Secrets& secrets = log.secrets();
     error.message = secrets.conceal(error.message);
-    const std::string hint = secrets.conceal(advice(error, log.trouble(), options));
+    const std::string hint = secrets.conceal(advice(error, log.transfers().about(1).trouble, options));
     if (options.json) write_to_stdout(json_report(options, error, hint));
     tell(explain(error, hint, options));
     return downloaded && error.failure == ClientFailure::WriteFailed ? LocalFileError : TransferError;
@@ -74,7 +75,14 @@ int report(const Options& options, const LogListener& log, const Outcome& outcom
     return report(options, Cancelled());
 }
 
+int download(const Options& options) {
+    DownloadCommand command(options);
+    if (!options.use_proxies) clear_proxy_variables();
+    return command.run(*set_up_host(options));
+}
+
 int run(const Options& options) {
+    if (!options.download.targets.empty()) return download(options);
     const RequestConfig request = build_request(options);
     if (options.output) check_target(*options.output);
     if (!options.use_proxies) clear_proxy_variables();
