@@ -134,6 +134,13 @@ void ServerProcess::awaitListening(std::uint16_t port) const {
     }
 }
 
+bool ServerProcess::awaitEnd(std::chrono::nanoseconds longest) const {
+    pollfd ended{life_line_.get(), 0, 0};
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(longest);
+    const timespec left{seconds.count(), (longest - seconds).count()};
+    return ppoll(&ended, 1, &left, nullptr) == 1;
+}
+
 void ServerProcess::stop() {
     if (process_ < 0) return;
     kill(process_, stop_signal_);

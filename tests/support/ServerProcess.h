@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <string>
@@ -47,6 +48,9 @@ class ServerProcess {
     // Waits until it listens on `port`, which has been reserved for it: for programs whose log tells that too early.
     // Errors: the same.
     void awaitListening(std::uint16_t port) const;
+
+    // Waits no longer than this for it to end by itself, and tells whether it has.
+    bool awaitEnd(std::chrono::nanoseconds longest) const;
 
     // Ends it at once: no socket of its own is open any more when this returns. May be called again.
     void stop();
