@@ -23,6 +23,8 @@ class ToolProcess {
     struct Input {
         std::string bytes;                     // for standard input
         std::vector<std::string> environment;  // "NAME=value", in addition
+        std::string folder = {};               // where it runs; empty: here
+        int terminal = -1;                     // takes standard error, which then is not in the result
     };
 
     // Errors: std::system_error.

@@ -1,0 +1,202 @@
+// SPDX-License-Identifier: MIT
+#include <sys/stat.h>
+
+#include <csignal>
+
+#include "DownloadToolTest.h"
+#include "support/NginxServer.h"
+
+namespace kel::http::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+class ToolResumeTest : public DownloadToolTest {
+ protected:
+    // A run that is interrupted after so many bytes at least.
+    ToolResult interruptAfter(std::size_t bytes, int signal, const std::vector<std::string>& options = {}) {
+        ToolProcess tool(words(options));
+        server.awaitRequests(1);
+        server.enqueue(Reply(200).body(whole.substr(0, bytes + 10000)).stallBeforeEnd(whole.substr(bytes + 10000)));
+        awaitSize(part, bytes);
+        tool.send(signal);
+        return tool.wait();
+    }
+
+    const std::string whole = noise(200000);
+};
+
+TEST_F(ToolResumeTest, ACutBodyIsGoneOnWith) {
+    writeWholeFile(target, "old");
+    server.enqueue(Reply(200).body(whole.substr(0, 100000)).closeInsideBody(100000));
+    const ToolResult cut = download({"--resume"});
+    EXPECT_EQ(cut.exit_code, 3);
+    EXPECT_THAT(cut.err, HasSubstr("97.7 KiB are in '" + part + "': the same command with --resume"));
+    EXPECT_TRUE(readWholeFile(part) == whole.substr(0, 100000));
+    EXPECT_EQ(readWholeFile(target), "old");
+
+    EXPECT_EQ(download(rest(whole, 100000), {"--resume"}).exit_code, 0);
+    EXPECT_EQ(server.requests().back().header("Range"), "bytes=100000-");
+    EXPECT_TRUE(readWholeFile(target) == whole);
+    EXPECT_THAT(directory.names(), ElementsAre("file"));
+}
+
+TEST_F(ToolResumeTest, ACutBodyIsRemovedUnlessItIsToBeKept) {
+    const Reply cut = Reply(200).body("first half").closeInsideBody();
+    const ToolResult removed = download(cut);
+    EXPECT_EQ(removed.exit_code, 3);
+    EXPECT_THAT(removed.err, HasSubstr("the 10 B that had arrived are removed; --keep-partial keeps them"));
+    EXPECT_THAT(directory.names(), IsEmpty());
+    const ToolResult kept = download(cut, {"--keep-partial"});
+    EXPECT_EQ(kept.exit_code, 3);
+    EXPECT_THAT(kept.err, HasSubstr("10 B are in '" + part + "': the same command with --resume"));
+    EXPECT_EQ(readWholeFile(part), "first half");
+    EXPECT_THAT(directory.names(), ElementsAre("file.part"));
+}
+
+TEST_F(ToolResumeTest, WhatHasNotBegunLeavesNothingAndSaysNothingOfIt) {
+    const ToolResult result = download(Reply(200).closeBeforeHeaders(), {"--keep-partial"});
+    EXPECT_EQ(result.exit_code, 3);
+    EXPECT_THAT(result.err, Not(HasSubstr("--resume")));
+    EXPECT_THAT(directory.names(), IsEmpty());
+}
+
+TEST_F(ToolResumeTest, CtrlCLeavesTheTargetAndSaysHowToGoOn) {
+    writeWholeFile(target, "old");
+    const ToolResult result = interruptAfter(100000, SIGINT);
+    EXPECT_EQ(result.exit_code, 130);
+    EXPECT_THAT(result.err, HasSubstr("cancelled"));
+    EXPECT_THAT(result.err, HasSubstr("are in '" + part + "': the same command with --resume goes on"));
+    EXPECT_EQ(readWholeFile(target), "old");
+    const std::string arrived = readWholeFile(part);
+    ASSERT_GE(arrived.size(), 100000U);
+    EXPECT_TRUE(arrived == whole.substr(0, arrived.size()));
+
+    EXPECT_EQ(download(rest(whole, arrived.size()), {"--resume"}).exit_code, 0);
+    EXPECT_TRUE(readWholeFile(target) == whole);
+}
+
+TEST_F(ToolResumeTest, TerminationDoesTheSame) {
+    const ToolResult result = interruptAfter(100000, SIGTERM, {"--json"});
+    EXPECT_EQ(result.exit_code, 130);
+    EXPECT_THAT(result.out, HasSubstr("\"outcome\":\"cancelled\""));
+    EXPECT_THAT(result.out, HasSubstr("\"file\":\"" + part + '"'));
+    EXPECT_THAT(directory.names(), ElementsAre("file.part"));
+}
+
+TEST_F(ToolResumeTest, CtrlCBeforeTheFirstByteLeavesNothing) {
+    ToolProcess tool(words());
+    server.awaitRequests(1);
+    tool.send(SIGINT);
+    const ToolResult result = tool.wait();
+    EXPECT_EQ(result.exit_code, 130);
+    EXPECT_THAT(result.err, Not(HasSubstr("--resume")));
+    EXPECT_THAT(directory.names(), IsEmpty());
+}
+
+TEST_F(ToolResumeTest, CtrlCInsideAnErrorPageLeavesNothingOfIt) {
+    ToolProcess tool(words({"--keep-partial"}));
+    server.awaitRequests(1);
+    server.enqueue(Reply(404).body(noise(100000)).stallBeforeEnd());
+    awaitSize(part, 90000);
+    tool.send(SIGINT);
+    EXPECT_EQ(tool.wait().exit_code, 130);
+    EXPECT_THAT(directory.names(), IsEmpty());
+}
+
+TEST_F(ToolResumeTest, AResumeWithoutAPartBeginsAtTheBeginning) {
+    EXPECT_EQ(download(Reply(200).body("whole"), {"--resume"}).exit_code, 0);
+    EXPECT_EQ(server.requests().back().header("Range"), std::nullopt);
+    EXPECT_EQ(readWholeFile(target), "whole");
+}
+
+TEST_F(ToolResumeTest, AServerWithoutRangesLeavesThePartAndIsToldOf) {
+    writeWholeFile(part, "first ");
+    const ToolResult result = download(Reply(200).body("first second"), {"--resume"});
+    EXPECT_EQ(result.exit_code, 3);
+    EXPECT_THAT(result.err, HasSubstr("can not go on after 6 bytes"));
+    EXPECT_THAT(result.err, HasSubstr("start again without --resume"));
+    EXPECT_THAT(result.err, Not(HasSubstr("the same command")));
+    EXPECT_EQ(readWholeFile(part), "first ");
+    EXPECT_THAT(directory.names(), ElementsAre("file.part"));
+}
+
+TEST_F(ToolResumeTest, AServerWithoutRangesWhoseFileIsNoLargerHasNothingToAdd) {
+    writeWholeFile(part, "whole");
+    EXPECT_EQ(download(Reply(200).body("whole"), {"--resume"}).exit_code, 0);
+    EXPECT_EQ(readWholeFile(target), "whole");
+}
+
+TEST_F(ToolResumeTest, AnAnswerWithoutABodyIsNoCompletion) {
+    for (const int status : {200, 204}) {
+        writeWholeFile(part, "first ");
+        const ToolResult result = download(Reply(status), {"--resume"});
+        EXPECT_EQ(result.exit_code, 3);
+        EXPECT_THAT(result.err, HasSubstr("does not go on after 6 bytes"));
+        EXPECT_EQ(readWholeFile(part), "first ");
+    }
+}
+
+TEST_F(ToolResumeTest, ACompletePartNeedsNoMore) {
+    NginxServer nginx;
+    nginx.writeFile("file", whole);
+    writeWholeFile(part, whole);
+    const ToolResult result = runTool({"download", nginx.url("/file"), target, "--resume"});
+    EXPECT_EQ(result.exit_code, 0) << result.err;
+    EXPECT_THAT(nginx.awaitAccessLog(1), ElementsAre(HasSubstr(" 416")));
+    EXPECT_TRUE(readWholeFile(target) == whole);
+    EXPECT_THAT(directory.names(), ElementsAre("file"));
+}
+
+TEST_F(ToolResumeTest, APartThatIsLargerThanTheFileDoesNotFit) {
+    NginxServer nginx;
+    nginx.writeFile("file", whole);
+    writeWholeFile(part, whole + "more");
+    const ToolResult result = runTool({"download", nginx.url("/file"), target, "--resume"});
+    EXPECT_EQ(result.exit_code, 2);
+    EXPECT_THAT(result.err, HasSubstr("its file has 200000 bytes"));
+    EXPECT_THAT(result.err, HasSubstr("start again without --resume"));
+    EXPECT_THAT(directory.names(), ElementsAre("file.part"));
+    EXPECT_TRUE(readWholeFile(part) == whole + "more");
+}
+
+TEST_F(ToolResumeTest, ARefusedRangeWithoutASizeDoesNotFit) {
+    writeWholeFile(part, "first");
+    const ToolResult result = download(Reply(416).body("what?"), {"--resume"});
+    EXPECT_EQ(result.exit_code, 2);
+    EXPECT_THAT(result.err, HasSubstr("its file has another size"));
+    EXPECT_EQ(readWholeFile(part), "first");
+}
+
+TEST_F(ToolResumeTest, APartOfAnotherFileIsNoCompletion) {
+    writeWholeFile(part, "first ");
+    const Reply other = Reply(206).header("Content-Range", "bytes 6-11/1000").body("second");
+    const ToolResult result = download(other, {"--resume"});
+    EXPECT_EQ(result.exit_code, 3);
+    EXPECT_THAT(result.err, HasSubstr("the server's file has 1000 bytes, but 12 are here"));
+    EXPECT_THAT(directory.names(), ElementsAre("file.part"));
+    const Reply unsaid = Reply(206).header("Content-Range", "bytes 12-14/*").body("end");
+    EXPECT_THAT(download(unsaid, {"--resume"}).err, HasSubstr("does not tell how large"));
+    EXPECT_THAT(directory.names(), ElementsAre("file.part"));
+}
+
+TEST_F(ToolResumeTest, APartFromAnotherPlaceIsRefused) {
+    writeWholeFile(part, "first ");
+    const Reply other = Reply(206).header("Content-Range", "bytes 3-11/12").body("st second");
+    EXPECT_EQ(download(other, {"--resume"}).exit_code, 3);
+    EXPECT_EQ(readWholeFile(part), "first ");
+}
+
+TEST_F(ToolResumeTest, ATimeOutKeepsWhatIsToBeKept) {
+    const Reply stalling = Reply(200).body("first half").stallBeforeEnd();
+    const ToolResult result = download(stalling, {"--timeout", "300ms", "--keep-partial"});
+    EXPECT_EQ(result.exit_code, 3);
+    EXPECT_THAT(result.err, HasSubstr("give it longer with --timeout"));
+    EXPECT_THAT(directory.names(), ElementsAre("file.part"));
+}
+
+}  // namespace
+}  // namespace kel::http::test
