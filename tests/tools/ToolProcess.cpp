@@ -57,6 +57,8 @@ void setUsualSignals(posix_spawnattr_t& attributes) {
 
 ToolProcess::ToolProcess(const std::vector<std::string>& arguments, const Input& input) {
     writeWholeFile(streams_.path("in"), input.bytes);
+    // There from the beginning, so that they can be watched.
+    for (const char* const name : {"out", "err"}) writeWholeFile(streams_.path(name), "");
     std::vector<std::string> words = {KEL_TEST_TOOL};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<std::string> variables = environmentOfTool(input.environment);
@@ -87,6 +89,14 @@ ToolProcess::~ToolProcess() {
 
 void ToolProcess::send(int signal) const {
     kill(process_, signal);
+}
+
+void ToolProcess::awaitOutputLines(std::size_t count) const {
+    awaitLines(streams_.path("out"), count);
+}
+
+void ToolProcess::awaitErrorLines(std::size_t count) const {
+    awaitLines(streams_.path("err"), count);
 }
 
 ToolResult ToolProcess::wait() {

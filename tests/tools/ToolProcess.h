@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,10 @@ class ToolProcess {
     ToolProcess& operator=(const ToolProcess&) = delete;
 
     void send(int signal) const;
+
+    // Waits for so many lines on standard output, or on standard error. Errors: DeadlineMissed.
+    void awaitOutputLines(std::size_t count) const;
+    void awaitErrorLines(std::size_t count) const;
 
     // Waits for the end. Errors: DeadlineMissed.
     ToolResult wait();

@@ -34,10 +34,10 @@ int DownloadCommand::run(const LogListener& log) {
 }
 
 void DownloadCommand::serve_until_stopped(Session& session) {
+    bool is_computing = false;
     while (is_running()) {
-        const bool has_more_to_do = compute();
-        const auto longest = has_more_to_do ? std::chrono::milliseconds(0) : display_->interval();
-        if (session.serve(longest)) return;
+        if (session.serve(is_computing ? std::chrono::milliseconds(0) : display_->interval())) return;
+        is_computing = compute();
         report_ended();
         show();
     }
