@@ -119,7 +119,7 @@ void ClientImpl::CurlRequest::notifyDataEnd() {
 void ClientImpl::CurlRequest::notifyFailure(Failure failure, std::string_view message) {
     // An answer is an answer, whatever its status.
     const bool is_status = failure == Failure::AuthFailure || failure == Failure::HttpError;
-    if (is_status && protocol::valid_status(getResponseCode())) {
+    if (is_status && protocol::valid_status(static_cast<long>(getResponseCode()))) {
         notifyDataEnd();
         return;
     }

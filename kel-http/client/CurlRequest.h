@@ -18,15 +18,14 @@ namespace kel::http {
 // executor.
 //
 // The hooks run on the engine thread; notifyDataEnd() and notifyFailure() wherever the engine's callback handler runs
-// them. Both orders are the engine's doing: it does not touch a request any more once it has handed the completion
-// over.
+// them, when the engine does not touch the request any more. So no member needs a lock.
 class ClientImpl::CurlRequest : public Request {
  public:
     CurlRequest(std::shared_ptr<ClientImpl> owner, RequestId id_at_client, const RequestConfig& request_config);
     // A download to `path`, with or without a checksum.
     CurlRequest(std::shared_ptr<ClientImpl> owner, RequestId id_at_client, const RequestConfig& request_config,
                 const std::string& path, std::unique_ptr<checksum::Digest> download_digest = nullptr);
-    // Removes the unfinished file of a download, unless its configuration keeps it.
+    // Removes the unfinished file of a download, unless its configuration keeps it or it is the target itself.
     ~CurlRequest() override;
 
     int notifyDataReceived(std::string_view data) override;

@@ -15,9 +15,16 @@ namespace fs = boost::filesystem;
 
 namespace {
 
+// Makes a stream forget what it holds back, which closing it would write. std::ofstream has no call for that; its buffer
+// has one, whose name only derived classes may use.
 struct Unwritten : std::filebuf {
-    static void forget(std::filebuf& buffer) { (buffer.*(&Unwritten::setp))(nullptr, nullptr); }
+    static void forget(std::ofstream& file) { (file.rdbuf()->*(&Unwritten::setp))(nullptr, nullptr); }
 };
+
+// The system would take the part before the zero byte for the name, which is another file's.
+bool isFileName(const std::string& path) {
+    return path.find('\0') == std::string::npos;
+}
 
 }  // namespace
 
@@ -36,6 +43,7 @@ void ClientImpl::CurlRequest::give_up_download() {
 
 std::unique_ptr<std::ofstream> ClientImpl::CurlRequest::open_download() {
     auto file = std::make_unique<std::ofstream>();
+    if (!isFileName(*download_path)) throw std::runtime_error("Failed to open file");
     if (config.resume) {
         if (const auto size = partialFileSize(*download_path)) resume_offset = static_cast<std::uint32_t>(*size);
         file->open(*download_path, std::ios::out | std::ios::app);
@@ -48,12 +56,16 @@ std::unique_ptr<std::ofstream> ClientImpl::CurlRequest::open_download() {
     return file;
 }
 
+// The target itself holds nothing back: when this request is given up, its owner may resume the file at once, from the
+// size that it has. A flush that fails is told with the next piece or at the end.
+//
 // A write that fails may have left some of its bytes on the disk. The stream would write all of them again when it is
-// closed, and where there is room by then the file would no longer be a begin of the whole.
+// closed, and where there is room by then the file would no longer be the beginning of the whole.
 bool ClientImpl::CurlRequest::write_download(std::string_view data) {
-    if (output->write(data.data(), static_cast<std::streamsize>(data.size())).good()) return true;
-    Unwritten::forget(*output->rdbuf());
-    return false;
+    const bool taken = output->write(data.data(), static_cast<std::streamsize>(data.size())).good();
+    if (config.resume) output->flush();
+    if (!output->good()) Unwritten::forget(*output);
+    return taken;
 }
 
 bool ClientImpl::CurlRequest::finish_download() {
@@ -77,6 +89,7 @@ bool ClientImpl::CurlRequest::finish_appending() {
 }
 
 bool ClientImpl::CurlRequest::create_empty_file() try {
+    if (!isFileName(*download_path)) return false;
     boost::system::error_code error;
     temporary_path = ko::filesystem::unique_path(*download_path + ".%%%%%%%%", error).string();
     if (error) return false;

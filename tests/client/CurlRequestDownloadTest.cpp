@@ -160,6 +160,31 @@ TEST_F(CurlRequestDownloadTest, APercentSignInTheFolderLeadsAstray) {
 
 // --- what can not be written ---
 
+// What comes before the zero byte is the name of another file.
+TEST_F(CurlRequestDownloadTest, AZeroByteInTheNameIsRefused) {
+    writeWholeFile(target, "old");
+    const std::string name = target + std::string("\0x", 2);
+    auto request = download(name);
+    receiveHead(*request);
+    expectThrown(*request, "data", "Failed to open file");
+    request.reset();
+    request = download(name, resuming());
+    expectThrown(*request, "data", "Failed to open file");
+    request.reset();
+    EXPECT_THAT(directory.names(), ElementsAre("f.bin"));
+    EXPECT_EQ(readWholeFile(target), "old");
+}
+
+TEST_F(CurlRequestDownloadTest, AZeroByteInTheNameRefusesAnEmptyFile) {
+    writeWholeFile(target, "old");
+    const auto request = download(target + std::string("\0x", 2));
+    receiveHead(*request);
+    complete(*request);
+    expectWriteFailure("Failed to write empty response");
+    EXPECT_THAT(directory.names(), ElementsAre("f.bin"));
+    EXPECT_EQ(readWholeFile(target), "old");
+}
+
 TEST_F(CurlRequestDownloadTest, AMissingFolderRefusesTheFirstData) {
     const auto request = download(directory.path("missing/f.bin"));
     expectThrown(*request, "data", "Failed to open file");
@@ -328,6 +353,17 @@ TEST_F(CurlRequestDownloadTest, ResumingKeepsWhatWasReceivedBeforeAFailure) {
     EXPECT_EQ(readWholeFile(target), "old half");
 }
 
+// When its request is given up the owner may resume the file at once, from the size that it has.
+TEST_F(CurlRequestDownloadTest, ResumedDataIsInTheTargetAtOnce) {
+    writeWholeFile(target, "old ");
+    auto request = download(target, resuming());
+    request->notifyDataReceived("and ");
+    EXPECT_EQ(readWholeFile(target), "old and ");
+    request->notifyDataReceived("new");
+    request.reset();
+    EXPECT_EQ(readWholeFile(target), "old and new");
+}
+
 TEST_F(CurlRequestDownloadTest, ResumingAMissingFolderIsRefused) {
     const auto request = download(directory.path("missing/f.bin"), resuming());
     expectThrown(*request, "data", "Failed to open file");
@@ -343,13 +379,24 @@ TEST_F(CurlRequestDownloadTest, AFullDiskMayShowAtTheEndOfAResumedDownloadOnly) 
     writeWholeFile(target, "old ");
     const auto request = download(target, resuming());
     receiveHead(*request);
-    request->notifyDataReceived("little");
     {
         const FullDisk full(4);
-        complete(*request, 206);
+        request->notifyDataReceived("little");
     }
+    complete(*request, 206);
     expectWriteFailure(target);
     EXPECT_EQ(readWholeFile(target), "old ");
+}
+
+TEST_F(CurlRequestDownloadTest, AResumedDownloadStopsAtTheFirstPieceAfterTheDiskWasFull) {
+    writeWholeFile(target, "old ");
+    const auto request = download(target, resuming());
+    {
+        const FullDisk full(6);
+        request->notifyDataReceived("little");
+    }
+    expectThrown(*request, "more", "Failed write to file");
+    EXPECT_EQ(readWholeFile(target), "old li");
 }
 
 TEST_F(CurlRequestDownloadTest, WhatDidNotFitIsNotAppendedAgainWhenThereIsRoom) {
@@ -364,7 +411,7 @@ TEST_F(CurlRequestDownloadTest, WhatDidNotFitIsNotAppendedAgainWhenThereIsRoom) 
     fail(*request, Failure::WriteFailed, "text", 206);
     outcome();
     request.reset();
-    EXPECT_EQ(readWholeFile(target), "old fir");
+    EXPECT_EQ(readWholeFile(target), "old first ");
 }
 
 TEST_F(CurlRequestDownloadTest, TheLimitCountsNewBytesOnly) {
