@@ -24,6 +24,8 @@ struct Engine::ActiveTask {
     void lookUpPeer();
 
     std::shared_ptr<Request> request;
+    // The run of the request that this is.
+    const std::uint32_t run;
     CURL* easy;
     curl_slist* headers = nullptr;
     curl_mime* mime = nullptr;

@@ -119,8 +119,7 @@ void Engine::enqueueFor(RequestPtr request, void (Engine::*step)(RequestPtr)) {
 // The request may still be at work for an earlier run that was cancelled, so what belongs to this one is set when the
 // engine comes to it.
 void Engine::enqueueRun(RequestPtr request, std::list<std::string> proxies) {
-    request->cancelled = false;
-    const std::uint16_t run = request->id();
+    const std::uint32_t run = ++request->lastRun;
     enqueue([this, run, owned = std::move(request), candidates = std::move(proxies)]() mutable {
         owned->activeRun = run;
         owned->currentProxy = tl::nullopt;

@@ -199,6 +199,7 @@ class Engine {
     CURLMsg* findCompletedMsg();
     void processCompletedTasks();
     Completion completeTask(void* easy, CURLcode result);
+    void handOver(const std::function<void()>& closure) noexcept;
     void addTimingData(void* easy, RequestPtr request);
     void addRedirectURL(RequestPtr request, void* easy);
 

@@ -36,7 +36,7 @@ Failure failureOf(CURLcode result, logging::Logger& logger) {
 
 Failure failureOf(unsigned int status) {
     if (protocol::auth_failure(status)) return Failure::AuthFailure;
-    return protocol::valid_status(status) ? Failure::HttpError : Failure::Other;
+    return protocol::valid_status(static_cast<long>(status)) ? Failure::HttpError : Failure::Other;
 }
 
 // For these the error buffer holds details of the platform's TLS library or of our own sink, which mean nothing to a
@@ -118,6 +118,7 @@ Engine::Completion Engine::completeTask(void* easy, CURLcode result) {
     const TaskPtr task = activeTasks.at(easy);
     activeTasks.erase(easy);
     const RequestPtr request = task->request;
+    request->activeRun = task->run;
 
     long responseCode = -1;
     const CURLcode ret = curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &responseCode);
@@ -132,16 +133,23 @@ Engine::Completion Engine::completeTask(void* easy, CURLcode result) {
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, nullptr);
     const bool retry = retryWithNextProxy(easy, request, responseCode);
     if (!retry) {
-        callbackHandler(
-            [request, result, responseCode] { runCallbackHandlerInFsmContext(request, result, responseCode); });
+        // A run that was cancelled, and perhaps followed by another one, while its completion was on its way.
+        handOver([request, run = task->run, result, responseCode] {
+            if (!request->isCancelled(run)) runCallbackHandlerInFsmContext(request, result, responseCode);
+        });
     }
     curl_multi_remove_handle(multi, easy);
     return retry ? Completion::retry : Completion::final;
 }
 
+// An outcome that can not be handed over is lost, and its owner would wait for ever.
+void Engine::handOver(const std::function<void()>& closure) noexcept {
+    callbackHandler(closure);
+}
+
 void Engine::runCallbackHandlerInFsmContext(RequestPtr request, CURLcode result, long responseCode) {
-    // Cancelled while this completion was on its way: its owner wants no outcome, and no file replaced by one.
-    if (request->cancelled) return;
+    // Its owner wants no outcome, and no file replaced by one.
+    if (request->isCancelled(request->lastRun)) return;
 
     const unsigned int status = protocol::valid_status(responseCode) ? static_cast<unsigned int>(responseCode) : 0U;
     request->setResponseCode(status);

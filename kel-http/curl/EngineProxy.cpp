@@ -78,12 +78,12 @@ void Engine::addNewRequestWithProxies(RequestPtr request, std::list<std::string>
     enqueueRun(std::move(request), std::move(proxies));
 }
 
-// Part of the same run, which is over when the owner has cancelled it and begun another one meanwhile.
+// Part of the same run, which may be cancelled, and another one begun, before the engine comes to it.
 void Engine::addNewRequestNextProxy(RequestPtr request) {
-    const std::uint16_t run = request->activeRun;
-    writeLine(*logger, log_level::detail, "({}) Engine::{}", run, "addNewRequestNextProxy");
-    enqueue([this, owned = std::move(request), run] {
-        if (owned->id() == run) addRequest(owned);
+    writeLine(*logger, log_level::detail, "({}) Engine::{}", request->id(), "addNewRequestNextProxy");
+    enqueue([this, run = request->activeRun, owned = std::move(request)] {
+        owned->activeRun = run;
+        addRequest(owned);
     });
 }
 

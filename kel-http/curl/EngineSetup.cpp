@@ -54,8 +54,8 @@ void Engine::failSetUp(const RequestPtr& request, const std::string& reason) {
     writeLine(*logger, log_level::error, "({}) Engine::{}: The request can not be sent: {}", request->id(), "addTask",
               reason);
     if (const TaskPtr task = getActiveTask(request)) activeTasks.erase(task->easy);
-    callbackHandler([request, reason] {
-        if (request->cancelled) return;
+    handOver([request, run = request->activeRun, reason] {
+        if (request->isCancelled(run)) return;
         request->setResponseCode(0);
         request->notifyFailure(Failure::Other, reason);
     });
@@ -75,7 +75,7 @@ void Engine::prepareAddTask(RequestPtr request) {
 void Engine::addTask(RequestPtr request) {
     checkEngineThread();
     // Cancelled when there was nothing to remove yet.
-    if (request->cancelled) return;
+    if (request->isCancelled(request->activeRun)) return;
 
     dumpRequest(*request);
     const TaskPtr task = std::make_shared<ActiveTask>(request);

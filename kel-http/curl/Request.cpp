@@ -37,7 +37,7 @@ void Request::runRequest() {
 }
 
 void Request::tryToCancelRequest() {
-    cancelled = true;
+    firstWantedRun = lastRun + 1;
     Engine::ask([this](Engine& engine) { engine.tryToCancelRequest(shared_from_this()); });
 }
 

@@ -120,15 +120,18 @@ class Request : public std::enable_shared_from_this<Request> {
     std::atomic<bool> payloadLogging{true};
     std::atomic<std::uint16_t> requestId{0};
     tl::optional<TimingData> timingData;
-    // Engine thread: the id of the run that the engine is at. The owner may have begun another one since.
-    std::uint16_t activeRun = 0;
     // Engine thread: the present attempt's proxy came from remainingProxies.
     bool proxyIsFromList = false;
     // libcurl writes its error text here (`CURLOPT_ERRORBUFFER`) until the transfer is handed over.
     std::array<char, 256> errorBuffer{};
     // A cancellation may come when the engine has no transfer to remove: before a queued set-up, or after the
-    // completion was handed over. Whoever comes next sees this mark and stops.
-    std::atomic<bool> cancelled{false};
+    // completion was handed over. Whoever comes next sees that its run is cancelled, and stops. Runs are counted, since
+    // the owner may have begun another one meanwhile.
+    bool isCancelled(std::uint32_t run) const { return run < firstWantedRun; }
+    std::atomic<std::uint32_t> lastRun{0};
+    std::atomic<std::uint32_t> firstWantedRun{0};
+    // Engine thread: the run that the engine is at.
+    std::uint32_t activeRun = 0;
 };
 
 }  // namespace kel::http

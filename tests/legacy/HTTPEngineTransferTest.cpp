@@ -88,6 +88,36 @@ TEST_F(HTTPEngineTransferTest, RequestThatIsCancelledBeforeItsCompletionRunsHear
     EXPECT_THAT(request->outcome.events(), IsEmpty());
 }
 
+TEST_F(HTTPEngineTransferTest, RequestThatIsRunAgainBeforeItsCompletionRunsHearsOfTheNewRunOnly) {
+    queue.runNext();
+    server.enqueue(Reply(200));
+    const auto request = run(get());
+    const TaskQueue::Task stale = queue.take();
+    request->tryToCancelRequest();
+    server.enqueue(Reply(404));
+    request->runRequest();
+    stale.run();
+    EXPECT_THAT(request->outcome.events(), IsEmpty());
+    queue.runNext();
+    EXPECT_THAT(request->outcome.events(), ElementsAre("failure 6: HTTP code=404"));
+    EXPECT_EQ(queue.size(), 0U);
+}
+
+TEST_F(HTTPEngineTransferTest, RequestThatCanNotBeSetUpIsRunAgainLikewise) {
+    queue.runNext();
+    RequestConfig config = get();
+    config.headers["X-Broken"] = "two\r\nlines";
+    const auto request = run(config);
+    const TaskQueue::Task stale = queue.take();
+    request->tryToCancelRequest();
+    request->runRequest();
+    stale.run();
+    EXPECT_THAT(request->outcome.events(), IsEmpty());
+    queue.runNext();
+    EXPECT_THAT(request->outcome.events(), ElementsAre(testing::StartsWith("failure 2: ")));
+    EXPECT_EQ(queue.size(), 0U);
+}
+
 TEST_F(HTTPEngineTransferTest, CompletionMayOutliveTheEngine) {
     queue.runNext();
     server.enqueue(Reply(200));
