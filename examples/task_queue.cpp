@@ -1,10 +1,16 @@
 // SPDX-License-Identifier: MIT
 // Fetches one URL in an older program: it has a task queue of its own and derives its requests from the engine's.
+#include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdio>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
 
 #include "Executor.h"
 #include "kel-http/curl/Request.h"
@@ -66,7 +72,7 @@ class Fetch : public kel::http::Request {
 
     // The main thread, through its queue.
     void notifyDataEnd() override {
-        std::printf("status %ld, %zu bytes\n", static_cast<long>(getResponseCode()), bytes_);
+        std::printf("status %u, %zu bytes\n", getResponseCode(), bytes_);
         finish(0);
     }
     void notifyFailure(kel::http::Failure /*failure*/, std::string_view text) override {

@@ -64,10 +64,10 @@ class Client {
     // What has the name `path` is replaced, be it a symbolic link or a device.
     // The body is written to a sibling, `path` + ".downloading-" and eight characters, which is renamed onto `path`
     // once it is complete: `path` is the old file or the whole new one. With config.resume the body is appended to
-    // `path` itself. `progress_cb` is called about once a second, and at the end; never after the outcome. A total of 0
-    // means unknown.
+    // `path` itself: one download at a time. `progress_cb` is called about once a second, and whenever a body is
+    // complete, that of a followed redirect included; never after the outcome.
     // Errors:    what can not be written ends in ClientFailure::WriteFailed; what the server can not resume in
-    //            RangeError.
+    //            RangeError; resuming what is no file in Other.
     virtual RequestId start_download(const RequestConfig& config, const std::string& path, const LogFilter& filter,
                                      const ResponseCallback& response_cb, const ErrorCallback& error_cb,
                                      const ProgressCallback& progress_cb) = 0;

@@ -14,11 +14,13 @@ struct ProgressData {
     // The peer, "address:port"; empty while it is not known.
     std::string remote_address;
 
-    // The size of the body in bytes; 0: not known. Counts beyond 4 GiB wrap around.
+    // The size of the body in bytes, 0 when it is not known. Counts beyond 4 GiB wrap around.
+    //
+    // Of a resumed download both counts include what was there before, so that `total` is less than `received` when the
+    // size is not known. Reports of a complete body, with `received` equal to `total`, count the new bytes only.
     std::uint32_t total;
 
-    // Bytes received so far. While a resumed download runs, `total` and `received` include what was there before; its
-    // last report, when both are equal, counts the new bytes only.
+    // Bytes received so far.
     std::uint32_t received;
 };
 

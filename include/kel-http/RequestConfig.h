@@ -178,7 +178,8 @@ struct RequestConfig {
     // Collect ResponseData::timing_data. Default: false.
     bool timing_data;
 
-    // Download: go on where the file at the target path ends. Default: false.
+    // Download: go on where the file at the target path ends. For GET only: with other methods libcurl skips as much of
+    // the request's own body. Default: false.
     bool resume;
 
     // Download: keep the partial file of a transfer that did not end well. Default: false.

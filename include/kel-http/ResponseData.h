@@ -24,7 +24,8 @@ struct ResponseData {
     // are those of the first answer.
     HeaderMap headers;
 
-    // The body; empty for a download, whose body is the file.
+    // The body. For a download, whose body is the file, its checksum when ClientOptions::download_digest asks for one,
+    // else empty.
     std::string body;
 
     // With RequestConfig::caller_handles_redirects the target of a redirect; otherwise the URL that answered in the

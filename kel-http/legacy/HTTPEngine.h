@@ -10,8 +10,8 @@
 #include "kel-http/curl/Engine.h"
 
 // The engine for older programs, which have an `Executor` and derive their own kel::http::Request instead of using a
-// client. It is the process's one engine in every respect. What differs: completions run on the executor, and the
-// deployment's proxy is known from the start, though switched off.
+// client. It is the process's one engine in every respect. What differs: completions run on the executor, and a first
+// task there tells the engine the deployment's proxy, though switched off.
 //
 // Threads: construction and destruction on any thread but the engine's. The final hooks of requests, notifyDataEnd() and
 //          notifyFailure(), run as tasks of the executor; all other hooks on the engine thread.
@@ -25,7 +25,7 @@ class HTTPEngine : public kel::http::Engine {
     // log. What post() throws is passed on; there is no engine then.
     HTTPEngine(const std::string& name, Executor& executor);
 
-    // Ends the engine thread. Waits for a set_http_proxy() that the executor is just running.
+    // Ends the engine thread. Waits for the task "InitializeProxy" if the executor is just running it.
     ~HTTPEngine() override;
 
     // Tells the engine the deployment's proxy, "http://HOST:80" without user and password, in mode Off: transfers go
