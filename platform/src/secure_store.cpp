@@ -35,7 +35,7 @@ bool read_file(const std::string& path, unsigned int limit, Der& der) {
     if (size <= 0 || size > static_cast<std::streamoff>(limit)) return false;
     der.resize(static_cast<std::size_t>(size));
     file.seekg(0);
-    file.read(reinterpret_cast<char*>(der.data()), size);
+    file.read(reinterpret_cast<char*>(der.data()), static_cast<std::streamsize>(size));
     return file.good();
 }
 
