@@ -4,6 +4,8 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <limits>
 #include <system_error>
 #include <utility>
 
@@ -60,14 +62,25 @@ void Download::start(Client& client, const LogListener& log, unsigned int reques
     id_ = client.start_download(
         config_, part_.path(), {}, [this](Client::RequestId, const ResponseData& data) { take(data); },
         [this](Client::RequestId, const ErrorData& data) { take(data); },
-        [](Client::RequestId, const ProgressData&) {});
+        [this](Client::RequestId, const ProgressData& data) { take(data); });
+    bar_.update(part_.size_before(), 0);
 }
 
-// The file tells what is there to the byte, beyond 4 GiB as well.
 const ProgressBar& Download::progress() {
     const HeardTransfer answer = heard();
-    if (answer.is_success() || !answer.is_known()) bar_.update(part_.size(), answer.total().value_or(0));
+    if (answer.is_success()) bar_.update(received(), answer.total().value_or(0));
     return bar_;
+}
+
+// The file tells it to the byte and beyond 4 GiB, where reports begin anew. Reports know what has not been written yet.
+std::uint64_t Download::received() const {
+    const std::uint64_t size = part_.size();
+    return size < std::numeric_limits<std::uint32_t>::max() ? std::max<std::uint64_t>(size, reported_) : size;
+}
+
+void Download::take(const ProgressData& report) {
+    // The last report of a resumed download leaves out what was there before.
+    if (report.total != report.received || result_.resumed_from == 0) reported_ = report.received;
 }
 
 void Download::take(const ResponseData& response) {

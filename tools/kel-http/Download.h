@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -45,6 +46,8 @@ class Download {
 
  private:
     HeardTransfer heard() const { return log_->transfers().about(request_); }
+    std::uint64_t received() const;
+    void take(const ProgressData& report);
     void take(const ResponseData& response);
     void take(const ErrorData& error);
     void judge_write_error(const std::string& message);
@@ -60,6 +63,7 @@ class Download {
     const LogListener* log_ = nullptr;
     unsigned int request_ = 0;
     Client::RequestId id_ = NoRequestId;
+    std::uint32_t reported_ = 0;
     std::optional<FileChecksum> checksum_;  // while it is computed
     bool has_ended_ = false;
     DownloadResult result_;
