@@ -80,6 +80,33 @@ INSTANTIATE_TEST_SUITE_P(Memory, ToolMistakeTest,
                                                  "'eat' is not one of none|read|write"},
                                          Mistake{{"get", Url, "--cookies", "none", "--temp-dir", "x"}, "--temp-dir"}));
 
+constexpr const char* Sum = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
+
+INSTANTIATE_TEST_SUITE_P(
+    Downloads, ToolMistakeTest,
+    testing::Values(Mistake{{"download"}, "URL is required"}, Mistake{{"download", ""}, "is empty"},
+                    Mistake{{"download", Url}, "names no file: give a PATH"},
+                    Mistake{{"download", Url, "a", "b"}, "'b' follows another PATH"},
+                    Mistake{{"download", Url, "a", Url, "a"}, "two downloads would be written to 'a'"},
+                    Mistake{{"download", Url, "a", "-d", "x"}, "download sends no body"},
+                    Mistake{{"download", Url, "a", "--upload", "x"}, "download sends no body"},
+                    Mistake{{"download", Url, "-o", "a"}, "leave out -o"},
+                    Mistake{{"download", Url, "a", "-i"}, "leave out -i"},
+                    Mistake{{"download", Url, "a", "--limit-rate", "0"}, "1 to 4294967295"},
+                    Mistake{{"get", Url, "--resume"}, "--resume goes with download"},
+                    Mistake{{"get", Url, "--keep-partial"}, "--keep-partial goes with download"},
+                    Mistake{{"get", Url, "--sha256"}, "--sha256 goes with download"}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Checksums, ToolMistakeTest,
+    testing::Values(Mistake{{"download", Url, "a", "--sha256", "abc"}, "'abc' is no checksum"},
+                    Mistake{{"download", Url, "a", std::string("--sha256=x") + Sum}, "is no checksum"},
+                    Mistake{{"download", Url, "--sha256", std::string(Sum) + "0"}, "is no checksum"},
+                    Mistake{{"download", Url, "--sha256", 'g' + std::string(Sum).substr(1)}, "is no checksum"},
+                    Mistake{{"download", Url, "a", "--sha256="}, "'' is no checksum"},
+                    Mistake{{"download", Url, "a", "--sha256", ""}, "is empty"},
+                    Mistake{{"download", Url, "a", Url, "b", "--sha256", Sum}, "goes with one URL"}));
+
 INSTANTIATE_TEST_SUITE_P(Units, ToolMistakeTest,
                          testing::Values(Mistake{{"get", Url, "--timeout", "5x"}, "5x"},
                                          Mistake{{"get", Url, "--timeout", ""}, "duration"},
@@ -94,11 +121,13 @@ TEST(ToolUsageTest, HelpListsCommandsOptionsExitCodesAndExamples) {
     const ToolResult result = runTool({"--help"});
     EXPECT_EQ(result.exit_code, 0);
     EXPECT_EQ(result.err, "");
-    for (const char* const text : {"Usage:", "Commands:", "Exit codes:", "Examples:", "--data-file", "--limit-rate"}) {
+    for (const char* const text : {"Usage:", "Commands:", "Exit codes:", "Examples:", "--data-file", "--limit-rate",
+                                   "Download:", "--sha256 [EXPECTED]"}) {
         EXPECT_THAT(result.out, HasSubstr(text));
     }
     EXPECT_EQ(runTool({"post", "-h"}).out, result.out);
     EXPECT_EQ(runTool({"get", Url, "--help"}).out, result.out);
+    EXPECT_EQ(runTool({"download", "--help"}).out, result.out);
 }
 
 TEST(ToolUsageTest, VersionIsThatOfTheLibrary) {

@@ -108,7 +108,7 @@ void Download::take(const ErrorData& error) {
         judge_write_error(result_.message);
     } else if (error.failure == ClientFailure::RangeError) {
         result_.message =
-            fmt::format("the server can not go on after {} bytes: {}", part_.size_before(), error.message);
+            fmt::format("the server can not go on after {} bytes: {}", part_.size_before(), result_.message);
         result_.advice.emplace_back(start_anew);
     } else if (const auto hint = log_->secrets().conceal(advice(error, answer.trouble, options_)); !hint.empty()) {
         result_.advice.push_back(hint);
@@ -123,7 +123,9 @@ void Download::judge_write_error(const std::string& message) {
         return;
     }
     result_.code = LocalFileError;
-    result_.message = fmt::format("{}: '{}'", message, part_.path());
+    // At the end of a file all that the library has to say is its name.
+    const std::string action = message == part_.path() ? "can not write" : message + ":";
+    result_.message = fmt::format("{} '{}'", action, part_.path());
     if (reason != 0) result_.message += ": " + std::generic_category().message(reason);
     if (const std::string hint = advice_on_file(reason); !hint.empty()) result_.advice.push_back(hint);
 }
@@ -181,7 +183,7 @@ void Download::end(bool keep_part) {
     const HeardTransfer answer = heard();
     // Pages that explain an error are no part of the file.
     if (answer.is_known() && !answer.is_success()) part_.restore();
-    result_.bytes = part_.size();
+    result_.bytes = part_.is_in_place() ? part_.size() : 0;
     if (result_.bytes == 0) return;
     const std::string amount = bytes_text(result_.bytes);
     if (keep_part) {

@@ -23,6 +23,8 @@ class PartFile {
     const std::string& path() const { return path_; }
     int descriptor() const { return descriptor_; }
 
+    // Whether its name still is its own: somebody may have removed it, or the folder.
+    bool is_in_place() const;
     std::uint64_t size() const;
     // What an earlier run has left in it.
     std::uint64_t size_before() const { return size_before_; }
@@ -40,7 +42,6 @@ class PartFile {
 
  private:
     bool open_and_lock();
-    bool is_in_place() const;
     int append_and_restore() const;
 
     const std::string target_;
