@@ -8,16 +8,18 @@ namespace {
 
 constexpr auto usage = R"(
 Usage: kel-http COMMAND URL [OPTIONS]
-       Without a scheme, http:// is assumed.
+       kel-http download URL [PATH] [URL [PATH]]... [OPTIONS]
+       Without a scheme, http:// is assumed; for further URLs of download it is needed.
 )";
 
 constexpr auto epilogue = R"(
 Exit codes:
   0    the server answered with a status below 400
   1    the command line is wrong
-  2    the server answered with a status of 400 or more
+  2    the server answered with a status of 400 or more; to download: with none of 200 to 299
   3    no answer: not reached, timed out, too large, broken off ...
   4    a local file could not be read or written
+  5    the downloaded file has another checksum than --sha256 expects
   130  interrupted by Ctrl-C
 
 Examples:
@@ -33,6 +35,9 @@ Examples:
   kel-http get https://device.example/ --ca-file ca.pem --cert me.pem --key me.key
   kel-http get http://host/status --proxy http://a:3128 --proxy http://b:3128 -v
   kel-http get http://host/login --cookies write --temp-dir ~/cookies
+  kel-http download http://host/image.bin --sha256 "$(cut -d' ' -f1 image.bin.sha256)"
+  kel-http download http://host/image.bin /srv/image.bin --resume --limit-rate 500K
+  kel-http download http://host/a.bin http://host/b.bin --json
 )";
 
 // "-H, --header 'NAME: VALUE'", with room left for a short name that is not there.
