@@ -35,7 +35,7 @@ Examples:
   kel-http get https://device.example/ --ca-file ca.pem --cert me.pem --key me.key
   kel-http get http://host/status --proxy http://a:3128 --proxy http://b:3128 -v
   kel-http get http://host/login --cookies write --temp-dir ~/cookies
-  kel-http download http://host/image.bin --sha256 "$(cut -d' ' -f1 image.bin.sha256)"
+  kel-http download http://host/image.bin --sha256 "$SUM"
   kel-http download http://host/image.bin /srv/image.bin --resume --limit-rate 500K
   kel-http download http://host/a.bin http://host/b.bin --json
 )";
