@@ -81,7 +81,8 @@ void Engine::addNewRequestWithProxies(RequestPtr request, std::list<std::string>
 // Part of the same run, which may be cancelled, and another one begun, before the engine comes to it.
 void Engine::addNewRequestNextProxy(RequestPtr request) {
     writeLine(*logger, log_level::detail, "({}) Engine::{}", request->id(), "addNewRequestNextProxy");
-    enqueue([this, run = request->activeRun, owned = std::move(request)] {
+    const std::uint32_t run = request->activeRun;
+    enqueue([this, run, owned = std::move(request)] {
         owned->activeRun = run;
         addRequest(owned);
     });
