@@ -35,11 +35,15 @@ AnswerVerdict verdict_on_whole(int status, const HeardTransfer& heard, const Par
 
 }  // namespace
 
+std::string refusal(int status) {
+    return fmt::format("the server answered with status {}, nothing is saved", status);
+}
+
 AnswerVerdict verdict_on(int status, const HeardTransfer& heard, const PartSizes& sizes) {
     if (status == 206) return verdict_on_part(heard, sizes);
     if (status == 416 && sizes.before > 0) return verdict_on_no_more(heard, sizes);
     if (status >= 200 && status < 300) return verdict_on_whole(status, heard, sizes);
-    return {StatusError, fmt::format("the server answered with status {}, nothing is saved", status)};
+    return {StatusError, refusal(status)};
 }
 
 }  // namespace kel::http::tool

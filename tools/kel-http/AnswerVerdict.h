@@ -22,6 +22,9 @@ struct AnswerVerdict {
     bool starts_anew_helps = false;  // what is there is of no use: another file, or another server
 };
 
+// What is told of an answer that brings no file.
+std::string refusal(int status);
+
 // Judges an answer that has come to its end without a failure.
 AnswerVerdict verdict_on(int status, const HeardTransfer& heard, const PartSizes& sizes);
 

@@ -90,7 +90,7 @@ void Download::take(const ResponseData& response) {
     result_.code = verdict.code;
     result_.message = verdict.message;
     if (verdict.starts_anew_helps) result_.advice.emplace_back(start_anew);
-    if (verdict.code != Success) return end(options_.download.resume || options_.download.keep_partial);
+    if (verdict.code != Success) return end(keeps_part());
     if (!options_.download.show_sha256) return place();
     checksum_.emplace(part_.descriptor(), part_.path());
 }
@@ -103,17 +103,23 @@ void Download::take(const ErrorData& error) {
     result_.message = log_->secrets().conceal(error.message);
     if (is_refusal(error, answer)) {
         result_.code = StatusError;
-        result_.message = fmt::format("the server answered with status {}, nothing is saved", answer.status);
-    } else if (error.failure == ClientFailure::WriteFailed) {
-        judge_write_error(result_.message);
-    } else if (error.failure == ClientFailure::RangeError) {
+        result_.message = refusal(answer.status);
+    } else {
+        explain_failure(error, answer);
+    }
+    end(keeps_part());
+}
+
+void Download::explain_failure(const ErrorData& error, const HeardTransfer& answer) {
+    if (error.failure == ClientFailure::WriteFailed) return judge_write_error(result_.message);
+    if (error.failure == ClientFailure::RangeError) {
         result_.message =
             fmt::format("the server can not go on after {} bytes: {}", part_.size_before(), result_.message);
         result_.advice.emplace_back(start_anew);
-    } else if (const auto hint = log_->secrets().conceal(advice(error, answer.trouble, options_)); !hint.empty()) {
-        result_.advice.push_back(hint);
+        return;
     }
-    end(options_.download.resume || options_.download.keep_partial);
+    const std::string hint = log_->secrets().conceal(advice(error, answer.trouble, options_));
+    if (!hint.empty()) result_.advice.push_back(hint);
 }
 
 void Download::judge_write_error(const std::string& message) {

@@ -46,10 +46,12 @@ class Download {
 
  private:
     HeardTransfer heard() const { return log_->transfers().about(request_); }
+    bool keeps_part() const { return options_.download.resume || options_.download.keep_partial; }
     std::uint64_t received() const;
     void take(const ProgressData& report);
     void take(const ResponseData& response);
     void take(const ErrorData& error);
+    void explain_failure(const ErrorData& error, const HeardTransfer& answer);
     void judge_write_error(const std::string& message);
     void place();
     void end_here(const ToolError& error);

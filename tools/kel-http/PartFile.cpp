@@ -19,6 +19,8 @@
 namespace kel::http::tool {
 namespace {
 
+constexpr int most_attempts = 10;
+
 [[noreturn]] void fail(const std::string& path, int error) {
     const std::string advice = advice_on_file(error);
     throw ToolError(LocalFileError,
@@ -75,7 +77,9 @@ PartFile::PartFile(const std::string& target) : target_(target), path_(part_path
     check_plain_target(target);
     check_target(target);
     is_new_ = !status_of(path_);
-    while (!open_and_lock()) continue;
+    for (int attempts = 1; !open_and_lock(); ++attempts) {
+        if (attempts == most_attempts) fail(path_, EBUSY);
+    }
     size_before_ = size();
 }
 
