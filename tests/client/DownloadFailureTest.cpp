@@ -3,6 +3,7 @@
 
 #include "client/DownloadTest.h"
 #include "fixture/LogCapture.h"
+#include "support/OpenDescriptors.h"
 
 namespace kel::http::test {
 namespace {
@@ -92,6 +93,27 @@ TEST_F(DownloadFailureTest, AFileOfExactlyTheLimitArrives) {
     server.enqueue(Reply(200).body("1234567890"));
     EXPECT_EQ(response(config).status, 200);
     EXPECT_EQ(content(), "1234567890");
+}
+
+// However a download ends, its file is closed then.
+TEST_F(DownloadFailureTest, NoDownloadLeavesItsFileOpen) {
+    const OpenDescriptors before;
+    server.enqueue(Reply(200).body("bytes"));
+    response(get());
+    server.enqueue(Reply(200).body("bytes").closeInsideBody());
+    error(get());
+    server.enqueue(Reply(206).header("Content-Range", "bytes 5-9/10").body("bytes").closeInsideBody());
+    error(resuming());
+    RequestConfig limited = keeping();
+    limited.size_limit = 3U;
+    server.enqueue(Reply(200).chunked().body("bytes"));
+    error(limited);
+    server.enqueue(Reply(200).body("half").stallBeforeEnd());
+    const Client::RequestId cancelled = startDownload(get());
+    recorder.awaitProgress(cancelled);
+    cancel(cancelled);
+    drain();
+    EXPECT_THAT(before.opened(), testing::Not(testing::Contains(testing::HasSubstr(directory.path()))));
 }
 
 }  // namespace

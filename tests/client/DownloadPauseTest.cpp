@@ -3,21 +3,57 @@
 
 #include "client/Arrivals.h"
 #include "client/DownloadTest.h"
+#include "fixture/TestDevice.h"
+#include "support/NginxServer.h"
 
 namespace kel::http::test {
 namespace {
 
-enum class Pieces { large, small };
-
 // A hundred pauses during one download; each is shown to hold the bytes back.
-class DownloadPauseTest : public DownloadTest, public testing::WithParamInterface<std::tuple<Pieces, bool>> {
+class HundredPausesTest : public DownloadTest {
  protected:
-    DownloadPauseTest() {
+    HundredPausesTest() {
         useDigest([this] { return arrivals.digest(); });
     }
     // The engine's last piece is told to `arrivals`.
-    ~DownloadPauseTest() override { stopEngine(); }
+    ~HundredPausesTest() override { stopEngine(); }
 
+    // libcurl has bytes in its hands when each pause comes: it offers them again later, and they must not count twice.
+    Client::RequestId pauseBetweenPieces(const RequestConfig& config) {
+        arrivals.stopAt(1);
+        const Client::RequestId id = startDownload(config);
+        for (std::size_t times = 1; times <= pauses; ++times) {
+            arrivals.awaitStop();
+            const std::size_t arrived = arrivals.bytes();
+            pause(id);
+            if (times < pauses) arrivals.stopAt(arrived + step_size / 2);
+            arrivals.goOn();
+            drain();
+            EXPECT_EQ(arrivals.bytes(), arrived);
+            resume(id);
+        }
+        return id;
+    }
+
+    void expectWhole(Client::RequestId id, bool is_resumed) {
+        const ResponseData data = responseOf(id);
+        EXPECT_EQ(data.status, 200);
+        EXPECT_EQ(sha256OfFile(target), sum);
+        EXPECT_EQ(data.body, is_resumed ? "" : sum);
+        EXPECT_EQ(arrivals.bytes(), whole.size());
+    }
+
+    static constexpr std::size_t pauses = 100;
+    static constexpr std::size_t step_size = 50000;
+    const std::string whole = pattern((pauses + 1) * step_size);
+    const std::string sum = sha256Of(whole);
+    Arrivals arrivals;
+};
+
+enum class Pieces { large, small };
+
+class DownloadPauseTest : public HundredPausesTest, public testing::WithParamInterface<std::tuple<Pieces, bool>> {
+ protected:
     static Pieces pieces() { return std::get<0>(GetParam()); }
     static bool resumes() { return std::get<1>(GetParam()); }
 
@@ -37,21 +73,8 @@ class DownloadPauseTest : public DownloadTest, public testing::WithParamInterfac
         return reply;
     }
 
-    void expectWhole(Client::RequestId id) {
-        const ResponseData data = responseOf(id);
-        EXPECT_EQ(data.status, 200);
-        EXPECT_EQ(sha256OfFile(target), sum);
-        EXPECT_EQ(data.body, resumes() ? "" : sum);
-        EXPECT_EQ(arrivals.bytes(), whole.size());
-    }
-
-    static constexpr std::size_t pauses = 100;
-    static constexpr std::size_t step_size = 50000;
     // libcurl hands each chunk over by itself.
     static constexpr std::size_t small_piece = 500;
-    const std::string whole = pattern((pauses + 1) * step_size);
-    const std::string sum = sha256Of(whole);
-    Arrivals arrivals;
 };
 
 TEST_P(DownloadPauseTest, EachHoldsBackWhatTheServerSends) {
@@ -67,26 +90,13 @@ TEST_P(DownloadPauseTest, EachHoldsBackWhatTheServerSends) {
         ASSERT_EQ(arrivals.bytes(), arrived);
         resume(id);
     }
-    expectWhole(id);
+    expectWhole(id, resumes());
 }
 
-// libcurl has bytes in its hands when the pause comes: it offers them again later, and they must not count twice.
 TEST_P(DownloadPauseTest, EachComesBetweenTwoPiecesThatAreThere) {
     server.enqueue(steps());
     server.release(pauses);
-    arrivals.stopAt(1);
-    const Client::RequestId id = startDownload(config());
-    for (std::size_t times = 0; times < pauses; ++times) {
-        arrivals.awaitStop();
-        const std::size_t arrived = arrivals.bytes();
-        pause(id);
-        if (times + 1 < pauses) arrivals.stopAt(arrived + step_size / 2);
-        arrivals.goOn();
-        drain();
-        ASSERT_EQ(arrivals.bytes(), arrived);
-        resume(id);
-    }
-    expectWhole(id);
+    expectWhole(pauseBetweenPieces(config()), resumes());
 }
 
 INSTANTIATE_TEST_SUITE_P(Downloads, DownloadPauseTest,
@@ -95,6 +105,30 @@ INSTANTIATE_TEST_SUITE_P(Downloads, DownloadPauseTest,
                              return std::string(std::get<0>(tested.param) == Pieces::large ? "Large" : "Small") +
                                     (std::get<1>(tested.param) ? "Resumed" : "");
                          });
+
+class DownloadPauseOverTlsTest : public HundredPausesTest, public testing::WithParamInterface<bool> {
+ protected:
+    static NginxServer::Options options() {
+        NginxServer::Options options;
+        options.tls = true;
+        options.http2 = GetParam();
+        return options;
+    }
+
+    const TestHost host{withTestDevice};
+    NginxServer nginx{options()};
+};
+
+TEST_P(DownloadPauseOverTlsTest, EachComesBetweenTwoPiecesThatAreThere) {
+    nginx.writeFile("f", whole);
+    RequestConfig config;
+    config.url = nginx.tlsUrl("/f");
+    config.tls_verify = false;
+    expectWhole(pauseBetweenPieces(config), false);
+}
+
+INSTANTIATE_TEST_SUITE_P(Protocols, DownloadPauseOverTlsTest, testing::Bool(),
+                         [](const auto& http2) { return http2.param ? "Http2" : "Http1"; });
 
 }  // namespace
 }  // namespace kel::http::test
