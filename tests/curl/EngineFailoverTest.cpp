@@ -222,9 +222,11 @@ class EngineFailoverRunTest : public EngineFailoverTest {
     void runAgainAt(const std::string& moment) {
         const auto request = EngineTest::request(getThrough({closedUrl(closed), good.url()}));
         std::atomic<int> runs{1};
+        std::atomic<int> transfers{0};
         const TestHost host([&](ko::host::Settings& settings) {
             settings.log_levels = {{"HttpClient", 8}};
             settings.log_sink = [&](const ko::host::LogLine& line) {
+                if (line.text.find("HTTP: Outgoing") != std::string_view::npos) ++transfers;
                 if (line.text.find(moment) == std::string_view::npos || runs == 2) return;
                 runs = 2;
                 request->tryToCancelRequest();
@@ -236,6 +238,7 @@ class EngineFailoverRunTest : public EngineFailoverTest {
         drain();
         drain();
         EXPECT_EQ(runs, 2);
+        EXPECT_EQ(transfers, 2);
         EXPECT_THAT(request->outcome.events(), ElementsAre("end"));
         EXPECT_THAT(target.requests(), SizeIs(1));
         EXPECT_EQ(request.use_count(), 1);
