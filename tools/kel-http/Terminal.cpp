@@ -11,7 +11,7 @@ namespace kel::http::tool {
 
 bool is_terminal_for_bars() {
     const char* const kind = std::getenv("TERM");
-    return isatty(STDERR_FILENO) == 1 && kind != nullptr && *kind != '\0' && std::string_view(kind) != "dumb";
+    return isatty(STDERR_FILENO) == 1 && (kind == nullptr || std::string_view(kind) != "dumb");
 }
 
 TerminalSize terminal_size() {
