@@ -19,6 +19,13 @@ namespace fs = std::filesystem;
 using std::chrono::nanoseconds;
 using std::chrono::steady_clock;
 
+// Sanitizers make each process slow, and have nothing to say about one that is killed.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr unsigned Kills = 30;
+#else
+constexpr unsigned Kills = 200;
+#endif
+
 std::string pattern(std::size_t size, unsigned row) {
     std::string bytes(size, '\0');
     for (std::size_t n = 0; n < size; ++n) bytes[n] = static_cast<char>((n * 7 + n / row) & 0xFFU);
@@ -84,7 +91,7 @@ class DownloadKillTest : public testing::Test {
     const unsigned seed_ = std::random_device()();
     std::mt19937 random_{seed_};
     const std::string old_ = pattern(700000, 251);
-    const std::string whole_ = pattern(3 << 20, 241);
+    const std::string whole_ = pattern(2 << 20, 241);
     NginxServer nginx_;
     const TemporaryDirectory directory_;
     const TemporaryDirectory logs_;
@@ -100,7 +107,8 @@ TEST_F(DownloadKillTest, TheTargetIsTheOldFileOrTheWholeNewOne) {
     ASSERT_TRUE(readWholeFile(target_) == whole_);
 
     unsigned replaced = 0;
-    while (killed_ < 200) {
+    // Until some were killed inside the file, and some behind it.
+    while (killed_ < Kills || replaced == 0 || parts_ == 0) {
         putOldFile();
         runAndKill({});
         const std::string bytes = readWholeFile(target_);
@@ -109,8 +117,6 @@ TEST_F(DownloadKillTest, TheTargetIsTheOldFileOrTheWholeNewOne) {
         checkAndRemoveParts();
     }
     std::cout << replaced << " replaced, " << parts_ << " parts\n";
-    EXPECT_GT(replaced, 0U);
-    EXPECT_GT(parts_, 0U);
 }
 
 TEST_F(DownloadKillTest, AResumedTargetIsABeginOfTheWholeFileAndEndsAsThat) {
@@ -120,7 +126,7 @@ TEST_F(DownloadKillTest, AResumedTargetIsABeginOfTheWholeFileAndEndsAsThat) {
     unsigned begun = 0;
     unsigned completed = 0;
     bool was_complete = true;
-    while (killed_ < 100) {
+    while (killed_ < Kills / 2 || completed == 0 || begun == 0) {
         runAndKill({"resume"});
         EXPECT_LE(directory_.names().size(), 1U);
         const std::string bytes = fs::exists(target_) ? readWholeFile(target_) : std::string();
@@ -133,8 +139,6 @@ TEST_F(DownloadKillTest, AResumedTargetIsABeginOfTheWholeFileAndEndsAsThat) {
         was_complete = is_complete && !was_complete;
     }
     std::cout << completed << " completed, " << begun << " begun\n";
-    EXPECT_GT(completed, 0U);
-    EXPECT_GT(begun, 0U);
 
     run(Deadline, {"resume"});
     EXPECT_TRUE(readWholeFile(target_) == whole_);
