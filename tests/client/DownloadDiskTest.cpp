@@ -71,7 +71,7 @@ TEST_F(DownloadDiskTest, FullAtTheEndLeavesTheOldFileAndTheUnfinishedOne) {
     EXPECT_EQ(content(), "old");
 }
 
-TEST_F(DownloadDiskTest, FullInsideAResumedFileLeavesABeginThatIsGoneOnWith) {
+TEST_F(DownloadDiskTest, FullInsideAResumedFileLeavesABeginningThatIsGoneOnWith) {
     writeWholeFile(target, whole.substr(0, 1000));
     server.enqueue(rest(1000));
     {
@@ -86,7 +86,7 @@ TEST_F(DownloadDiskTest, FullInsideAResumedFileLeavesABeginThatIsGoneOnWith) {
     EXPECT_TRUE(content() == whole);
 }
 
-TEST_F(DownloadDiskTest, FullAtTheEndOfAResumedFileLeavesABegin) {
+TEST_F(DownloadDiskTest, FullAtTheEndOfAResumedFileLeavesABeginning) {
     writeWholeFile(target, whole.substr(0, 999900));
     server.enqueue(rest(999900));
     {

@@ -57,7 +57,7 @@ TEST_F(DownloadRealDiskTest, FullAtTheEndLeavesTheOldFileAndTheUnfinishedOne) {
                                    MatchesRegex("filler [0-9]+")));
 }
 
-TEST_F(DownloadRealDiskTest, FullInsideAResumedFileLeavesABegin) {
+TEST_F(DownloadRealDiskTest, FullInsideAResumedFileLeavesABeginning) {
     const auto lines =
         download(Reply(206).header("Content-Range", "bytes 3-999/1000000").body(std::string(999997, 'x')),
                  {"disk=size=65536", "old=old", "resume"});
@@ -65,7 +65,7 @@ TEST_F(DownloadRealDiskTest, FullInsideAResumedFileLeavesABegin) {
     EXPECT_THAT(lines, ElementsAre(Refused, "f 65536"));
 }
 
-TEST_F(DownloadRealDiskTest, FullAtTheEndOfAResumedFileLeavesABegin) {
+TEST_F(DownloadRealDiskTest, FullAtTheEndOfAResumedFileLeavesABeginning) {
     const std::string page(4096, 'o');
     const auto lines = download(Reply(206).header("Content-Range", "bytes 4096-4101/4102").body("little"),
                                 {"disk=size=65536", "old=" + page, "full", "resume"});

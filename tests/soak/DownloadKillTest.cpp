@@ -73,16 +73,16 @@ class DownloadKillTest : public testing::Test {
 
     void putOldFile() const { writeWholeFile(target_, old_); }
 
-    bool isBegin(const std::string& bytes) const {
+    bool isBeginning(const std::string& bytes) const {
         return bytes.size() <= whole_.size() && whole_.compare(0, bytes.size(), bytes) == 0;
     }
 
-    // What killed processes leave beside the target is the begin of the new file under a temporary name.
+    // What killed processes leave beside the target is the beginning of the new file under a temporary name.
     void checkAndRemoveParts() {
         for (const std::string& name : directory_.names()) {
             if (name == "f") continue;
             EXPECT_THAT(name, testing::MatchesRegex("f\\.downloading-[0123456789abdcef]{8}"));
-            EXPECT_TRUE(isBegin(readWholeFile(directory_.path(name)))) << name;
+            EXPECT_TRUE(isBeginning(readWholeFile(directory_.path(name)))) << name;
             fs::remove(directory_.path(name));
             ++parts_;
         }
@@ -119,7 +119,7 @@ TEST_F(DownloadKillTest, TheTargetIsTheOldFileOrTheWholeNewOne) {
     std::cout << replaced << " replaced, " << parts_ << " parts\n";
 }
 
-TEST_F(DownloadKillTest, AResumedTargetIsABeginOfTheWholeFileAndEndsAsThat) {
+TEST_F(DownloadKillTest, AResumedTargetIsABeginningOfTheWholeFileAndEndsAsThat) {
     measure({"resume"});
     ASSERT_TRUE(readWholeFile(target_) == whole_);
 
@@ -130,7 +130,7 @@ TEST_F(DownloadKillTest, AResumedTargetIsABeginOfTheWholeFileAndEndsAsThat) {
         runAndKill({"resume"});
         EXPECT_LE(directory_.names().size(), 1U);
         const std::string bytes = fs::exists(target_) ? readWholeFile(target_) : std::string();
-        ASSERT_TRUE(isBegin(bytes)) << "seed " << seed_ << ", " << bytes.size() << " bytes";
+        ASSERT_TRUE(isBeginning(bytes)) << "seed " << seed_ << ", " << bytes.size() << " bytes";
         const bool is_complete = bytes.size() == whole_.size();
         completed += is_complete ? 1U : 0U;
         begun += !is_complete && !bytes.empty() ? 1U : 0U;

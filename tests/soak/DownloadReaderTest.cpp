@@ -90,7 +90,7 @@ TEST_F(DownloadReaderTest, ATargetIsAlwaysTheOldFileOrTheWholeNewOne) {
     EXPECT_EQ(reader.bad(), 0U);
 }
 
-TEST_F(DownloadReaderTest, AResumedTargetIsAlwaysABeginOfTheWholeFile) {
+TEST_F(DownloadReaderTest, AResumedTargetIsAlwaysABeginningOfTheWholeFile) {
     const Reader reader(target_, [this](const std::string& bytes) {
         return bytes.size() <= files_[0].size() && files_[0].compare(0, bytes.size(), bytes) == 0;
     });
