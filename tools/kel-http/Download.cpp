@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <limits>
 #include <system_error>
-#include <utility>
 
 #include "AnswerVerdict.h"
 #include "ExplainFailure.h"
@@ -41,18 +40,14 @@ bool is_refusal(const ErrorData& error, const HeardTransfer& heard) {
 
 }  // namespace
 
-Download::Download(const Options& options, const DownloadTarget& target, std::string name)
-    : options_(options),
-      target_(target),
-      config_(request_for(options, target.url)),
-      part_(target.path),
-      bar_(std::move(name)) {
+Download::Download(const Options& options, const DownloadTarget& target)
+    : options_(options), target_(target), config_(request_for(options, target.url)), part_(target.path) {
     if (!options.size_limit || !options.download.resume || part_.size_before() <= *options.size_limit) return;
     throw ToolError(TransferError, fmt::format("'{}' is larger than --size-limit already, it has {} bytes",
                                                part_.path(), part_.size_before()));
 }
 
-void Download::start(Client& client, const LogListener& log, unsigned int request) {
+void Download::start(Client& client, const LogListener& log, unsigned int request, const std::string& name) {
     if (!options_.download.resume) part_.start_anew();
     result_.resumed_from = part_.size_before();
     // The library's limit is one for new bytes.
@@ -63,13 +58,14 @@ void Download::start(Client& client, const LogListener& log, unsigned int reques
         config_, part_.path(), {}, [this](Client::RequestId, const ResponseData& data) { take(data); },
         [this](Client::RequestId, const ErrorData& data) { take(data); },
         [this](Client::RequestId, const ProgressData& data) { take(data); });
-    bar_.update(part_.size_before(), 0);
+    bar_.emplace(name);
+    bar_->update(part_.size_before(), 0);
 }
 
 const ProgressBar& Download::progress() {
     const HeardTransfer answer = heard();
-    if (answer.is_success()) bar_.update(received(), answer.total().value_or(0));
-    return bar_;
+    if (answer.is_success()) bar_->update(received(), answer.total().value_or(0));
+    return *bar_;
 }
 
 // The file tells it to the byte and beyond 4 GiB, where reports begin anew. Reports know what has not been written yet.
@@ -161,7 +157,7 @@ void Download::place() {
         return end_here(error);
     }
     result_.file = stays ? part_.path() : target_.path;
-    bar_.update(result_.bytes, result_.bytes);
+    bar_->update(result_.bytes, result_.bytes);
     has_ended_ = true;
     if (!is_other_file) return;
     result_.code = ChecksumError;

@@ -20,14 +20,14 @@ namespace kel::http::tool {
 // Threads: that of the session, which runs the callbacks.
 class Download {
  public:
-    // Looks at the files; nothing that an earlier run has left is dropped yet. `name` is how progress calls it. The
-    // options have to stay.
+    // Looks at the files; nothing that an earlier run has left is dropped yet. The options have to stay.
     //
     // Errors: ToolError.
-    Download(const Options& options, const DownloadTarget& target, std::string name);
+    Download(const Options& options, const DownloadTarget& target);
 
-    // Sends the request, to which the engine has to give the number `request`. Callbacks come to this object.
-    void start(Client& client, const LogListener& log, unsigned int request);
+    // Sends the request, to which the engine has to give the number `request`. Callbacks come to this object. `name` is
+    // how progress calls it.
+    void start(Client& client, const LogListener& log, unsigned int request, const std::string& name);
 
     // Computes the checksum for a while, where there is one to compute. True: it is not done with that.
     bool compute();
@@ -42,7 +42,7 @@ class Download {
 
     // As it stands now, and as it was looked at last.
     const ProgressBar& progress();
-    const ProgressBar& last_progress() const { return bar_; }
+    const ProgressBar& last_progress() const { return *bar_; }
 
  private:
     HeardTransfer heard() const { return log_->transfers().about(request_); }
@@ -61,7 +61,7 @@ class Download {
     const DownloadTarget target_;
     RequestConfig config_;
     PartFile part_;
-    ProgressBar bar_;
+    std::optional<ProgressBar> bar_;  // from the start
     const LogListener* log_ = nullptr;
     unsigned int request_ = 0;
     Client::RequestId id_ = NoRequestId;

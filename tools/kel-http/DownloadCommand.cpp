@@ -10,9 +10,9 @@
 
 namespace kel::http::tool {
 
-DownloadCommand::DownloadCommand(const Options& options) : options_(options), display_(make_progress_display(options)) {
+DownloadCommand::DownloadCommand(const Options& options) : options_(options) {
     for (const DownloadTarget& target : options.download.targets) {
-        unreported_.push_back(&downloads_.emplace_back(options, target, display_->name_of(target.path)));
+        unreported_.push_back(&downloads_.emplace_back(options, target));
     }
 }
 
@@ -21,8 +21,7 @@ int DownloadCommand::run(const LogListener& log) {
     std::signal(SIGXFSZ, SIG_IGN);
     {
         Session session(options_);
-        unsigned int request = 0;
-        for (Download& download : downloads_) download.start(session.client(), log, ++request);
+        start(session.client(), log);
         serve_until_stopped(session);
         for (const Download& download : downloads_) download.cancel(session.client());
     }
@@ -31,6 +30,15 @@ int DownloadCommand::run(const LogListener& log) {
     }
     report_ended();
     return exit_code();
+}
+
+// Progress begins here: what was made ready before is nobody's waiting time.
+void DownloadCommand::start(Client& client, const LogListener& log) {
+    display_ = make_progress_display(options_);
+    unsigned int request = 0;
+    for (Download& download : downloads_) {
+        download.start(client, log, ++request, display_->name_of(download.target().path));
+    }
 }
 
 void DownloadCommand::serve_until_stopped(Session& session) {

@@ -25,6 +25,7 @@ class DownloadCommand {
     int run(const LogListener& log);
 
  private:
+    void start(Client& client, const LogListener& log);
     void serve_until_stopped(Session& session);
     bool is_running() const;
     bool compute();
@@ -34,7 +35,7 @@ class DownloadCommand {
     int exit_code() const;
 
     const Options& options_;
-    const std::unique_ptr<ProgressDisplay> display_;
+    std::unique_ptr<ProgressDisplay> display_;
     std::list<Download> downloads_;
     std::list<const Download*> unreported_;
 };
