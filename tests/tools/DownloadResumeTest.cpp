@@ -192,7 +192,7 @@ TEST_F(ToolResumeTest, APartFromAnotherPlaceIsRefused) {
 
 TEST_F(ToolResumeTest, ATimeOutKeepsWhatIsToBeKept) {
     const Reply stalling = Reply(200).body("first half").stallBeforeEnd();
-    const ToolResult result = download(stalling, {"--timeout", "300ms", "--keep-partial"});
+    const ToolResult result = download(stalling, {"--timeout", "2s", "--keep-partial"});
     EXPECT_EQ(result.exit_code, 3);
     EXPECT_THAT(result.err, HasSubstr("give it longer with --timeout"));
     EXPECT_THAT(directory.names(), ElementsAre("file.part"));

@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "DownloadToolTest.h"
 
-#include <poll.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <random>
 
-#include "support/Deadline.h"
+#include "AwaitFile.h"
 
 namespace kel::http::test {
 
@@ -19,14 +17,7 @@ std::string noise(std::size_t size) {
 }
 
 void awaitSize(const std::string& path, std::size_t bytes) {
-    // Watched before it is looked at: no write can come unnoticed in between.
-    const FileDescriptor watch = watchForWrites(path);
-    while (std::filesystem::file_size(path) < bytes) {
-        pollfd written{watch.get(), POLLIN, 0};
-        constexpr auto milliseconds = static_cast<int>(std::chrono::milliseconds(Deadline).count());
-        if (poll(&written, 1, milliseconds) == 0) throw DeadlineMissed(std::to_string(bytes) + " bytes in " + path);
-        forgetWrites(watch);
-    }
+    awaitFile(path, std::to_string(bytes) + " bytes", [&] { return std::filesystem::file_size(path) >= bytes; });
 }
 
 std::vector<std::string> DownloadToolTest::words(const std::vector<std::string>& options) const {

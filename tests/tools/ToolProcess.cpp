@@ -12,6 +12,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "AwaitFile.h"
 #include "support/Deadline.h"
 #include "support/FileDescriptor.h"
 #include "support/Files.h"
@@ -95,8 +96,9 @@ void ToolProcess::awaitOutputLines(std::size_t count) const {
     awaitLines(streams_.path("out"), count);
 }
 
-void ToolProcess::awaitErrorLines(std::size_t count) const {
-    awaitLines(streams_.path("err"), count);
+void ToolProcess::awaitErrorText(const std::string& text) const {
+    const std::string path = streams_.path("err");
+    awaitFile(path, '"' + text + '"', [&] { return readWholeFile(path).find(text) != std::string::npos; });
 }
 
 ToolResult ToolProcess::wait() {

@@ -38,9 +38,9 @@ class ToolProcess {
 
     void send(int signal) const;
 
-    // Waits for so many lines on standard output, or on standard error. Errors: DeadlineMissed.
+    // Wait for so many lines on standard output, and for a text on standard error. Errors: DeadlineMissed.
     void awaitOutputLines(std::size_t count) const;
-    void awaitErrorLines(std::size_t count) const;
+    void awaitErrorText(const std::string& text) const;
 
     // Waits for the end. Errors: DeadlineMissed.
     ToolResult wait();
