@@ -9,6 +9,8 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
 
 // Of "abc".
 constexpr const char* Sum = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
@@ -63,6 +65,39 @@ TEST_F(ToolChecksumTest, AnExpectedOneMayBeInCapitals) {
     EXPECT_EQ(result.out, line);
 }
 
+TEST_F(ToolChecksumTest, ALineOfSha256sumIsNeitherAChecksumNorAPath) {
+    const std::string sum = Sum;
+    for (const std::string& mistaken :
+         {sum + "  file", sum + " *folder/file", '\\' + sum + "  a\\nb", sum + '\r', sum + '\n', ' ' + sum,
+          "sha256:" + sum, sum + ":file", "SHA256 (folder/file) = " + sum, sum.substr(4) + "  file"}) {
+        const ToolResult result = run({"download", server.url("/file"), "--sha256", mistaken});
+        EXPECT_EQ(result.exit_code, 1) << mistaken;
+        EXPECT_THAT(result.err, HasSubstr("is no checksum: give its 64 hexadecimal digits")) << mistaken;
+        EXPECT_THAT(result.err, Not(HasSubstr("\r"))) << mistaken;
+    }
+    EXPECT_THAT(directory.names(), IsEmpty());
+    EXPECT_EQ(server.connectionCount(), 0U);
+}
+
+TEST_F(ToolChecksumTest, UrlsAndPathsWithAChecksumInThemAreWhatTheyAre) {
+    const std::string sum = Sum;
+    const std::string in_folder = sum + "  " + sum + '\n';
+    EXPECT_EQ(run({"download", "--sha256", server.url("/" + sum)}).out, in_folder);
+    EXPECT_EQ(run({"download", "--sha256", server.authority() + '/' + sum}).out, in_folder);
+    EXPECT_EQ(run({"download", server.url("/file"), "--sha256", "./sha256:" + sum}).out,
+              sum + "  ./sha256:" + sum + '\n');
+}
+
+TEST_F(ToolChecksumTest, IsAskedForOnce) {
+    for (const std::vector<std::string>& twice : std::vector<std::vector<std::string>>{
+             {"--sha256", SumOfNothing, "--sha256", Sum}, {"--sha256", SumOfNothing, "--sha256"}}) {
+        const ToolResult result = run(words(twice));
+        EXPECT_EQ(result.exit_code, 1);
+        EXPECT_THAT(result.err, HasSubstr("--sha256 goes once"));
+    }
+    EXPECT_EQ(server.connectionCount(), 0U);
+}
+
 TEST_F(ToolChecksumTest, AnotherFileReplacesNoOldOne) {
     writeWholeFile(target, "good");
     const ToolResult result = download(Reply(200).body("abc"), {"--sha256", SumOfNothing});
@@ -88,6 +123,13 @@ TEST_F(ToolChecksumTest, IsThatOfTheWholeFileAfterAResume) {
     writeWholeFile(part, "abc");
     const Reply complete = Reply(416).header("Content-Range", "bytes */3");
     EXPECT_EQ(download(complete, {"--resume", "--sha256", Sum}).out, line);
+}
+
+TEST_F(ToolChecksumTest, APartOfAnotherFileIsToBeDropped) {
+    writeWholeFile(part, "x");
+    const ToolResult result = download(rest("abc", 1), {"--resume", "--sha256", Sum});
+    EXPECT_EQ(result.exit_code, 5);
+    EXPECT_THAT(result.err, HasSubstr("start again without --resume"));
 }
 
 TEST_F(ToolChecksumTest, OfALargeFileIsRightToo) {

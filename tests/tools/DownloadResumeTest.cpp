@@ -167,7 +167,7 @@ TEST_F(ToolResumeTest, ARefusedRangeWithoutASizeDoesNotFit) {
     writeWholeFile(part, "first");
     const ToolResult result = download(Reply(416).body("what?"), {"--resume"});
     EXPECT_EQ(result.exit_code, 2);
-    EXPECT_THAT(result.err, HasSubstr("its file has another size"));
+    EXPECT_THAT(result.err, HasSubstr("(status 416): it does not tell how large its file is"));
     EXPECT_EQ(readWholeFile(part), "first");
 }
 
@@ -177,10 +177,22 @@ TEST_F(ToolResumeTest, APartOfAnotherFileIsNoCompletion) {
     const ToolResult result = download(other, {"--resume"});
     EXPECT_EQ(result.exit_code, 3);
     EXPECT_THAT(result.err, HasSubstr("the server's file has 1000 bytes, but 12 are here"));
-    EXPECT_THAT(directory.names(), ElementsAre("file.part"));
+    EXPECT_THAT(result.err, HasSubstr("12 B are in '" + part + "': the same command with --resume"));
+    EXPECT_EQ(readWholeFile(part), "first second");
     const Reply unsaid = Reply(206).header("Content-Range", "bytes 12-14/*").body("end");
     EXPECT_THAT(download(unsaid, {"--resume"}).err, HasSubstr("does not tell how large"));
+    EXPECT_EQ(readWholeFile(part), "first second");
     EXPECT_THAT(directory.names(), ElementsAre("file.part"));
+}
+
+TEST_F(ToolResumeTest, MoreThanTheWholeFileIsDroppedAgain) {
+    writeWholeFile(part, "first ");
+    const ToolResult result =
+        download(Reply(206).header("Content-Range", "bytes 6-11/10").body("second"), {"--resume"});
+    EXPECT_EQ(result.exit_code, 3);
+    EXPECT_THAT(result.err, HasSubstr("start again without --resume"));
+    EXPECT_THAT(result.err, HasSubstr("'" + part + "' is left as it is"));
+    EXPECT_EQ(readWholeFile(part), "first ");
 }
 
 TEST_F(ToolResumeTest, APartFromAnotherPlaceIsRefused) {
@@ -190,9 +202,58 @@ TEST_F(ToolResumeTest, APartFromAnotherPlaceIsRefused) {
     EXPECT_EQ(readWholeFile(part), "first ");
 }
 
+// Libcurl sees no fault in it when nothing was asked for in particular.
+TEST_F(ToolResumeTest, APartThatNobodyAskedForIsDropped) {
+    const Reply middle = Reply(206).header("Content-Range", "bytes 5-14/15").body("56789ABCDE");
+    const ToolResult whole_part = download(middle, {"--resume"});
+    EXPECT_EQ(whole_part.exit_code, 3);
+    EXPECT_THAT(whole_part.err, HasSubstr("the server sent its file from byte 5 on, but 0 are here"));
+    EXPECT_THAT(directory.names(), IsEmpty());
+    const ToolResult cut = download(Reply(middle).closeInsideBody(5), {"--resume"});
+    EXPECT_EQ(cut.exit_code, 3);
+    EXPECT_THAT(directory.names(), IsEmpty());
+}
+
+TEST_F(ToolResumeTest, ARedirectThatNobodyFollowsIsToldAsOne) {
+    writeWholeFile(part, "first ");
+    const Reply redirect = Reply(302).header("Location", server.url("/other")).body("over there");
+    const ToolResult result = download(redirect, {"--resume", "--no-redirects"});
+    EXPECT_EQ(result.exit_code, 2);
+    EXPECT_THAT(result.err, HasSubstr("the server answered with status 302"));
+    EXPECT_EQ(readWholeFile(part), "first ");
+}
+
+TEST_F(ToolResumeTest, AWholePartIsOneWhateverThePageThatSaysSo) {
+    writeWholeFile(part, "whole");
+    const Reply no_more = Reply(416).header("Content-Range", "bytes */5").body(noise(200));
+    const ToolResult result = download(no_more, {"--resume", "--size-limit", "100"});
+    EXPECT_EQ(result.exit_code, 0) << result.err;
+    EXPECT_EQ(readWholeFile(target), "whole");
+    EXPECT_THAT(directory.names(), ElementsAre("file"));
+}
+
+TEST_F(ToolResumeTest, AnAnswerThatNeverComesAfterALoginIsNoRefusal) {
+    server.enqueue(Reply(401).header("WWW-Authenticate", "Basic realm=\"r\""));
+    // libcurl tries once more when a connection that was used before says nothing.
+    server.enqueue(Reply(200).closeBeforeHeaders());
+    server.enqueue(Reply(200).closeBeforeHeaders());
+    const ToolResult result = download({"-u", "somebody", "--password", "secret", "--keep-partial"});
+    EXPECT_EQ(result.exit_code, 3);
+    EXPECT_THAT(result.err, Not(HasSubstr("401")));
+}
+
+TEST_F(ToolResumeTest, AnOlderPartThatIsDroppedIsToldOf) {
+    writeWholeFile(part, "first ");
+    const ToolResult result = download(Reply(200).body("whole"));
+    EXPECT_EQ(result.exit_code, 0);
+    EXPECT_THAT(result.err, HasSubstr("the 6 B of an earlier run in '" + part + "' are dropped"));
+    EXPECT_EQ(readWholeFile(target), "whole");
+}
+
 TEST_F(ToolResumeTest, ATimeOutKeepsWhatIsToBeKept) {
-    const Reply stalling = Reply(200).body("first half").stallBeforeEnd();
-    const ToolResult result = download(stalling, {"--timeout", "2s", "--keep-partial"});
+    writeWholeFile(part, "first ");
+    const Reply stalling = Reply(206).header("Content-Range", "bytes 6-15/16").body("0123456789").stallBeforeEnd();
+    const ToolResult result = download(stalling, {"--timeout", "2s", "--resume"});
     EXPECT_EQ(result.exit_code, 3);
     EXPECT_THAT(result.err, HasSubstr("give it longer with --timeout"));
     EXPECT_THAT(directory.names(), ElementsAre("file.part"));

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include <sys/wait.h>
+
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -120,6 +123,23 @@ TEST_F(ToolSeveralDownloadsTest, CtrlCCancelsAllThatAreRunning) {
     EXPECT_THAT(result.err, HasSubstr("are in '" + directory.path("a.part") + "': the same command with --resume"));
     EXPECT_THAT(result.err, HasSubstr("are in '" + directory.path("b.part") + "': the same command with --resume"));
     EXPECT_THAT(directory.names(), ElementsAre("a.part", "b.part", "quick"));
+}
+
+// The one that ends cannot be told of; the other one is cancelled, and told of where that is possible.
+TEST_F(ToolSeveralDownloadsTest, NobodyIsForgottenWhenStandardOutputTakesNothing) {
+    server.onRequest([](const ReceivedRequest& request) {
+        if (request.target == "/stalled") return Reply(200).body("half").stallBeforeEnd();
+        return Reply(200).body("whole");
+    });
+    const std::string errors = directory.path("errors");
+    std::string command = "env -u http_proxy -u all_proxy " KEL_TEST_TOOL;
+    for (const std::string& word : pairs({"stalled", "a"}, {"--json"})) command += " '" + word + "'";
+    const int status = std::system((command + " >/dev/full 2>'" + errors + "'").c_str());
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 4);
+    EXPECT_EQ(readWholeFile(directory.path("a")), "whole");
+    EXPECT_THAT(readWholeFile(errors), HasSubstr("/stalled: cancelled"));
+    EXPECT_THAT(readWholeFile(errors), HasSubstr("No space left"));
 }
 
 class ToolDownloadJsonTest : public ToolSeveralDownloadsTest {};

@@ -102,7 +102,7 @@ TEST_F(ToolDownloadStatusTest, TheSizeLimitCountsWhatAnEarlierRunHasLeft) {
 TEST_F(ToolDownloadStatusTest, APartBeyondTheSizeLimitIsToldBeforeAnythingIsSent) {
     writeWholeFile(part, "first ");
     const ToolResult result = download({"--resume", "--size-limit", "5"});
-    EXPECT_EQ(result.exit_code, 3);
+    EXPECT_EQ(result.exit_code, 4);
     EXPECT_THAT(result.err, HasSubstr("is larger than --size-limit already"));
     EXPECT_EQ(server.connectionCount(), 0U);
     EXPECT_EQ(readWholeFile(part), "first ");

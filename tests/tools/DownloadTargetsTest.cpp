@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "kel-http/ToolError.h"
 
 namespace kel::http::tool {
@@ -25,6 +27,17 @@ std::string complaint(const std::vector<std::string>& words) {
         return error.what();
     }
     return "none";
+}
+
+TEST(DownloadTargetsTest, OneFileUnderTwoNamesIsFoundOut) {
+    const std::string there = std::filesystem::current_path() / "f";
+    EXPECT_THAT(complaint({"http://host/a", "f", "http://host/b", there}), HasSubstr("two downloads would be written"));
+    EXPECT_THAT(complaint({"http://host/a", "f", "http://host/b", "./x/../f"}), HasSubstr("two downloads"));
+}
+
+TEST(DownloadTargetsTest, StandardOutputIsNoFile) {
+    EXPECT_THAT(complaint({"http://host/a", "-"}), HasSubstr("./-"));
+    EXPECT_EQ(complaint({"http://host/a", "./-"}), "none");
 }
 
 TEST(FileNameInUrlTest, IsTheLastSegmentOfThePath) {

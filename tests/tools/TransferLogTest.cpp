@@ -51,6 +51,21 @@ TEST_F(TransferLogTest, ARangeTellsTheWholeSize) {
     EXPECT_EQ(after({partial, "(7) [header IN] Content-Range:"}).range_total, std::nullopt);
 }
 
+TEST_F(TransferLogTest, ARangeTellsWhereAPartBegins) {
+    const auto partial = "(7) [header IN] HTTP/1.1 206 Partial Content";
+    const HeardTransfer heard = after({partial, "(7) [header IN] Content-Range: bytes 5-9/10"});
+    EXPECT_FALSE(heard.is_misplaced(5));
+    EXPECT_TRUE(heard.is_misplaced(0));
+    EXPECT_FALSE(after({partial, "(7) [header IN] Content-Range: bytes */10"}).is_misplaced(0));
+    EXPECT_FALSE(after({partial}).is_misplaced(0));
+    EXPECT_FALSE(
+        after({"(7) [header IN] HTTP/1.1 200 OK", "(7) [header IN] Content-Range: bytes 5-9/10"}).is_misplaced(0));
+}
+
+TEST_F(TransferLogTest, ARequestThatIsSentAgainHasNoAnswerYet) {
+    EXPECT_FALSE(after({"(7) [header IN] HTTP/1.1 401 Unauthorized", "(7) [header OUT] GET / HTTP/1.1"}).is_known());
+}
+
 TEST_F(TransferLogTest, AChunkedBodyHasNoLength) {
     EXPECT_EQ(after({"(7) [header IN] HTTP/1.1 200 OK", "(7) [header IN] Content-Length: 5",
                      "(7) [header IN] Transfer-Encoding: chunked", "(7) [header IN] no colon"})

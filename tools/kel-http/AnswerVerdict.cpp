@@ -7,18 +7,27 @@ namespace kel::http::tool {
 namespace {
 
 AnswerVerdict verdict_on_part(const HeardTransfer& heard, const PartSizes& sizes) {
+    if (heard.is_misplaced(sizes.before)) {
+        return {
+            TransferError,
+            fmt::format("the server sent its file from byte {} on, but {} are here", *heard.range_start, sizes.before),
+            true};
+    }
     if (!heard.range_total) return {TransferError, "the server does not tell how large the whole file is", true};
     if (*heard.range_total == sizes.now) return {};
+    // It may have sent less than was asked for; more than there is comes from another file.
     return {TransferError,
-            fmt::format("the server's file has {} bytes, but {} are here", *heard.range_total, sizes.now), true};
+            fmt::format("the server's file has {} bytes, but {} are here", *heard.range_total, sizes.now),
+            sizes.now > *heard.range_total};
 }
 
 // The server has no more than what is there already.
 AnswerVerdict verdict_on_no_more(const HeardTransfer& heard, const PartSizes& sizes) {
     if (heard.range_total == sizes.before) return {};
-    const std::string size = heard.range_total ? fmt::format("has {} bytes", *heard.range_total) : "has another size";
-    return {StatusError,
-            fmt::format("the server can not go on after {} bytes (status 416): its file {}", sizes.before, size), true};
+    const std::string size = heard.range_total ? fmt::format("its file has {} bytes", *heard.range_total)
+                                               : "it does not tell how large its file is";
+    return {StatusError, fmt::format("the server can not go on after {} bytes (status 416): {}", sizes.before, size),
+            true};
 }
 
 AnswerVerdict verdict_on_whole(int status, const HeardTransfer& heard, const PartSizes& sizes) {

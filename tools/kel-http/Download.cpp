@@ -10,6 +10,7 @@
 
 #include "AnswerVerdict.h"
 #include "ExplainFailure.h"
+#include "Files.h"
 #include "RequestBuilder.h"
 
 namespace kel::http::tool {
@@ -33,8 +34,8 @@ bool exists(const std::string& path) {
 
 // libcurl would rather tell that such an answer can not be appended to anything.
 bool is_refusal(const ErrorData& error, const HeardTransfer& heard) {
-    const bool is_about_body = error.failure == ClientFailure::RangeError ||
-                               error.failure == ClientFailure::WriteFailed || error.failure == ClientFailure::Other;
+    if (error.failure == ClientFailure::RangeError) return heard.status >= 300;
+    const bool is_about_body = error.failure == ClientFailure::WriteFailed || error.failure == ClientFailure::Other;
     return is_about_body && heard.status >= 400;
 }
 
@@ -43,12 +44,12 @@ bool is_refusal(const ErrorData& error, const HeardTransfer& heard) {
 Download::Download(const Options& options, const DownloadTarget& target)
     : options_(options), target_(target), config_(request_for(options, target.url)), part_(target.path) {
     if (!options.size_limit || !options.download.resume || part_.size_before() <= *options.size_limit) return;
-    throw ToolError(TransferError, fmt::format("'{}' is larger than --size-limit already, it has {} bytes",
-                                               part_.path(), part_.size_before()));
+    throw ToolError(LocalFileError, fmt::format("'{}' is larger than --size-limit already, it has {} bytes",
+                                                part_.path(), part_.size_before()));
 }
 
 void Download::start(Client& client, const LogListener& log, unsigned int request, const std::string& name) {
-    if (!options_.download.resume) part_.start_anew();
+    if (!options_.download.resume) drop_older_part();
     result_.resumed_from = part_.size_before();
     // The library's limit is one for new bytes.
     if (config_.size_limit) *config_.size_limit -= static_cast<std::uint32_t>(part_.size_before());
@@ -60,6 +61,14 @@ void Download::start(Client& client, const LogListener& log, unsigned int reques
         [this](Client::RequestId, const ProgressData& data) { take(data); });
     bar_.emplace(name);
     bar_->update(part_.size_before(), 0);
+}
+
+void Download::drop_older_part() {
+    if (part_.size_before() > 0) {
+        tell(fmt::format("the {} of an earlier run in '{}' are dropped; --resume would go on from there",
+                         bytes_text(part_.size_before()), part_.path()));
+    }
+    part_.start_anew();
 }
 
 const ProgressBar& Download::progress() {
@@ -86,14 +95,15 @@ void Download::take(const ResponseData& response) {
     result_.code = verdict.code;
     result_.message = verdict.message;
     if (verdict.starts_anew_helps) result_.advice.emplace_back(start_anew);
+    if (verdict.starts_anew_helps) part_.restore();
     if (verdict.code != Success) return end(keeps_part());
-    if (!options_.download.show_sha256) return place();
-    checksum_.emplace(part_.descriptor(), part_.path());
+    conclude();
 }
 
 void Download::take(const ErrorData& error) {
     const HeardTransfer answer = heard();
     result_.status = answer.status;
+    if (was_whole_before(answer)) return conclude();
     result_.code = TransferError;
     result_.failure = error.failure;
     result_.message = log_->secrets().conceal(error.message);
@@ -116,6 +126,16 @@ void Download::explain_failure(const ErrorData& error, const HeardTransfer& answ
     }
     const std::string hint = log_->secrets().conceal(advice(error, answer.trouble, options_));
     if (!hint.empty()) result_.advice.push_back(hint);
+}
+
+// The server has no more, but its page that says so has more than --size-limit leaves room for.
+bool Download::was_whole_before(const HeardTransfer& answer) const {
+    return answer.status == 416 && part_.size_before() > 0 && answer.range_total == part_.size_before();
+}
+
+void Download::conclude() {
+    if (!options_.download.show_sha256) return place();
+    checksum_.emplace(part_.descriptor(), part_.path());
 }
 
 void Download::judge_write_error(const std::string& message) {
@@ -164,6 +184,7 @@ void Download::place() {
     result_.message = fmt::format("the file's SHA-256 is {}, expected was {}", result_.sha256, expected);
     result_.advice.push_back(fmt::format("it is in '{}'{}", result_.file,
                                          stays ? fmt::format(", and '{}' is what it was", target_.path) : ""));
+    if (result_.resumed_from > 0) result_.advice.emplace_back(start_anew);
 }
 
 // The file is whole, only its place is not.
@@ -183,8 +204,9 @@ void Download::interrupt() {
 void Download::end(bool keep_part) {
     has_ended_ = true;
     const HeardTransfer answer = heard();
-    // Pages that explain an error are no part of the file.
-    if (answer.is_known() && !answer.is_success()) part_.restore();
+    // Pages that explain an error are no part of the file, and what belongs elsewhere is none here.
+    const bool is_page = answer.is_known() && !answer.is_success();
+    if (is_page || answer.is_misplaced(part_.size_before())) part_.restore();
     result_.bytes = part_.is_in_place() ? part_.size() : 0;
     if (result_.bytes == 0) return;
     const std::string amount = bytes_text(result_.bytes);

@@ -45,6 +45,7 @@ class Download {
     const ProgressBar& last_progress() const { return *bar_; }
 
  private:
+    void drop_older_part();
     HeardTransfer heard() const { return log_->transfers().about(request_); }
     bool keeps_part() const { return options_.download.resume || options_.download.keep_partial; }
     std::uint64_t received() const;
@@ -52,7 +53,9 @@ class Download {
     void take(const ResponseData& response);
     void take(const ErrorData& error);
     void explain_failure(const ErrorData& error, const HeardTransfer& answer);
+    bool was_whole_before(const HeardTransfer& answer) const;
     void judge_write_error(const std::string& message);
+    void conclude();
     void place();
     void end_here(const ToolError& error);
     void end(bool keep_part);

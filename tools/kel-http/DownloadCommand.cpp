@@ -29,6 +29,7 @@ int DownloadCommand::run(const LogListener& log) {
         if (!download.has_ended()) download.interrupt();
     }
     report_ended();
+    if (output_error_) throw ToolError(*output_error_);
     return exit_code();
 }
 
@@ -47,6 +48,7 @@ void DownloadCommand::serve_until_stopped(Session& session) {
         if (session.serve(is_computing ? std::chrono::milliseconds(0) : display_->interval())) return;
         is_computing = compute();
         report_ended();
+        if (output_error_) return;
         show();
     }
 }
@@ -81,13 +83,21 @@ void DownloadCommand::report(const Download& download) {
     const DownloadResult& result = download.result();
     display_->clear();
     if (result.code == Success) display_->finish(download.last_progress());
+    if (result.code != Success) tell(explain(download.target(), result));
+    if (result.timing && !options_.json) write_to_stderr(timing_bars(*result.timing));
+    try {
+        print(download.target(), result);
+    } catch (const ToolError& error) {
+        output_error_ = error;
+    }
+}
+
+void DownloadCommand::print(const DownloadTarget& target, const DownloadResult& result) const {
     if (options_.json) {
-        write_to_stdout(json_line(download.target(), result));
+        write_to_stdout(json_line(target, result));
     } else if (!result.sha256.empty() && !result.file.empty()) {
         write_to_stdout(checksum_line(result));
     }
-    if (result.code != Success) tell(explain(download.target(), result));
-    if (result.timing && !options_.json) write_to_stderr(timing_bars(*result.timing));
 }
 
 int DownloadCommand::exit_code() const {

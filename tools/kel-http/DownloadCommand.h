@@ -3,12 +3,14 @@
 
 #include <list>
 #include <memory>
+#include <optional>
 
 #include "Download.h"
 #include "LogListener.h"
 #include "Options.h"
 #include "ProgressDisplay.h"
 #include "Session.h"
+#include "ToolError.h"
 
 namespace kel::http::tool {
 
@@ -32,12 +34,15 @@ class DownloadCommand {
     void show();
     void report_ended();
     void report(const Download& download);
+    void print(const DownloadTarget& target, const DownloadResult& result) const;
     int exit_code() const;
 
     const Options& options_;
     std::unique_ptr<ProgressDisplay> display_;
     std::list<Download> downloads_;
     std::list<const Download*> unreported_;
+    // Standard output does not take what is printed.
+    std::optional<ToolError> output_error_;
 };
 
 }  // namespace kel::http::tool

@@ -56,8 +56,11 @@ DownloadTarget target_of(const std::string& url) {
     return {url, *name};
 }
 
+// One text for one file, as far as its name tells.
 std::string normal(const std::string& path) {
-    return std::filesystem::path(path).lexically_normal().string();
+    std::error_code error;
+    const auto absolute = std::filesystem::absolute(path, error);
+    return (error ? std::filesystem::path(path) : absolute).lexically_normal().string();
 }
 
 void check_paths(const std::vector<DownloadTarget>& targets) {
@@ -94,6 +97,8 @@ std::vector<DownloadTarget> download_targets(const std::vector<std::string>& wor
             // Its name is needed only if no path follows.
             targets.push_back({word, {}});
             path_may_follow = true;
+        } else if (word == "-") {
+            usage_error("download writes to files, not to standard output: use get, or './-' for a file of that name");
         } else if (path_may_follow) {
             targets.back().path = word;
             path_may_follow = false;

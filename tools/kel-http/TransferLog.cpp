@@ -25,6 +25,11 @@ bool is_name(std::string_view text, std::string_view name) {
 }
 
 // "bytes 5-9/10", "bytes */10", "bytes 5-9/*"
+std::optional<std::uint64_t> start_in_range(std::string_view range) {
+    const auto blank = range.find(' ');
+    return blank == std::string_view::npos ? std::nullopt : number_in<std::uint64_t>(range.substr(blank + 1));
+}
+
 std::optional<std::uint64_t> total_in_range(std::string_view range) {
     const auto slash = range.rfind('/');
     return slash == std::string_view::npos ? std::nullopt : number_in<std::uint64_t>(range.substr(slash + 1));
@@ -32,7 +37,9 @@ std::optional<std::uint64_t> total_in_range(std::string_view range) {
 
 void hear_request(HeardTransfer& transfer, std::string_view line) {
     if (after("CONNECT ", line)) transfer.tunnel_is_asked_for = true;
-    if (after("GET ", line)) transfer.tunnel_is_asked_for = false;
+    if (!after("GET ", line)) return;
+    transfer.tunnel_is_asked_for = false;
+    transfer.status = 0;
 }
 
 // "HTTP/1.1 200 OK"
@@ -42,6 +49,7 @@ void hear_status(HeardTransfer& transfer, std::string_view line) {
     transfer.status = *status;
     transfer.is_chunked = false;
     transfer.length.reset();
+    transfer.range_start.reset();
     transfer.range_total.reset();
 }
 
@@ -52,7 +60,10 @@ void hear_header(HeardTransfer& transfer, std::string_view line) {
     const auto begin = line.find_first_not_of(" \t", colon + 1);
     const std::string_view value = begin == std::string_view::npos ? std::string_view() : line.substr(begin);
     if (is_name(name, "Content-Length")) transfer.length = number_in<std::uint64_t>(value);
-    if (is_name(name, "Content-Range")) transfer.range_total = total_in_range(value);
+    if (is_name(name, "Content-Range")) {
+        transfer.range_start = start_in_range(value);
+        transfer.range_total = total_in_range(value);
+    }
     if (is_name(name, "Transfer-Encoding")) transfer.is_chunked = true;
     // Such a body has an end of its own, whatever was announced.
     if (transfer.is_chunked) transfer.length.reset();

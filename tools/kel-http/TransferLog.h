@@ -21,7 +21,9 @@ struct HeardTransfer {
     int status = 0;
     // The length of its body, as announced.
     std::optional<std::uint64_t> length;
-    // The size of the whole file, as the Content-Range of a part (206) or of no part (416) has it.
+    // Where a part (206) begins, and the size of the whole file, as the Content-Range of a part or of no part (416) has
+    // them.
+    std::optional<std::uint64_t> range_start;
     std::optional<std::uint64_t> range_total;
 
     bool is_chunked = false;
@@ -29,6 +31,8 @@ struct HeardTransfer {
 
     bool is_success() const { return status >= 200 && status < 300; }
     bool is_known() const { return status != 0; }
+    // A part that was not asked for by one who has `size` bytes already.
+    bool is_misplaced(std::uint64_t size) const { return status == 206 && range_start && *range_start != size; }
     // The size of the file that a successful answer brings.
     std::optional<std::uint64_t> total() const { return range_total ? range_total : length; }
 };
