@@ -5,7 +5,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <limits>
 #include <system_error>
 
 #include "ProgressLine.h"
@@ -17,6 +16,8 @@ namespace {
 constexpr std::uint64_t mib = 1048576;
 // Slow enough for a bar to be seen.
 constexpr std::uint32_t bytes_per_second = 24 * mib;
+// Slower still, so that there is time to interrupt it before all is there, on a busy machine as well.
+constexpr std::uint32_t interrupted_bytes_per_second = 8 * mib;
 constexpr const char* checksum_format = "{:<18} {}";
 constexpr const char* whole_file = "whole.bin";
 constexpr const char* parted_file = "parted.bin";
@@ -36,8 +37,7 @@ Downloads::Downloads(EventLoop& loop, const OriginServer& server, const DemoFold
       client_(createClient(loop.executor(), *logging::getLogger("kel-http-demo", 0), with_checksum())) {}
 
 bool Downloads::run() {
-    fmt::print("Downloads of an image of {} MiB, {} MiB a second at most\n", server_.image_bytes / mib,
-               bytes_per_second / mib);
+    fmt::print("Downloads of an image of {} MiB\n", server_.image_bytes / mib);
     const std::string of_response = download_whole();
     download_a_part();
     download_the_rest();
@@ -46,15 +46,16 @@ bool Downloads::run() {
 }
 
 std::string Downloads::download_whole() {
-    fmt::print("\nIn one go:\n");
-    const Outcome outcome = download(whole_file, false, std::numeric_limits<std::uint64_t>::max());
+    fmt::print("\nIn one go, {} MiB a second at most:\n", bytes_per_second / mib);
+    const Outcome outcome = download(whole_file, request(false, bytes_per_second));
     tell(outcome.name, outcome.name == "200");
     return outcome.checksum;
 }
 
 void Downloads::download_a_part() {
-    fmt::print("\nOnce more, and interrupted on the way:\n");
-    const Outcome outcome = download(parted_file, true, server_.image_bytes / 4);
+    fmt::print("\nOnce more, {} MiB a second at most, and interrupted on the way:\n",
+               interrupted_bytes_per_second / mib);
+    const Outcome outcome = download(parted_file, request(true, interrupted_bytes_per_second), server_.image_bytes / 8);
     const std::uint64_t size = size_of(parted_file);
     const bool as_expected = outcome.name == "interrupted" && size > 0 && size < server_.image_bytes;
     tell(fmt::format("{} with {} in the file", outcome.name, tool::bytes_text(size)), as_expected);
@@ -63,18 +64,22 @@ void Downloads::download_a_part() {
 void Downloads::download_the_rest() {
     fmt::print("\nResumed from where the file ends:\n");
     const std::uint64_t size = size_of(parted_file);
-    const Outcome outcome = download(parted_file, true, std::numeric_limits<std::uint64_t>::max());
+    const Outcome outcome = download(parted_file, request(true, bytes_per_second));
     const std::uint64_t received = size_of(parted_file) - size;
     tell(fmt::format("{} with the {} that were missing", outcome.name, tool::bytes_text(received)),
          outcome.name == "206" && size + received == server_.image_bytes);
 }
 
-Downloads::Outcome Downloads::download(const std::string& file, bool resume, std::uint64_t most_bytes) {
+RequestConfig Downloads::request(bool resume, std::uint32_t speed_limit) const {
     RequestConfig request;
     request.url = server_.url("/image");
     request.resume = resume;
-    request.speed_limit = bytes_per_second;
+    request.speed_limit = speed_limit;
+    return request;
+}
 
+Downloads::Outcome Downloads::download(const std::string& file, const RequestConfig& request,
+                                       std::uint64_t most_bytes) {
     const std::uint64_t size_before = size_of(file);
     ProgressLine line(file);
     Outcome outcome;

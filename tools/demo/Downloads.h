@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -31,8 +32,10 @@ class Downloads {
     std::string download_whole();
     void download_a_part();
     void download_the_rest();
+    RequestConfig request(bool resume, std::uint32_t speed_limit) const;
     // Cancels the download when `most_bytes` have come.
-    Outcome download(const std::string& file, bool resume, std::uint64_t most_bytes);
+    Outcome download(const std::string& file, const RequestConfig& request,
+                     std::uint64_t most_bytes = std::numeric_limits<std::uint64_t>::max());
     void compare_checksums(const std::string& of_response);
 
     std::uint64_t size_of(const std::string& file) const;
