@@ -71,6 +71,7 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments, const Input&
     posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, streams_.path("out").c_str(), create, 0600);
     posix_spawn_file_actions_addopen(&files, STDERR_FILENO, streams_.path("err").c_str(), create, 0600);
     if (input.terminal >= 0) posix_spawn_file_actions_adddup2(&files, input.terminal, STDERR_FILENO);
+    for (const int stream : input.closed) posix_spawn_file_actions_addclose(&files, stream);
     if (!input.folder.empty()) posix_spawn_file_actions_addchdir_np(&files, input.folder.c_str());
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);

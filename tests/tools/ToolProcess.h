@@ -26,6 +26,7 @@ class ToolProcess {
         std::vector<std::string> environment;  // "NAME=value", in addition
         std::string folder = {};               // where it runs; empty: here
         int terminal = -1;                     // takes standard error, which then is not in the result
+        std::vector<int> closed = {};          // standard streams that it does not get
     };
 
     // Errors: std::system_error.

@@ -14,6 +14,7 @@
 #include "LogListener.h"
 #include "ProxyVariables.h"
 #include "RequestBuilder.h"
+#include "StandardStreams.h"
 #include "TextReport.h"
 #include "ToolError.h"
 #include "Transfer.h"
@@ -98,6 +99,7 @@ int run(const Options& options) {
 int main(int argc, char** argv) {
     using namespace kel::http::tool;
     try {
+        occupy_standard_streams();
         const auto options = parse_command_line(argc, argv);
         return options ? run(*options) : Success;
     } catch (const ToolError& error) {
