@@ -113,11 +113,35 @@ TEST_F(ToolProgressTest, SeveralBarsStandBelowEachOtherAndFinishedOnesAbove) {
     terminal.await("b               50%", 4);
     server.release(2);
     EXPECT_EQ(tool.wait().exit_code, 0);
-    const auto screen = screenAfter(terminal.close());
+    const auto screen = screenAfter(terminal.close(), 60);
     ASSERT_EQ(screen.size(), 3U);
     EXPECT_THAT(screen[0], MatchesRegex("quick +100%.*"));
     EXPECT_THAT(screen, testing::Contains(MatchesRegex("a +100%.*")));
     EXPECT_THAT(screen, testing::Contains(MatchesRegex("b +100%.*")));
+}
+
+TEST_F(ToolProgressTest, LettersOfMoreBytesOrColumnsEatNoLineAboveTheirBars) {
+    struct Case {
+        std::string name;
+        unsigned short columns;
+    };
+    for (const auto& [name, columns] :
+         {Case{"gr\u00f6\u00dfere-\u00e4\u00f6\u00fc-datei.bin", 80}, Case{"\u56fa\u4ef6\u66f4\u65b0\u6587.bin", 40}}) {
+        TestTerminal terminal(columns, 24);
+        server.onRequest([](const ReceivedRequest& request) {
+            if (request.target == "/quick") return Reply(200).body("quick");
+            return Reply(200).drip({"a ", "li", "ttle"});
+        });
+        ToolProcess tool(
+            {"download", server.url("/quick"), directory.path("quick"), server.url("/slow"), directory.path(name)},
+            on(terminal));
+        terminal.await("100%");
+        server.release();
+        terminal.await(" 50%");
+        server.release();
+        EXPECT_EQ(tool.wait().exit_code, 0);
+        EXPECT_THAT(screenAfter(terminal.close(), columns), ElementsAre(HasSubstr("quick"), HasSubstr(".bin"))) << name;
+    }
 }
 
 TEST_F(ToolProgressTest, BarsFitIntoANarrowTerminalAndASmallOne) {
@@ -132,7 +156,7 @@ TEST_F(ToolProgressTest, BarsFitIntoANarrowTerminalAndASmallOne) {
     terminal.await("3 more", 2);
     server.release(4);
     EXPECT_EQ(tool.wait().exit_code, 0);
-    const auto screen = screenAfter(terminal.close());
+    const auto screen = screenAfter(terminal.close(), 20, 3);
     EXPECT_EQ(screen.size(), 4U);
     for (const std::string& line : screen) {
         EXPECT_THAT(line, StartsWith("100% ["));
@@ -165,7 +189,7 @@ TEST_F(ToolProgressTest, AnUnknownLengthEndsComplete) {
 }
 
 TEST_F(ToolProgressTest, AMessageTakesThePlaceOfTheBar) {
-    TestTerminal terminal(80, 24);
+    TestTerminal terminal(200, 24);
     server.enqueue(Reply(200).body(noise(100000)).stallBeforeEnd());
     ToolProcess tool(words(), on(terminal));
     server.awaitRequests(1);
@@ -173,7 +197,7 @@ TEST_F(ToolProgressTest, AMessageTakesThePlaceOfTheBar) {
     terminal.await("97.7 KiB");
     tool.send(SIGINT);
     EXPECT_EQ(tool.wait().exit_code, 130);
-    EXPECT_THAT(screenAfter(terminal.close()),
+    EXPECT_THAT(screenAfter(terminal.close(), 200),
                 ElementsAre(AllOf(StartsWith("kel-http: download "), HasSubstr("cancelled")), HasSubstr("--resume")));
 }
 

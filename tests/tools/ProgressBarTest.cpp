@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "common/TerminalText.h"
+
 namespace kel::http::tool {
 namespace {
 
@@ -75,6 +77,12 @@ TEST_F(ProgressBarTest, NoLineIsWiderThanTheTerminal) {
     for (std::size_t width = 0; width < 300; ++width) EXPECT_LE(half.line(width).size(), width);
 }
 
+TEST_F(ProgressBarTest, WideLettersMakeNoLineWider) {
+    const ProgressBar half = halfWay("\u56fa\u4ef6\u66f4\u65b0\u6587\u4ef6.bin");
+    for (std::size_t width = 0; width < 300; ++width) EXPECT_LE(columns_of(half.line(width)), width);
+    EXPECT_THAT(half.line(53), testing::StartsWith("..\u65b0\u6587\u4ef6.bin   50%"));
+}
+
 TEST_F(ProgressBarTest, LinesOfOneWidthHaveTheirColumnsAtTheSamePlaces) {
     ProgressBar other = bar("another.bin");
     other.update(3, 5 * 1024 * MiB);
@@ -93,6 +101,7 @@ TEST_F(ProgressBarTest, ALongNameKeepsItsEndAndItsCharactersWhole) {
 
 TEST_F(ProgressBarTest, ControlCharactersOfANameAreNotPrinted) {
     EXPECT_EQ(bar("a\x1b[2J\n").text(), "a?[2J?: 0 B");
+    EXPECT_EQ(bar("a\xc2\x9b[").text(), "a?[: 0 B");
 }
 
 TEST_F(ProgressBarTest, AnUnknownTotalLeavesPercentageAndTimeOut) {

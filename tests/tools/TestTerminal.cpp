@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 #include <stdexcept>
 
 #include "support/Deadline.h"
@@ -21,20 +22,44 @@ std::size_t countOf(const std::string& part, const std::string& text) {
     return count;
 }
 
+// As far as names in the tests have them: from the East Asian ones on.
+bool isWide(const std::string& letter) {
+    return letter.size() == 3 && static_cast<unsigned char>(letter[0]) >= 0xE3;
+}
+
+std::size_t bytesOfLetter(char first) {
+    const auto lead = static_cast<unsigned char>(first);
+    return lead < 0xC0 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+}
+
 class Screen {
  public:
-    void put(char byte) {
+    Screen(std::size_t columns, std::size_t rows) : columns_(columns), rows_(rows) {}
+
+    void put(const std::string& letter) {
+        const std::size_t width = isWide(letter) ? 2 : 1;
+        if (column_ + width > columns_) {
+            lineFeed();
+            carriageReturn();
+        }
         if (lines_.size() <= row_) lines_.resize(row_ + 1);
-        if (lines_[row_].size() <= column_) lines_[row_].resize(column_ + 1, ' ');
-        lines_[row_][column_++] = byte;
+        Line& line = lines_[row_];
+        if (line.size() < column_ + width) line.resize(column_ + width, " ");
+        line[column_] = letter;
+        if (width == 2) line[column_ + 1].clear();
+        column_ += width;
     }
 
     void carriageReturn() { column_ = 0; }
-    void lineFeed() { ++row_; }
+
+    void lineFeed() {
+        ++row_;
+        if (row_ >= top_ + rows_) ++top_;
+    }
 
     void obey(char command, std::size_t number) {
         if (command == 'A') {
-            row_ -= std::min(row_, number);
+            row_ -= std::min(row_ - top_, number);
         } else if (command == 'K' || command == 'J') {
             if (row_ < lines_.size()) lines_[row_].resize(std::min(lines_[row_].size(), column_));
             if (command == 'J') lines_.resize(std::min(lines_.size(), row_ + 1));
@@ -45,13 +70,21 @@ class Screen {
 
     std::vector<std::string> lines() const {
         std::vector<std::string> visible;
-        for (const std::string& line : lines_) visible.push_back(line.substr(0, line.find_last_not_of(' ') + 1));
+        for (const Line& line : lines_) {
+            const std::string text = std::accumulate(line.begin(), line.end(), std::string());
+            visible.push_back(text.substr(0, text.find_last_not_of(' ') + 1));
+        }
         while (!visible.empty() && visible.back().empty()) visible.pop_back();
         return visible;
     }
 
  private:
-    std::vector<std::string> lines_;
+    using Line = std::vector<std::string>;  // a letter for each column; nothing behind one that takes two
+
+    const std::size_t columns_;
+    const std::size_t rows_;
+    std::vector<Line> lines_;
+    std::size_t top_ = 0;  // the first row on the screen
     std::size_t row_ = 0;
     std::size_t column_ = 0;
 };
@@ -98,8 +131,8 @@ void TestTerminal::read() {
     }
 }
 
-std::vector<std::string> screenAfter(const std::string& written) {
-    Screen screen;
+std::vector<std::string> screenAfter(const std::string& written, std::size_t columns, std::size_t rows) {
+    Screen screen(columns, rows);
     for (std::size_t i = 0; i < written.size(); ++i) {
         if (written[i] == '\r') {
             screen.carriageReturn();
@@ -111,7 +144,9 @@ std::vector<std::string> screenAfter(const std::string& written) {
             screen.obey(written.at(end), number.empty() ? 1 : std::stoul(number));
             i = end;
         } else {
-            screen.put(written[i]);
+            const std::string letter = written.substr(i, bytesOfLetter(written[i]));
+            screen.put(letter);
+            i += letter.size() - 1;
         }
     }
     return screen.lines();

@@ -45,8 +45,9 @@ class TestTerminal {
     std::thread reader_;
 };
 
-// The lines on the screen after all of this has been written to it, without blanks at their ends. Knows what the bars
-// use: carriage return, line feed, moving up, erasing the rest of a line and of the screen. Lines do not break.
-std::vector<std::string> screenAfter(const std::string& written);
+// The lines that have been on the screen, with those that have left it at its upper end, after all of this has been
+// written to it; without blanks at their ends. Knows what the bars use: carriage return, line feed, moving up, erasing
+// the rest of a line and of the screen. Lines break at the right end; nothing moves up from the first row.
+std::vector<std::string> screenAfter(const std::string& written, std::size_t columns = 80, std::size_t rows = 24);
 
 }  // namespace kel::http::test

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "common/TerminalText.h"
+
 namespace kel::http::tool {
 namespace {
 
@@ -27,34 +29,11 @@ double seconds_of(ProgressBar::Clock::result_type::duration span) {
     return std::chrono::duration<double>(span).count();
 }
 
-bool continues_character(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
-}
-
-// What a control character would do to the terminal is nobody's wish.
-std::string printable(std::string text) {
-    const auto is_control = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; };
-    std::replace_if(text.begin(), text.end(), is_control, '?');
-    return text;
-}
-
-std::size_t columns_of(std::string_view text) {
-    return text.size() - static_cast<std::size_t>(std::count_if(text.begin(), text.end(), continues_character));
-}
-
-std::string_view last_columns(std::string_view text, std::size_t columns) {
-    while (columns_of(text) > columns) {
-        do text.remove_prefix(1);
-        while (!text.empty() && continues_character(text.front()));
-    }
-    return text;
-}
-
 // Names differ at their ends more than at their beginnings.
 std::string fitted(std::string_view name, std::size_t width) {
-    const std::size_t columns = columns_of(name);
-    if (columns <= width) return std::string(name) + std::string(width - columns, ' ');
-    return fmt::format("..{}", last_columns(name, width - 2));
+    const std::string shown =
+        columns_of(name) <= width ? std::string(name) : fmt::format("..{}", last_columns(name, width - 2));
+    return shown + std::string(width - columns_of(shown), ' ');
 }
 
 }  // namespace
@@ -76,8 +55,8 @@ std::string duration_text(seconds duration) {
     return fmt::format("{}d", count / 86400);
 }
 
-ProgressBar::ProgressBar(std::string name, Clock clock)
-    : name_(printable(std::move(name))), clock_(std::move(clock)), start_(clock_()) {}
+ProgressBar::ProgressBar(const std::string& name, Clock clock)
+    : name_(printable(name)), clock_(std::move(clock)), start_(clock_()) {}
 
 void ProgressBar::update(std::uint64_t received, std::uint64_t total) {
     const TimePoint now = clock_();

@@ -26,7 +26,7 @@ class ProgressBar {
     using Clock = std::function<TimePoint()>;
 
     // The time begins now.
-    explicit ProgressBar(std::string name, Clock clock = &std::chrono::steady_clock::now);
+    explicit ProgressBar(const std::string& name, Clock clock = &std::chrono::steady_clock::now);
 
     // What is there by now, in bytes, with what an earlier run has left. A total of 0: it is not known.
     void update(std::uint64_t received, std::uint64_t total);

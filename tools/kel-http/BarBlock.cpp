@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "Files.h"
+#include "common/TerminalText.h"
 
 namespace kel::http::tool {
 namespace {
@@ -30,7 +31,7 @@ void BarBlock::draw(const std::vector<const ProgressBar*>& bars, TerminalSize si
     widths_.clear();
     const auto add = [&](const std::string& line) {
         text += line + erase_rest_of_line + "\n";
-        widths_.push_back(line.size());
+        widths_.push_back(columns_of(line));
     };
     // One row is the cursor's.
     const bool all_fit = bars.size() < size.rows;
