@@ -40,12 +40,6 @@ std::string read_all(std::FILE* file, const std::string& name) {
     return content;
 }
 
-std::string folder_of(const std::string& path) {
-    const auto slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 }  // namespace
 
 std::string read_file(const std::string& path) {
@@ -73,6 +67,12 @@ void check_target(const std::string& path) {
 bool must_stay(const std::string& path) {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+}
+
+std::string folder_of(const std::string& path) {
+    const auto slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
 }
 
 void check_folder(const std::string& path, bool writable) {

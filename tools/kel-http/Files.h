@@ -19,6 +19,9 @@ void check_target(const std::string& path);
 // Whether there is something at `path` that must be written to, not replaced: a device, a pipe or a link.
 bool must_stay(const std::string& path);
 
+// Where `path` is in.
+std::string folder_of(const std::string& path);
+
 // That `path` is a folder, and if so wished that files can be made in it.
 void check_folder(const std::string& path, bool writable);
 

@@ -4,12 +4,14 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <system_error>
 
 #include "DownloadTargets.h"
@@ -20,6 +22,8 @@ namespace kel::http::tool {
 namespace {
 
 constexpr int most_attempts = 10;
+// More than the rest of a block that has been paid for.
+constexpr std::size_t probe_size = 65536;
 
 [[noreturn]] void fail(const std::string& path, int error) {
     const std::string advice = advice_on_file(error);
@@ -48,6 +52,47 @@ void check_plain_target(const std::string& path) {
     throw ToolError(LocalFileError, fmt::format("can not write '{}': it is a link or a device, which a download would "
                                                 "replace\n  (give the path of a plain file)",
                                                 path));
+}
+
+// Best effort: the file is whole, and not every file system can do it.
+void sync_folder(const std::string& folder) {
+    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) return;
+    fsync(descriptor);
+    close(descriptor);
+}
+
+// One without a name, or the descriptor is negative.
+int open_nameless_file(const std::string& folder) {
+    const int descriptor = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (descriptor >= 0) return descriptor;
+    // Some file systems have none.
+    std::string path = folder + "/.kel-http-XXXXXX";
+    const int named = mkostemp(path.data(), O_CLOEXEC);
+    if (named >= 0) unlink(path.c_str());
+    return named;
+}
+
+// Whether there is room is seen from any file in the folder. 0, or what errno has to say.
+int try_to_write(const std::string& folder) {
+    constexpr std::array<char, probe_size> zeros{};
+    const int descriptor = open_nameless_file(folder);
+    if (descriptor < 0) return errno;
+    std::size_t written = 0;
+    int error = 0;
+    while (error == 0 && written < zeros.size()) {
+        const auto count = write(descriptor, zeros.data(), zeros.size() - written);
+        if (count > 0) written += static_cast<std::size_t>(count);
+        if (count < 0 && errno != EINTR) error = errno;
+    }
+    close(descriptor);
+    return error;
+}
+
+bool may_grow_to(std::uint64_t bytes) {
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    return limit.rlim_cur == RLIM_INFINITY || bytes <= limit.rlim_cur;
 }
 
 }  // namespace
@@ -128,29 +173,22 @@ void PartFile::remove() const {
     if (is_in_place()) unlink(path_.c_str());
 }
 
+// A name that outlives a power cut must not be that of bytes that do not.
 void PartFile::publish() const {
     if (!is_in_place()) fail(path_, ENOENT);
+    while (fsync(descriptor_) != 0) {
+        if (errno != EINTR) fail(path_, errno);
+    }
     if (rename(path_.c_str(), target_.c_str()) != 0) fail(target_, errno);
+    sync_folder(folder_of(target_));
 }
 
 int PartFile::find_write_error() const {
-    if (const auto named = status_of(path_)) return S_ISDIR(named->st_mode) ? EISDIR : append_and_restore();
-    return errno;
-}
-
-// More than the rest of a block that has been paid for.
-int PartFile::append_and_restore() const {
-    constexpr std::array<char, 65536> zeros{};
-    const std::uint64_t end = size();
-    std::size_t written = 0;
-    int error = 0;
-    while (error == 0 && written < zeros.size()) {
-        const auto count = pwrite(descriptor_, zeros.data(), zeros.size() - written, static_cast<off_t>(end + written));
-        if (count > 0) written += static_cast<std::size_t>(count);
-        if (count < 0 && errno != EINTR) error = errno;
-    }
-    if (ftruncate(descriptor_, static_cast<off_t>(end)) != 0 && error == 0) error = errno;
-    return error;
+    const auto named = status_of(path_);
+    if (!named) return errno;
+    if (S_ISDIR(named->st_mode)) return EISDIR;
+    const int error = try_to_write(folder_of(path_));
+    return error == 0 && !may_grow_to(size() + probe_size) ? EFBIG : error;
 }
 
 }  // namespace kel::http::tool

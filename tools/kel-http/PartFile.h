@@ -34,15 +34,15 @@ class PartFile {
     // Drops what has been appended.
     void restore() const;
     void remove() const;
-    // Gives it the name of the target, at once: there is the old file, or the whole new one.
+    // Gives it the name of the target, at once: there is the old file, or the whole new one. After a power cut too.
     void publish() const;
 
-    // Why nothing can be appended any more, as errno has it; 0 when that is possible after all.
+    // Why nothing can be appended any more, as errno has it; 0 when that is possible after all. Tries it elsewhere in the
+    // folder: whatever ends this process meanwhile, the file has its own bytes only.
     int find_write_error() const;
 
  private:
     bool open_and_lock();
-    int append_and_restore() const;
 
     const std::string target_;
     const std::string path_;
