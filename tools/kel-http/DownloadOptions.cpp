@@ -11,6 +11,7 @@
 
 #include "DownloadTargets.h"
 #include "ToolError.h"
+#include "common/TerminalText.h"
 
 namespace kel::http::tool {
 namespace {
@@ -39,9 +40,32 @@ bool is_like_checksum(std::string_view text) {
     return is_hex(text) || (is_as_long && all_of(text, [](int c) { return std::isalnum(c); }));
 }
 
+bool is_blank_or_control(char c) {
+    return std::isspace(static_cast<unsigned char>(c)) != 0 || std::iscntrl(static_cast<unsigned char>(c)) != 0;
+}
+
+// Where nearly a whole checksum begins, or npos.
+std::size_t find_checksum(std::string_view text) {
+    constexpr std::size_t nearly_all = checksum_digits - 4;
+    for (std::size_t i = 0; i + nearly_all <= text.size(); ++i) {
+        if (is_hex(text.substr(i, nearly_all))) return i;
+    }
+    return std::string_view::npos;
+}
+
+// As other programs print it: "HEX  file", "sha256:HEX", "SHA256 (file) = HEX". URLs and paths have such names in them
+// too, with a slash in front.
+bool has_checksum(std::string_view text) {
+    const std::size_t begin = find_checksum(text);
+    if (begin == std::string_view::npos || text.find("://") != std::string_view::npos) return false;
+    return std::any_of(text.begin(), text.end(), is_blank_or_control) ||
+           (text.find(':') != std::string_view::npos && text.substr(0, begin).find('/') == std::string_view::npos);
+}
+
 std::string checked_checksum(std::string text) {
     if (!is_checksum(text)) {
-        usage_error(fmt::format("--sha256 '{}' is no checksum: give its 64 hexadecimal digits, or none at all", text));
+        usage_error(fmt::format("--sha256 '{}' is no checksum: give its 64 hexadecimal digits, or none at all",
+                                printable(text)));
     }
     std::transform(text.begin(), text.end(), text.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
@@ -90,7 +114,7 @@ std::vector<std::string> with_joined_checksum(const std::vector<std::string>& wo
     for (const std::string& word : words) {
         // A shell's variable without a value must not pass for a checksum that nobody asked for.
         if (word == std::string(checksum_option) + '=') checked_checksum({});
-        if (!joined.empty() && joined.back() == checksum_option && is_like_checksum(word)) {
+        if (!joined.empty() && joined.back() == checksum_option && (is_like_checksum(word) || has_checksum(word))) {
             joined.back() += '=' + checked_checksum(word);
         } else {
             joined.push_back(word);
@@ -103,6 +127,7 @@ void check_download_options(const CLI::App& app, Options& options, const std::ve
     if (!app.got_subcommand("download")) return check_other_command(app);
     check_other_options(options);
     options.download.targets = download_targets(words);
+    if (app.count(checksum_option) > 1) usage_error("--sha256 goes once: leave the others out");
     if (app.count(checksum_option) > 0) check_checksum(options.download);
 }
 
