@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "ProgressDisplay.h"
 
-#include <cstdlib>
 #include <string>
-#include <string_view>
 
 #include "BarBlock.h"
 #include "Files.h"
