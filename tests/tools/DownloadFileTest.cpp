@@ -184,19 +184,20 @@ class ToolDownloadDiskTest : public DownloadToolTest {
         writeWholeFile(on_disk, "good");
     }
 
-    ToolResult downloadToDisk(const std::vector<std::string>& options = {}) {
-        server.enqueue(Reply(200).body(noise(200000)));
+    ToolResult downloadToDisk(const Reply& reply, const std::vector<std::string>& options = {}) {
+        server.enqueue(reply);
         std::vector<std::string> arguments = {"download", server.url("/file"), on_disk};
         arguments.insert(arguments.end(), options.begin(), options.end());
         return runTool(arguments);
     }
 
     const SmallDisk disk{65536};
+    const std::string whole = noise(200000);
     const std::string on_disk = disk.folder().path("file");
 };
 
 TEST_F(ToolDownloadDiskTest, AFullOneIsToldAndTheOldFileStays) {
-    const ToolResult result = downloadToDisk();
+    const ToolResult result = downloadToDisk(Reply(200).body(whole));
     EXPECT_EQ(result.exit_code, 4);
     EXPECT_THAT(result.err, AllOf(HasSubstr("Failed writing"), HasSubstr("'" + on_disk + ".part': No space left"),
                                   HasSubstr("make room"), HasSubstr("are removed; --keep-partial keeps them")));
@@ -205,17 +206,21 @@ TEST_F(ToolDownloadDiskTest, AFullOneIsToldAndTheOldFileStays) {
 }
 
 TEST_F(ToolDownloadDiskTest, WithRoomAgainAKeptPartIsGoneOnWith) {
-    const std::string whole = noise(200000);
-    EXPECT_EQ(downloadToDisk({"--keep-partial"}).exit_code, 4);
+    EXPECT_EQ(downloadToDisk(Reply(200).body(whole), {"--keep-partial"}).exit_code, 4);
     const std::string kept = readWholeFile(on_disk + ".part");
     EXPECT_GT(kept.size(), 0U);
     EXPECT_TRUE(kept == whole.substr(0, kept.size()));
     EXPECT_EQ(readWholeFile(on_disk), "good");
+    disk.resize(1048576);
+    EXPECT_EQ(downloadToDisk(rest(whole, kept.size()), {"--resume"}).exit_code, 0);
+    EXPECT_EQ(server.requests().back().header("Range"), "bytes=" + std::to_string(kept.size()) + "-");
+    EXPECT_TRUE(readWholeFile(on_disk) == whole);
+    EXPECT_THAT(disk.folder().names(), ElementsAre("file"));
 }
 
 TEST_F(ToolDownloadDiskTest, AReadOnlyOneIsToldBeforeAnythingIsSent) {
     disk.makeReadOnly();
-    const ToolResult result = downloadToDisk();
+    const ToolResult result = downloadToDisk(Reply(200).body(whole));
     EXPECT_EQ(result.exit_code, 4);
     EXPECT_THAT(result.err, HasSubstr("Read-only file system"));
     EXPECT_EQ(server.connectionCount(), 0U);

@@ -22,9 +22,12 @@ class SmallDisk {
 
     const TemporaryDirectory& folder() const { return folder_; }
 
+    void resize(std::size_t bytes) const;
     void makeReadOnly() const;
 
  private:
+    void remount(unsigned long flags, const char* options) const;
+
     TemporaryDirectory folder_;
     bool is_mounted_ = false;
 };
