@@ -2,6 +2,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
+
 #include "DownloadToolTest.h"
 #include "support/NginxServer.h"
 #include "support/TestCertificates.h"
@@ -121,8 +123,11 @@ TEST_F(ToolDownloadTest, TlsIsCheckedAsElsewhere) {
 }
 
 TEST_F(ToolDownloadTest, ALimitedRateAndAnIpVersionDeliverTheWholeFile) {
-    EXPECT_EQ(download(Reply(200).body("slowly"), {"--limit-rate", "1M", "-4"}).exit_code, 0);
-    EXPECT_EQ(readWholeFile(target), "slowly");
+    const std::string slowly = noise(3000000);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(download(Reply(200).body(slowly), {"--limit-rate", "1M", "-4"}).exit_code, 0);
+    EXPECT_GT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+    EXPECT_TRUE(readWholeFile(target) == slowly);
 }
 
 TEST_F(ToolDownloadTest, TimingShowsWhereTheTimeWent) {
