@@ -142,7 +142,7 @@ Engine::Completion Engine::completeTask(void* easy, CURLcode result) {
     return retry ? Completion::retry : Completion::final;
 }
 
-// An outcome that can not be handed over is lost, and its owner would wait for ever.
+// Nothing may be thrown: an outcome that can not be handed over is lost, and its owner would wait for ever.
 void Engine::handOver(const std::function<void()>& closure) noexcept {
     callbackHandler(closure);
 }

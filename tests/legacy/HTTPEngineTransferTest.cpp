@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -136,6 +139,28 @@ TEST_F(HTTPEngineTransferTest, TransfersSucceedWhileTheProxyIsBeingSetUp) {
     EXPECT_EQ(queue.runNext(), "InitializeProxy");
     for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(queue.runNext(), "handle_engine_callback");
     for (const auto& request : requests) EXPECT_THAT(request->outcome.events(), ElementsAre("end"));
+}
+
+// Takes the engine's set-up, and no completion.
+class FullQueue : public TaskQueue {
+ public:
+    void post(std::function<void()> task, int reserved, const std::string& name) override {
+        if (name != "InitializeProxy") throw std::runtime_error("no room for " + name);
+        TaskQueue::post(std::move(task), reserved, name);
+    }
+};
+
+// Its owner would wait for ever for what is lost.
+TEST(HTTPEngineDeathTest, CompletionThatTheExecutorRefusesStopsTheProcess) {
+    RequestConfig config;
+    config.headers["X-Broken"] = "two\r\nlines";
+    EXPECT_DEATH(
+        {
+            FullQueue queue;
+            const HTTPEngine engine("test", queue);
+            std::make_shared<RecordingRequest>(config)->runRequest();
+        },
+        "no room for handle_engine_callback");
 }
 
 // What goes wrong here is found by a sanitizer: the engine thread uses an object whose end has begun.
