@@ -8,6 +8,7 @@
 
 #include "kel-http/ClientOptions.h"
 #include "kel-http/ErrorData.h"
+#include "kel-http/Export.h"
 #include "kel-http/LogFilter.h"
 #include "kel-http/ProgressData.h"
 #include "kel-http/RequestConfig.h"
@@ -33,7 +34,7 @@ namespace kel::http {
 //            executor has to outlive the engine.
 // Callbacks: as later tasks on the executor, never inside a call of this class. They may call the client, also to start
 //            or cancel requests, and may drop it. They must not throw.
-class Client {
+class KEL_HTTP_EXPORT Client {
  public:
     // Names one request of one client.
     using RequestId = std::uint32_t;
@@ -108,9 +109,10 @@ constexpr Client::RequestId NoRequestId = 0;
 
 // Makes a client that calls back on `executor` and writes its log lines to `logger`. Both have to outlive it. Any
 // thread.
-std::shared_ptr<Client> createClient(ko::executor& executor, logging::Logger& logger);
+KEL_HTTP_EXPORT std::shared_ptr<Client> createClient(ko::executor& executor, logging::Logger& logger);
 
 // The same with `options`, which are copied.
-std::shared_ptr<Client> createClient(ko::executor& executor, logging::Logger& logger, const ClientOptions& options);
+KEL_HTTP_EXPORT std::shared_ptr<Client> createClient(ko::executor& executor, logging::Logger& logger,
+                                                     const ClientOptions& options);
 
 }  // namespace kel::http

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "kel-http/EnumFormatter.h"
+#include "kel-http/Export.h"
 #include "kel-http/HeaderMap.h"
 #include "kel-http/MimePart.h"
 
@@ -45,18 +46,18 @@ enum class Proxy : std::uint32_t { use_proxy = 0, bypass_proxy = 1 };
 
 // The fixed names, as printed: "GET", "ANY", "tls1_2", "IPv4", "ro-cookies", "use-proxy". They live as long as the
 // program. A value outside the enumeration is a programming error and aborts the process.
-std::string_view name_of(Method value);
-std::string_view name_of(AuthMethod value);
-std::string_view name_of(MinTlsVersion value);
-std::string_view name_of(IPVersion value);
-std::string_view name_of(CookieJar value);
-std::string_view name_of(Proxy value);
+KEL_HTTP_EXPORT std::string_view name_of(Method value);
+KEL_HTTP_EXPORT std::string_view name_of(AuthMethod value);
+KEL_HTTP_EXPORT std::string_view name_of(MinTlsVersion value);
+KEL_HTTP_EXPORT std::string_view name_of(IPVersion value);
+KEL_HTTP_EXPORT std::string_view name_of(CookieJar value);
+KEL_HTTP_EXPORT std::string_view name_of(Proxy value);
 
 // The complete description of one HTTP request.
 //
 // A plain record: fill it on any thread, hand it to a Client, which copies it. It may be changed and used again at
 // once. `url` alone is enough for a GET.
-struct RequestConfig {
+struct KEL_HTTP_EXPORT RequestConfig {
     // A certificate verifier as SSL_CTX_set_verify(3) takes it: the result of OpenSSL's own checks so far and the store
     // context; it returns 1 to accept. It has to wrap a plain function of exactly this signature.
     using Verifier = std::function<int(int, x509_store_ctx_st*)>;

@@ -4,13 +4,14 @@
 #include <string>
 #include <tl/optional.hpp>
 
+#include "kel-http/Export.h"
 #include "kel-http/HeaderMap.h"
 #include "kel-http/TimingData.h"
 
 namespace kel::http {
 
 // What the server answered. Every status is a response, those of errors as well.
-struct ResponseData {
+struct KEL_HTTP_EXPORT ResponseData {
     // Copy the headers and the body; no redirect, no timing data.
     ResponseData(int status, const HeaderMap& headers, const std::string& body);
     ResponseData(int status, const HeaderMap& headers, const std::string& body, tl::optional<std::string> redirect_url,

@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 
+#include "kel-http/Export.h"
 #include "kel-http/curl/ProxyBlackList.h"
 #include "kel-http/curl/Request.h"
 #include "ko/mutex.h"
@@ -36,7 +37,7 @@ namespace kel::http {
 //           constructor has returned, and the most derived destructor calls stop() first.
 // Settings: libcurl's own environment variables ("http_proxy" and its kin) apply as long as no proxy is set here; a
 //           program that wants none clears them.
-class Engine {
+class KEL_HTTP_EXPORT Engine {
  public:
     using CallbackHandler = std::function<void(const std::function<void()>&)>;
 
@@ -232,9 +233,9 @@ class Engine {
 };
 
 // Starts the thread "CurlEngine", with a stack of 256 KiB, on `body`.
-ko::thread createEngineTask(const std::function<void()>& body);
+KEL_HTTP_EXPORT ko::thread createEngineTask(const std::function<void()>& body);
 
 // "Off", "Manual", "PACUrl" or "WPAD"; any other value aborts the process.
-std::ostream& operator<<(std::ostream& stream, Engine::ProxyConfigMode mode);
+KEL_HTTP_EXPORT std::ostream& operator<<(std::ostream& stream, Engine::ProxyConfigMode mode);
 
 }  // namespace kel::http

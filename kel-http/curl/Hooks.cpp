@@ -3,7 +3,7 @@
 
 // Nothing else belongs into this file: a static library's member is left out as a whole when the program brings its
 // own.
-#define KEL_REPLACEABLE __attribute__((weak, noinline, visibility("default")))
+#define KEL_REPLACEABLE __attribute__((weak, noinline))
 
 KEL_REPLACEABLE void engine_request_added() {}
 

@@ -3,15 +3,17 @@
 
 #include <curl/curl.h>
 
+#include "kel-http/Export.h"
+
 // The engine's way to libcurl's multi interface, on the engine thread. Every easy handle is added and every transfer is
 // driven through these functions, so that a program can watch or replace them: they are weak symbols, and a definition
 // of the program's own takes their place, with the shared and with the static library alike. They must not throw.
 
 // A new request has been set up; its handle has been added, unless it was cancelled before. Does nothing.
-void engine_request_added();
+KEL_HTTP_EXPORT void engine_request_added();
 
 // curl_multi_add_handle(multi, easy). Anything but CURLM_OK stops the process.
-CURLMcode engine_curl_multi_add_handle(void* multi, void* easy);
+KEL_HTTP_EXPORT CURLMcode engine_curl_multi_add_handle(void* multi, void* easy);
 
 // curl_multi_perform(multi, running).
-CURLMcode engine_curl_multi_perform(void* multi, int* running);
+KEL_HTTP_EXPORT CURLMcode engine_curl_multi_perform(void* multi, int* running);

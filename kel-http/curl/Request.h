@@ -10,6 +10,7 @@
 #include <string_view>
 #include <tl/optional.hpp>
 
+#include "kel-http/Export.h"
 #include "kel-http/Failure.h"
 #include "kel-http/RequestConfig.h"
 #include "kel-http/TimingData.h"
@@ -27,7 +28,7 @@ namespace kel::http {
 //           notifyRemoteAddr() and reportDownloadProgress() are called on the engine thread. notifyDataEnd() and
 //           notifyFailure(), and the last reportDownloadProgress() before them, are called wherever the engine's
 //           callback handler runs them, when the engine does not touch the request any more.
-class Request : public std::enable_shared_from_this<Request> {
+class KEL_HTTP_EXPORT Request : public std::enable_shared_from_this<Request> {
  public:
     Request();
     explicit Request(const RequestConfig& request_config);

@@ -4,6 +4,7 @@
 #include <curl/curl.h>
 #include <openssl/ossl_typ.h>
 
+#include "kel-http/Export.h"
 #include "kel-http/RequestConfig.h"
 
 // What libcurl's options can not say about a TLS connection: set in OpenSSL's own context, which libcurl hands out while
@@ -14,22 +15,22 @@
 namespace kel::http::tls {
 
 // Whether libcurl can load the client certificate and its key from the request's own files.
-bool hasOwnIdentityFiles(const RequestConfig& config);
+KEL_HTTP_EXPORT bool hasOwnIdentityFiles(const RequestConfig& config);
 
 // All that `config` asks for. Files that can be read when the handshake begins come before the device's own identity.
-CURLcode setupSSLCTXCallback(CURL* curl, void* sslctx, void* config);
+KEL_HTTP_EXPORT CURLcode setupSSLCTXCallback(CURL* curl, void* sslctx, void* config);
 
 // Installs `config.verifier`, which has the last word on the chain then, and its text. The context gets a copy of the
 // text, because it lives as long as the connection. Stops the process when the verifier is no plain function.
-CURLcode setupVerifierCallback(CURL* curl, void* sslctx, void* config);
+KEL_HTTP_EXPORT CURLcode setupVerifierCallback(CURL* curl, void* sslctx, void* config);
 
 // Lets a chain end at any trusted certificate.
-CURLcode configurePartialChain(CURL* curl, void* sslctx, void* config);
+KEL_HTTP_EXPORT CURLcode configurePartialChain(CURL* curl, void* sslctx, void* config);
 
 // Presents the device's certificate (MIC) from the secure store.
-CURLcode setMicToCtx(CURL* curl, void* sslctx, void* config);
+KEL_HTTP_EXPORT CURLcode setMicToCtx(CURL* curl, void* sslctx, void* config);
 
 // Frees what is not null.
-void addMicToCtxCleanup(X509* certificate, EVP_PKEY* key);
+KEL_HTTP_EXPORT void addMicToCtxCleanup(X509* certificate, EVP_PKEY* key);
 
 }  // namespace kel::http::tls

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Executor.h"
+#include "kel-http/Export.h"
 #include "kel-http/curl/Engine.h"
 
 // The engine for older programs, which have an `Executor` and derive their own kel::http::Request instead of using a
@@ -19,7 +20,7 @@
 //          completions run nevertheless, the set-up of the proxy does nothing.
 // Needs:   an executor whose post() does not throw once the constructor has returned. A completion that can not be
 //          posted stops the process.
-class HTTPEngine : public kel::http::Engine {
+class KEL_HTTP_EXPORT HTTPEngine : public kel::http::Engine {
  public:
     // Starts the engine thread and posts a task "InitializeProxy", which calls set_http_proxy(). `name` appears in the
     // log. What post() throws is passed on; there is no engine then.

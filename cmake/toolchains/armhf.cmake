@@ -1,0 +1,28 @@
+# SPDX-License-Identifier: MIT
+# 32-bit ARM with hardware floating point, as Debian's armhf: its cross compiler, and a sysroot that
+# tools/make-armhf-sysroot makes. Programs run under qemu-arm.
+if(DEFINED ENV{KEL_HTTP_SYSROOT})
+  set(CMAKE_SYSROOT $ENV{KEL_HTTP_SYSROOT})
+elseif(DEFINED ENV{XDG_CACHE_HOME})
+  set(CMAKE_SYSROOT $ENV{XDG_CACHE_HOME}/kel-http/armhf-sysroot)
+else()
+  set(CMAKE_SYSROOT $ENV{HOME}/.cache/kel-http/armhf-sysroot)
+endif()
+if(NOT EXISTS ${CMAKE_SYSROOT}/usr/include)
+  message(FATAL_ERROR "There is no armhf sysroot in '${CMAKE_SYSROOT}': run tools/make-armhf-sysroot first, "
+                      "or name its folder in the environment variable KEL_HTTP_SYSROOT")
+endif()
+
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR arm)
+set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
+set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L ${CMAKE_SYSROOT})
+
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
+set(ENV{PKG_CONFIG_LIBDIR} ${CMAKE_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig:${CMAKE_SYSROOT}/usr/share/pkgconfig)
