@@ -111,6 +111,9 @@ void Engine::addFileUpload(CURL* easy, const Request& request, ActiveTask& task)
     curl_easy_setopt(easy, CURLOPT_READFUNCTION, &Engine::putReadFile);
     curl_easy_setopt(easy, CURLOPT_READDATA, task.uploadFile);
     curl_easy_setopt(easy, CURLOPT_INFILESIZE, sizeForCurl(size));
+    if (!fitsLongOption(size)) {
+        writeLine(*logger, log_level::debug, "({}) an upload of {} bytes is sent in chunks", request.id(), size);
+    }
 }
 
 void Engine::addMimeForm(CURL* easy, const RequestPtr& request, ActiveTask& task) {

@@ -3,6 +3,7 @@
 
 #include "client/DownloadTest.h"
 #include "support/Deadline.h"
+#include "support/Emulator.h"
 #include "support/ServerProcess.h"
 
 namespace kel::http::test {
@@ -20,7 +21,8 @@ class DownloadRealDiskTest : public testing::Test {
     std::vector<std::string> download(const Reply& reply, const std::vector<std::string>& options) {
         server.enqueue(reply);
         ServerProcess::Program program;
-        program.words = {KEL_TEST_DOWNLOAD_PROCESS, server.url(), folder.path()};
+        program.words = commandOf(KEL_TEST_DOWNLOAD_PROCESS);
+        program.words.insert(program.words.end(), {server.url(), folder.path()});
         program.words.insert(program.words.end(), options.begin(), options.end());
         for (char** variable = environ; *variable != nullptr; ++variable) program.environment.emplace_back(*variable);
         program.log_file = output.path("log");

@@ -3,7 +3,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <stdexcept>
+
 #include "curl/CookieTest.h"
+#include "support/Emulator.h"
 
 namespace kel::http::test {
 namespace {
@@ -15,18 +18,22 @@ using ::testing::IsEmpty;
 class EngineCookieRestartTest : public CookieTest {
  protected:
     // The cookies that the process's request carried, and its exit code or what waitpid(2) says instead.
-    Cookies carriedByProcess(std::vector<std::string> options, const Reply& reply = Reply(200)) {
+    Cookies carriedByProcess(const std::vector<std::string>& options, const Reply& reply = Reply(200)) {
         server.enqueue(reply);
-        options.insert(options.begin(), {KEL_TEST_COOKIE_PROCESS, folder.path(), server.url()});
+        std::vector<std::string> words = commandOf(KEL_TEST_COOKIE_PROCESS);
+        words.insert(words.end(), {folder.path(), server.url()});
+        words.insert(words.end(), options.begin(), options.end());
         std::vector<char*> arguments;
-        for (std::string& option : options) arguments.push_back(option.data());
+        for (std::string& word : words) arguments.push_back(word.data());
         arguments.push_back(nullptr);
         pid_t process = -1;
         int status = -1;
         EXPECT_EQ(posix_spawn(&process, arguments[0], nullptr, nullptr, arguments.data(), environ), 0);
         EXPECT_EQ(waitpid(process, &status, 0), process);
         EXPECT_EQ(status, 0);
-        return cookiesOf(server.requests().back());
+        const auto requests = server.requests();
+        if (requests.empty()) throw std::runtime_error("the process has sent nothing");
+        return cookiesOf(requests.back());
     }
 };
 

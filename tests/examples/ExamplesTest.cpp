@@ -8,6 +8,7 @@
 #include <string>
 
 #include "support/ClosedPort.h"
+#include "support/Emulator.h"
 #include "support/ScriptedServer.h"
 
 namespace kel::http::test {
@@ -25,8 +26,10 @@ struct Result {
 class ExampleTest : public testing::TestWithParam<const char*> {
  protected:
     static Result run(const std::string& argument) {
-        const std::string command = "env -u http_proxy -u all_proxy " KEL_TEST_EXAMPLES "/" + std::string(GetParam()) +
-                                    " " + argument + " 2>&1";
+        std::string command = "env -u http_proxy -u all_proxy";
+        for (const std::string& word : commandOf(KEL_TEST_EXAMPLES "/" + std::string(GetParam())))
+            command += " " + word;
+        command += " " + argument + " 2>&1";
         FILE* const stream = popen(command.c_str(), "r");
         Result result;
         std::array<char, 4096> piece{};

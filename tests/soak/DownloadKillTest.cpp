@@ -7,6 +7,7 @@
 
 #include "fixture/ClientTest.h"
 #include "support/Deadline.h"
+#include "support/Emulator.h"
 #include "support/Files.h"
 #include "support/NginxServer.h"
 #include "support/ServerProcess.h"
@@ -43,7 +44,8 @@ class DownloadKillTest : public testing::Test {
     // Runs it for no longer than `life`; whether it has ended by itself.
     bool run(nanoseconds life, const std::vector<std::string>& options) {
         ServerProcess::Program program;
-        program.words = {KEL_TEST_DOWNLOAD_PROCESS, nginx_.url("/f"), directory_.path()};
+        program.words = commandOf(KEL_TEST_DOWNLOAD_PROCESS);
+        program.words.insert(program.words.end(), {nginx_.url("/f"), directory_.path()});
         program.words.insert(program.words.end(), options.begin(), options.end());
         for (char** variable = environ; *variable != nullptr; ++variable) program.environment.emplace_back(*variable);
         program.log_file = logs_.path("log");

@@ -14,6 +14,7 @@
 
 #include "AwaitFile.h"
 #include "support/Deadline.h"
+#include "support/Emulator.h"
 #include "support/FileDescriptor.h"
 #include "support/Files.h"
 
@@ -60,7 +61,7 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments, const Input&
     writeWholeFile(streams_.path("in"), input.bytes);
     // There from the beginning, so that they can be watched.
     for (const char* const name : {"out", "err"}) writeWholeFile(streams_.path(name), "");
-    std::vector<std::string> words = {KEL_TEST_TOOL};
+    std::vector<std::string> words = commandOf(KEL_TEST_TOOL);
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<std::string> variables = environmentOfTool(input.environment);
 
@@ -76,11 +77,11 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments, const Input&
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     setUsualSignals(attributes);
-    const int error = posix_spawn(&process_, KEL_TEST_TOOL, &files, &attributes, pointersTo(words).data(),
+    const int error = posix_spawn(&process_, words[0].c_str(), &files, &attributes, pointersTo(words).data(),
                                   pointersTo(variables).data());
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&files);
-    if (error != 0) throw std::system_error(error, std::generic_category(), KEL_TEST_TOOL);
+    if (error != 0) throw std::system_error(error, std::generic_category(), words[0]);
 }
 
 ToolProcess::~ToolProcess() {
