@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
+#include <filesystem>
 
 #include "curl/Interposed.h"
 #include "fixture/EngineTest.h"
+#include "fixture/LogCapture.h"
 #include "support/Files.h"
 #include "support/TemporaryDirectory.h"
 #include "tervo/platforminfo.h"
@@ -154,6 +156,49 @@ TEST_F(InterposedOptionsTest, LimitOfZeroIsSet) {
     config.speed_limit = 0U;
     EXPECT_THAT(only(optionsOf(config), {"CURLOPT_MAXFILESIZE", "CURLOPT_MAX_RECV_SPEED_LARGE"}),
                 ElementsAre("CURLOPT_MAXFILESIZE=0", "CURLOPT_MAX_RECV_SPEED_LARGE=0"));
+}
+
+// --- numbers that a long of 32 bits can not hold ---
+
+constexpr bool LongIsShort = sizeof(long) == 4;
+constexpr std::uint32_t ThreeGibibytes = 3U << 30U;
+
+TEST_F(InterposedOptionsTest, TimeOutBeyondALongIsTheLongestOne) {
+    const LogCapture log("HttpClient", 1);
+    RequestConfig config = get();
+    config.timeout = std::chrono::milliseconds(0x1'0000'0005);
+    EXPECT_THAT(only(optionsOf(config), {"CURLOPT_NOSIGNAL", "CURLOPT_TIMEOUT_MS"}),
+                ElementsAre("CURLOPT_NOSIGNAL=1",
+                            LongIsShort ? "CURLOPT_TIMEOUT_MS=2147483647" : "CURLOPT_TIMEOUT_MS=4294967301"));
+    EXPECT_EQ(log.contains("a timeout of 4294967301 is too long for this system, it ends after 2147483647"),
+              LongIsShort);
+}
+
+TEST_F(InterposedOptionsTest, SizeLimitBeyondALongIsLeftToTheDataHook) {
+    const LogCapture log("HttpClient", 4);
+    RequestConfig config = get();
+    config.size_limit = ThreeGibibytes;
+    EXPECT_THAT(only(optionsOf(config), {"CURLOPT_MAXFILESIZE"}),
+                LongIsShort ? Options{} : Options{"CURLOPT_MAXFILESIZE=3221225472"});
+    EXPECT_EQ(log.contains("a size limit of 3221225472 is checked when the data come"), LongIsShort);
+}
+
+TEST_F(InterposedOptionsTest, FileBeyondALongIsNotResumed) {
+    const LogCapture log("HttpClient", 1);
+    RequestConfig config = get();
+    config.resume = true;
+    config.download_path = directory.path("part");
+    writeWholeFile(config.download_path, "");
+    std::filesystem::resize_file(config.download_path, ThreeGibibytes);
+    const Options options = only(optionsOf(config), {"CURLOPT_RESUME_FROM"});
+    if (!LongIsShort) {
+        EXPECT_THAT(options, ElementsAre("CURLOPT_RESUME_FROM=3221225472"));
+        EXPECT_EQ(server.requests().at(0).header("Range"), "bytes=3221225472-");
+        return;
+    }
+    EXPECT_THAT(options, IsEmpty());
+    EXPECT_THAT(server.requests(), IsEmpty());
+    EXPECT_TRUE(log.contains("is too large to be resumed on this system: remove it"));
 }
 
 TEST_F(InterposedOptionsTest, BasicIsTheOnlyMethodOffered) {

@@ -6,7 +6,7 @@
 namespace kel::http::test {
 namespace {
 
-// A list as CMake writes it.
+// Separated by blanks.
 constexpr const char* Words = KEL_TEST_EMULATOR;
 
 }  // namespace
@@ -18,7 +18,7 @@ bool underEmulator() {
 std::vector<std::string> commandOf(const std::string& program) {
     std::vector<std::string> words;
     std::istringstream list(Words);
-    for (std::string word; std::getline(list, word, ';');) words.push_back(word);
+    for (std::string word; list >> word;) words.push_back(word);
     words.push_back(program);
     return words;
 }

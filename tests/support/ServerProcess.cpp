@@ -137,7 +137,7 @@ void ServerProcess::awaitListening(std::uint16_t port) const {
 bool ServerProcess::awaitEnd(std::chrono::nanoseconds longest) const {
     pollfd ended{life_line_.get(), 0, 0};
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(longest);
-    const timespec left{seconds.count(), (longest - seconds).count()};
+    const timespec left{static_cast<time_t>(seconds.count()), static_cast<long>((longest - seconds).count())};
     return ppoll(&ended, 1, &left, nullptr) == 1;
 }
 

@@ -64,8 +64,8 @@ void redirect(const httplib::Request& request, httplib::Response& response) {
 // No two places look alike: a piece that is lost, doubled or misplaced shows in the checksum.
 std::string make_image() {
     std::string image(OriginServer::image_bytes, '\0');
-    for (std::uint64_t place = 0; place < image.size(); place += sizeof place) {
-        const std::uint64_t word = (place + 1) * 0x9E3779B97F4A7C15U;
+    for (std::size_t place = 0; place < image.size(); place += sizeof(std::uint64_t)) {
+        const std::uint64_t word = (std::uint64_t{place} + 1) * 0x9E3779B97F4A7C15U;
         std::memcpy(&image[place], &word, sizeof word);
     }
     return image;
