@@ -24,7 +24,7 @@ NginxServer::Options withCookies() {
         location = /set {
             add_header Set-Cookie "session=1; Path=/";
             add_header Set-Cookie "age=2; Path=/; Max-Age=1000";
-            add_header Set-Cookie "date=3; Path=/; Expires=Fri, 01 Jan 2038 00:00:00 GMT";
+            add_header Set-Cookie "date=3; Path=/; Expires=Thu, 01 Jan 2037 00:00:00 GMT";
             add_header Set-Cookie "shared=4; Path=/; Domain=kel.localhost";
             add_header Set-Cookie "deep=5; Path=/deep";
             add_header Set-Cookie "secret=6; Path=/; Secure";

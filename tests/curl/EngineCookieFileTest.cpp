@@ -128,12 +128,12 @@ TEST_F(EngineCookieFileTest, FileHasEveryKindOfCookieInItsColumns) {
     EXPECT_THAT(readWholeFile(folder.file()), StartsWith("# Netscape HTTP Cookie File\n"));
     EXPECT_THAT(folder.cookies(),
                 ::testing::UnorderedElementsAre("127.0.0.1\tFALSE\t/\tFALSE\t0\tsession\t1",
-                                                "127.0.0.1\tFALSE\t/\tFALSE\t2145916800\tkept\t2",
-                                                "#HttpOnly_127.0.0.1\tFALSE\t/\tFALSE\t2145916800\thidden\t3",
-                                                "127.0.0.1\tFALSE\t/dir/deep\tFALSE\t2145916800\tdeep\t4",
-                                                "127.0.0.1\tFALSE\t/\tFALSE\t2145916800\tempty\t",
-                                                "127.0.0.1\tFALSE\t/\tFALSE\t2145916800\todd\ta, b\"=/?%",
-                                                ".kel.localhost\tTRUE\t/\tFALSE\t2145916800\tshared\t5"));
+                                                "127.0.0.1\tFALSE\t/\tFALSE\t2114380800\tkept\t2",
+                                                "#HttpOnly_127.0.0.1\tFALSE\t/\tFALSE\t2114380800\thidden\t3",
+                                                "127.0.0.1\tFALSE\t/dir/deep\tFALSE\t2114380800\tdeep\t4",
+                                                "127.0.0.1\tFALSE\t/\tFALSE\t2114380800\tempty\t",
+                                                "127.0.0.1\tFALSE\t/\tFALSE\t2114380800\todd\ta, b\"=/?%",
+                                                ".kel.localhost\tTRUE\t/\tFALSE\t2114380800\tshared\t5"));
     EXPECT_THAT(folder.names(), ElementsAre("httpcookies"));
 }
 

@@ -79,11 +79,15 @@ TEST_F(HooksTest, RequestThatCouldNotBeSetUpIsNotAdded) {
     EXPECT_THAT(hooks.events(), IsEmpty());
 }
 
-TEST_F(HooksTest, RefusedHandleStopsTheProcess) {
+// The engine is the dying process's own: a fork would have none of an earlier one's thread.
+TEST(HooksDeathTest, RefusedHandleStopsTheProcess) {
     EXPECT_EXIT(
         {
+            const Engine engine([](const std::function<void()>& completion) { completion(); });
             refuse_handles = true;
-            run(get());
+            RequestConfig config;
+            config.url = "http://127.0.0.1/";
+            std::make_shared<RecordingRequest>(config)->runRequest();
             pause();
         },
         testing::KilledBySignal(SIGABRT), "");
