@@ -43,7 +43,7 @@ class Reader {
     static bool read(const std::string& path, std::string& bytes) {
         const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
         if (file.get() < 0) return false;
-        bytes.resize(fs::file_size("/proc/self/fd/" + std::to_string(file.get())));
+        bytes.resize(static_cast<std::size_t>(fs::file_size("/proc/self/fd/" + std::to_string(file.get()))));
         std::size_t size = 0;
         for (ssize_t count = 1; count > 0 && size < bytes.size(); size += static_cast<std::size_t>(count)) {
             count = std::max<ssize_t>(::read(file.get(), bytes.data() + size, bytes.size() - size), 0);
