@@ -1,0 +1,25 @@
+# SPDX-License-Identifier: MIT
+# Lets the shared library `target` export what `list` names, a line each as `nm -DC` prints it, and nothing else: not its
+# own private functions, and not what it has instantiated of other libraries' templates.
+function(kel_export_only target list)
+  get_target_property(type ${target} TYPE)
+  if(NOT type STREQUAL "SHARED_LIBRARY")
+    return()
+  endif()
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${list})
+  file(STRINGS ${list} symbols REGEX "^[^#]")
+  set(patterns)
+  foreach(symbol IN LISTS symbols)
+    # The linker takes names with wildcards. Types of parameters are left out: some differ from processor to processor.
+    string(REGEX MATCH "^[^(]*" name "${symbol}")
+    string(REGEX REPLACE "[^A-Za-z0-9_]" "?" pattern "${name}")
+    if(NOT name STREQUAL symbol)
+      string(APPEND pattern "[!A-Za-z0-9_]*")
+    endif()
+    string(APPEND patterns "    ${pattern};\n")
+  endforeach()
+  set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.map)
+  file(CONFIGURE OUTPUT ${script} CONTENT "{\n  global: extern \"C++\" {\n${patterns}  };\n  local: *;\n};\n")
+  target_link_options(${target} PRIVATE LINKER:--version-script=${script})
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${script})
+endfunction()
