@@ -39,6 +39,8 @@ class KEL_HTTP_EXPORT Client {
     // Names one request of one client.
     using RequestId = std::uint32_t;
 
+    // What a request calls: one of the first two, once; a download the third one as well, any number of times before.
+    // The records are good during the call only.
     using ResponseCallback = std::function<void(RequestId, const ResponseData&)>;
     using ErrorCallback = std::function<void(RequestId, const ErrorData&)>;
     using ProgressCallback = std::function<void(RequestId, const ProgressData&)>;
@@ -77,6 +79,9 @@ class KEL_HTTP_EXPORT Client {
     // unknown id is ignored.
     // Threads:   the client's.
     virtual void pause_request(RequestId id) = 0;
+
+    // Lets the data flow again. An unknown id is ignored.
+    // Threads:   the client's.
     virtual void resume_request(RequestId id) = 0;
 
     // Ends the request; none of its callbacks is called any more. An unknown id, also that of a request that has ended,
@@ -99,7 +104,7 @@ class KEL_HTTP_EXPORT Client {
                           const std::function<void(const ErrorData&)>& error_cb,
                           const std::function<void(const ProgressData&)>& progress_cb);
 
-    // pause_request() and resume_request().
+    // The same as pause_request() and resume_request().
     void pause(RequestId id);
     void resume(RequestId id);
 };

@@ -13,8 +13,10 @@ namespace kel::http::detail {
 // `name_of(Enum)` is found in the enumeration's own namespace.
 template <typename Enum>
 struct EnumFormatter : fmt::formatter<fmt::string_view> {
+    // Formats the name.
     using Text = fmt::formatter<fmt::string_view>;
 
+    // Reads the specifier, up to the closing brace.
     constexpr auto parse(fmt::format_parse_context& context) -> decltype(context.begin()) {
         const auto begin = context.begin();
         const auto end = end_of_specifier(begin, context.end());
@@ -28,6 +30,7 @@ struct EnumFormatter : fmt::formatter<fmt::string_view> {
         return end;
     }
 
+    // Writes the name of `value`.
     template <typename Context>
     auto format(Enum value, Context& context) const -> decltype(context.out()) {
         const std::string_view name = name_of(value);

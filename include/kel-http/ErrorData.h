@@ -9,6 +9,7 @@ namespace kel::http {
 
 // Why there is no response.
 struct ErrorData {
+    // The kind of failure, for programs.
     ClientFailure failure;
 
     // For people; libcurl's own words where there are any. May be empty.

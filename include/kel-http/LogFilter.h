@@ -43,6 +43,7 @@ struct LogFilter {
     // Rewrites the headers, of the request and of the response alike.
     std::function<HeaderMap(const HeaderMap&)> header_filter;
 
+    // Which bodies are written. Default: standard.
     Mode mode = Mode::standard;
 };
 

@@ -70,6 +70,7 @@ struct KEL_HTTP_EXPORT RequestConfig {
     RequestConfig(Method method, const std::string& url, const HeaderMap& headers, const std::string& body,
                   std::chrono::milliseconds timeout);
 
+    // Copies are independent of each other.
     RequestConfig(const RequestConfig& other);
     RequestConfig& operator=(const RequestConfig& other);
     ~RequestConfig();

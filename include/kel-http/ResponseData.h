@@ -12,8 +12,9 @@ namespace kel::http {
 
 // What the server answered. Every status is a response, those of errors as well.
 struct KEL_HTTP_EXPORT ResponseData {
-    // Copy the headers and the body; no redirect, no timing data.
+    // Copies the headers and the body; no redirect, no timing data.
     ResponseData(int status, const HeaderMap& headers, const std::string& body);
+    // The same with what is known of redirects.
     ResponseData(int status, const HeaderMap& headers, const std::string& body, tl::optional<std::string> redirect_url,
                  int redirect_count);
 

@@ -39,6 +39,7 @@ namespace kel::http {
 //           program that wants none clears them.
 class KEL_HTTP_EXPORT Engine {
  public:
+    // Decides where a completion runs: calls it at once, or has another thread call it, once.
     using CallbackHandler = std::function<void(const std::function<void()>&)>;
 
     // Which proxy transfers go through. The numbers are part of the interface: they appear in log lines.
@@ -69,6 +70,8 @@ class KEL_HTTP_EXPORT Engine {
 
     // The engine of this process; stops the process when there is none. Any thread.
     static Engine* getEngine();
+
+    // Whether there is one. Any thread.
     static bool hasEngine();
 
     // Queues `task` for the engine thread; tasks run in order, once each. A task queued by a task runs in the next
@@ -78,8 +81,8 @@ class KEL_HTTP_EXPORT Engine {
     // Replaces the function that is called, on the engine thread, before each transfer is set up. Any thread.
     void onNewRequest(const std::function<void()>& handler);
 
-    // Starts, drops, pauses and continues the transfer of `request`. Any thread. A request that is not active is
-    // ignored by the last three.
+    // Start, drop, pause and continue the transfer of `request`. Any thread. A request that is not active is ignored by
+    // the last three.
     void addNewRequest(std::shared_ptr<Request> request);
     void tryToCancelRequest(std::shared_ptr<Request> request);
     void pauseRequest(std::shared_ptr<Request> request);
@@ -89,6 +92,8 @@ class KEL_HTTP_EXPORT Engine {
     // only. The URL is logged, as it is; user and password are not. Any thread. Initially Off.
     void setProxyConfig(ProxyConfigMode mode, const std::string& url, const std::string& user,
                         const std::string& password);
+
+    // What setProxyConfig() was given last. Any thread.
     ProxyConfigMode getProxyMode() const;
     std::string getProxyUrl() const;
     std::string getProxyUser() const;

@@ -13,8 +13,10 @@ namespace kel::http {
 // The proxies that failed within the last 30 minutes. Requests try them last. Engine thread.
 class ProxyBlackList {
  public:
+    // Tells the time.
     using Clock = std::chrono::steady_clock::time_point (*)();
 
+    // An empty list.
     explicit ProxyBlackList(Clock clock_to_read = &std::chrono::steady_clock::now);
 
     // Lists a proxy; one that is listed already, from now on.

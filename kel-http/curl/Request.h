@@ -30,6 +30,7 @@ namespace kel::http {
 //           callback handler runs them, when the engine does not touch the request any more.
 class KEL_HTTP_EXPORT Request : public std::enable_shared_from_this<Request> {
  public:
+    // With the defaults of RequestConfig, or a copy of `request_config`.
     Request();
     explicit Request(const RequestConfig& request_config);
     Request(const Request&) = delete;
@@ -70,7 +71,7 @@ class KEL_HTTP_EXPORT Request : public std::enable_shared_from_this<Request> {
 
     virtual ~Request();
 
-    // The HTTP status of the last completion, 0 for none; 4294967295 before.
+    // The HTTP status of the last completion, 0 for none; 4294967295 before. The engine sets it.
     void setResponseCode(unsigned int code);
     unsigned int getResponseCode() const;
 

@@ -18,6 +18,7 @@ class Executor {
     virtual void post(std::function<void()> task, int reserved, const std::string& name) = 0;
 
  protected:
+    // For derived classes only.
     Executor() = default;
     Executor(const Executor&) = default;
     Executor& operator=(const Executor&) = default;

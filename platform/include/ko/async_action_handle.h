@@ -20,9 +20,11 @@ enum class CallbackType {
 template <typename Callback>
 class GuardedCallback {
  public:
+    // For AsyncActionHandle::wrap().
     GuardedCallback(CallbackType type, Callback callback, std::shared_ptr<bool> flag)
         : type_(type), callback_(std::move(callback)), active_flag_(std::move(flag)) {}
 
+    // Passes the arguments on, or does nothing.
     template <typename... Arguments>
     void operator()(Arguments&&... arguments) const {
         const bool active = *active_flag_;
@@ -46,7 +48,9 @@ class GuardedCallback {
 template <typename Tag>
 class AsyncActionHandle {
  public:
+    // Active, with nothing to cancel yet.
     AsyncActionHandle() : active_flag(std::make_shared<bool>(true)) {}
+    // Takes over the other's action.
     AsyncActionHandle(AsyncActionHandle&& other) noexcept
         : active_flag(std::exchange(other.active_flag, nullptr)),
           cancel_action(std::exchange(other.cancel_action, nullptr)) {}

@@ -15,9 +15,12 @@ constexpr unsigned char ascii_lower(char character) noexcept {
     return byte >= 'A' && byte <= 'Z' ? static_cast<unsigned char>(byte + ('a' - 'A')) : byte;
 }
 
-// Hash and equality of unordered containers whose string keys differ by more than the case of ASCII letters.
+// Hash, and with lc_equals equality, of unordered containers whose string keys differ by more than the case of ASCII
+// letters.
 // Bytes beyond ASCII have to match exactly. Any thread; nothing is allocated.
 struct lc_hash {
+    // Equal for texts that lc_equals calls equal.
+    //
     // It never throws, but does not say so: containers then keep the hash of each entry instead of computing it again
     // for the neighbours of every entry that is inserted.
     std::size_t operator()(const std::string& text) const {
@@ -31,7 +34,9 @@ struct lc_hash {
     }
 };
 
+// See lc_hash.
 struct lc_equals {
+    // True when the texts differ by nothing but the case of ASCII letters.
     bool operator()(const std::string& left, const std::string& right) const noexcept {
         if (left.size() != right.size()) return false;
         for (std::size_t i = 0; i < left.size(); ++i) {

@@ -25,6 +25,7 @@ class executor {
     virtual void post(std::function<void()> task, int tag) = 0;
 
  protected:
+    // For derived classes only.
     executor() = default;
     executor(const executor&) = default;
     executor& operator=(const executor&) = default;

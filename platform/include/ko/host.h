@@ -16,7 +16,7 @@ namespace host {
 struct LogLine {
     std::string_view logger;  // name of the logger; "tovanlog" for what was written past all loggers
     int level;                // 1 errors, 2 warnings, 3 information, 4 to 7 debug, 8 detail, 9 payload
-    std::string_view text;
+    std::string_view text;    // the line itself
 };
 
 // Where log lines go. Empty: nowhere.
@@ -34,6 +34,7 @@ LogSink log_to_file(const std::string& path);
 // Writes to the system's log under the name `identity`.
 LogSink log_to_syslog(const std::string& identity);
 
+// What configure() takes. A program names what differs from these defaults.
 struct Settings {
     // Folder for files that may vanish with a restart, without a slash at the end.
     std::string temporary_directory = "/tmp";
@@ -48,7 +49,9 @@ struct Settings {
     bool test_mode = false;
     // Verbosity of all loggers that `log_levels` does not name: lines up to this level are written; 0 silences them.
     int log_level = 1;
+    // Verbosity of single loggers, by name.
     std::map<std::string, int> log_levels;
+    // Where log lines go.
     LogSink log_sink = log_to_stderr();
 };
 

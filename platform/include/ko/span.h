@@ -23,16 +23,21 @@ class span {
                          std::is_convertible_v<decltype(std::declval<Container&>().size()), std::size_t>>;
 
  public:
+    // No elements.
     constexpr span() noexcept = default;
+    // `size` elements from `data` on.
     constexpr span(T* data, std::size_t size) noexcept : data_(data), size_(size) {}
     // From anything with data() and size(): std::vector, std::array, std::string, another span.
     template <typename Container, typename = if_container<Container>>
     constexpr span(Container&& container) noexcept : data_(container.data()), size_(container.size()) {}
 
+    // The first element; null or not when there are none.
     constexpr T* data() const noexcept { return data_; }
     // Elements, not bytes.
     constexpr std::size_t size() const noexcept { return size_; }
+    // Whether there are none.
     constexpr bool empty() const noexcept { return size_ == 0; }
+    // For loops over all elements.
     constexpr T* begin() const noexcept { return data_; }
     constexpr T* end() const noexcept { return data_ + size_; }
 

@@ -36,10 +36,12 @@ class thread {
         // Stack of the thread in bytes; 0 (the default): what the system gives every thread.
         void set_stack_size(std::size_t bytes) { stack_size_ = bytes; }
 
+        // Whether a scheduler was set.
         bool has_scheduler() const noexcept { return scheduler_.has_value(); }
         // 0 as long as no scheduler was set.
         int scheduler_policy() const noexcept { return scheduler_ ? scheduler_->policy : 0; }
         int scheduler_priority() const noexcept { return scheduler_ ? scheduler_->priority : 0; }
+        // As set, in bytes.
         std::size_t stack_size() const noexcept { return stack_size_; }
 
      private:
@@ -51,9 +53,11 @@ class thread {
         std::size_t stack_size_ = 0;
     };
 
+    // No thread.
     thread() noexcept = default;
+    // Takes over the other's thread.
     thread(thread&& other) noexcept;
-    // Stops the process when this object is joinable.
+    // Takes over the other's thread. Stops the process when this object is joinable.
     thread& operator=(thread&& other) noexcept;
     // Stops the process when this object is joinable.
     ~thread();
@@ -67,6 +71,7 @@ class thread {
     static thread create_thread(const char* name, const attributes& attributes, thread_id& id,
                                 const std::function<void()>& body);
 
+    // Whether this object stands for a thread.
     bool joinable() const noexcept { return id_ != invalid_thread_id; }
     // Waits for the end of the thread. Stops the process when not joinable, or when called by the thread itself.
     void join();

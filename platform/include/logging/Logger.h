@@ -23,6 +23,7 @@ class Logger {
     // Holds until the next call, or until the host configures itself anew.
     void set_verbosity(int level) noexcept { verbosity_.store(level, std::memory_order_relaxed); }
 
+    // As getLogger() was asked for it.
     const std::string& name() const noexcept { return name_; }
 
     // Writes one line, given without a line feed at its end, unless `level` is above verbosity().

@@ -8,6 +8,7 @@
 
 namespace tl {
 
+// A value that may be missing.
 template <class T>
 using optional = std::optional<T>;
 using std::in_place;
