@@ -16,6 +16,7 @@ namespace {
 
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 struct Result {
     int exit_code = -1;
@@ -23,23 +24,24 @@ struct Result {
     std::string output;
 };
 
+Result runExample(const std::string& name, const std::string& argument) {
+    std::string command = "env -u http_proxy -u all_proxy";
+    for (const std::string& word : commandOf(KEL_TEST_EXAMPLES "/" + name)) command += " " + word;
+    command += " " + argument + " 2>&1";
+    FILE* const stream = popen(command.c_str(), "r");
+    Result result;
+    std::array<char, 4096> piece{};
+    while (const std::size_t size = std::fread(piece.data(), 1, piece.size(), stream)) {
+        result.output.append(piece.data(), size);
+    }
+    const int status = pclose(stream);
+    if (WIFEXITED(status)) result.exit_code = WEXITSTATUS(status);
+    return result;
+}
+
 class ExampleTest : public testing::TestWithParam<const char*> {
  protected:
-    static Result run(const std::string& argument) {
-        std::string command = "env -u http_proxy -u all_proxy";
-        for (const std::string& word : commandOf(KEL_TEST_EXAMPLES "/" + std::string(GetParam())))
-            command += " " + word;
-        command += " " + argument + " 2>&1";
-        FILE* const stream = popen(command.c_str(), "r");
-        Result result;
-        std::array<char, 4096> piece{};
-        while (const std::size_t size = std::fread(piece.data(), 1, piece.size(), stream)) {
-            result.output.append(piece.data(), size);
-        }
-        const int status = pclose(stream);
-        if (WIFEXITED(status)) result.exit_code = WEXITSTATUS(status);
-        return result;
-    }
+    static Result run(const std::string& argument) { return runExample(GetParam(), argument); }
 
     ScriptedServer server;
 };
@@ -65,6 +67,17 @@ TEST_P(ExampleTest, UsageIsPrintedWithoutAUrl) {
     const Result result = run("");
     EXPECT_THAT(result.output, HasSubstr("usage: "));
     EXPECT_EQ(result.exit_code, 1);
+}
+
+TEST(ReadmeExampleTest, BodyIsPrinted) {
+    ScriptedServer server;
+    server.enqueue(Reply(200).body("twelve bytes"));
+    EXPECT_EQ(runExample("example_readme", server.url()).output, "twelve bytes\n");
+}
+
+TEST(ReadmeExampleTest, ErrorIsPrinted) {
+    const ClosedPort closed;
+    EXPECT_THAT(runExample("example_readme", closed.url()).output, StartsWith("none: "));
 }
 
 }  // namespace
