@@ -15,7 +15,7 @@ enum class ClientFailure : std::uint32_t {
     ResolveFailed = 1,
     // Anything else: TLS, a refused tunnel, a connection that broke, a request that could not be set up.
     Other = 2,
-    // RequestConfig::timeout ran out; without one, libcurl's own limit for connecting.
+    // RequestConfig::timeout ran out, or libcurl's own limit for connecting.
     Timeout = 3,
     // Kept for its number; a 401, 403 or 407 arrives as a response.
     AuthFailure = 4,
