@@ -12,7 +12,7 @@ namespace kel::http {
 
 // What the server answered. Every status is a response, those of errors as well.
 struct KEL_HTTP_EXPORT ResponseData {
-    // Copies the headers and the body; no redirect, no timing data.
+    // Copy the headers and the body; no redirect, no timing data.
     ResponseData(int status, const HeaderMap& headers, const std::string& body);
     // The same with what is known of redirects.
     ResponseData(int status, const HeaderMap& headers, const std::string& body, tl::optional<std::string> redirect_url,
