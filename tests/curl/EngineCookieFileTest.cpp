@@ -16,8 +16,6 @@ using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
 using ::testing::StartsWith;
 
-constexpr const char* Device = "device.kel.localhost";
-
 class EngineCookieFileTest : public CookieTest {
  protected:
     RequestConfig in(CookieJar jar, const std::string& path = "/") const {
@@ -124,7 +122,8 @@ TEST_F(EngineCookieFileTest, FileHasEveryKindOfCookieInItsColumns) {
     receive(writer("/dir/page"),
             {"session=1; Path=/", "kept=2; Path=/" + until, "hidden=3; Path=/; HttpOnly" + until,
              "deep=4; Path=/dir/deep" + until, "empty=; Path=/" + until, "odd=a, b\"=/?%; Path=/" + until});
-    receive(to(Device, CookieJar::rw_cookies), {"shared=5; Domain=kel.localhost" + until, "past=6; Max-Age=0"});
+    receive(to("device.kel.localhost", CookieJar::rw_cookies),
+            {"shared=5; Domain=kel.localhost" + until, "past=6; Max-Age=0"});
     EXPECT_THAT(readWholeFile(folder.file()), StartsWith("# Netscape HTTP Cookie File\n"));
     EXPECT_THAT(folder.cookies(),
                 ::testing::UnorderedElementsAre("127.0.0.1\tFALSE\t/\tFALSE\t0\tsession\t1",

@@ -25,14 +25,14 @@ const Options Identity = {"CURLOPT_SSL_CTX_DATA", "CURLOPT_SSL_CTX_FUNCTION", "C
                           "CURLOPT_SSLCERTTYPE",  "CURLOPT_SSLKEY",           "CURLOPT_SSLKEYTYPE"};
 const Options OwnConnection = {"CURLOPT_FRESH_CONNECT", "CURLOPT_FORBID_REUSE", "CURLOPT_SSL_SESSIONID_CACHE",
                                "CURLOPT_HTTP_VERSION"};
-const Options Tls = {"CURLOPT_SSLVERSION",       "CURLOPT_SSL_CTX_DATA",
-                     "CURLOPT_SSL_CTX_FUNCTION", "CURLOPT_SSLCERT",
-                     "CURLOPT_SSLCERTTYPE",      "CURLOPT_SSLKEY",
-                     "CURLOPT_SSLKEYTYPE",       "CURLOPT_SSL_VERIFYPEER",
-                     "CURLOPT_SSL_VERIFYHOST",   "CURLOPT_CAINFO",
-                     "CURLOPT_CAPATH",           "CURLOPT_FRESH_CONNECT",
-                     "CURLOPT_FORBID_REUSE",     "CURLOPT_SSL_SESSIONID_CACHE",
-                     "CURLOPT_HTTP_VERSION"};
+const Options All_of_tls = {"CURLOPT_SSLVERSION",       "CURLOPT_SSL_CTX_DATA",
+                            "CURLOPT_SSL_CTX_FUNCTION", "CURLOPT_SSLCERT",
+                            "CURLOPT_SSLCERTTYPE",      "CURLOPT_SSLKEY",
+                            "CURLOPT_SSLKEYTYPE",       "CURLOPT_SSL_VERIFYPEER",
+                            "CURLOPT_SSL_VERIFYHOST",   "CURLOPT_CAINFO",
+                            "CURLOPT_CAPATH",           "CURLOPT_FRESH_CONNECT",
+                            "CURLOPT_FORBID_REUSE",     "CURLOPT_SSL_SESSIONID_CACHE",
+                            "CURLOPT_HTTP_VERSION"};
 
 // The TLS options that the engine gives libcurl for one request each. They are set whatever the URL is.
 class InterposedTlsOptionsTest : public EngineTest {
@@ -45,7 +45,7 @@ class InterposedTlsOptionsTest : public EngineTest {
     }
     ~InterposedTlsOptionsTest() override { stopEngine(); }
 
-    Options optionsOf(const RequestConfig& config, const Options& names = Tls) {
+    Options optionsOf(const RequestConfig& config, const Options& names = All_of_tls) {
         interposed.forgetOptions();
         last = run(config);
         last->outcome.awaitCount(1);

@@ -14,8 +14,6 @@ namespace kel::http::test {
 
 namespace {
 
-constexpr int Backlog = 1024;
-
 CountingProxy::Options optionsFor(CountingProxy::Behaviour behaviour) {
     CountingProxy::Options options;
     options.behaviour = behaviour;
@@ -28,7 +26,7 @@ CountingProxy::CountingProxy(Behaviour behaviour) : CountingProxy(optionsFor(beh
 
 CountingProxy::CountingProxy(const Options& options)
     : options_(options),
-      listener_(listenOnLoopback(Family::IPv4, Backlog)),
+      listener_(listenOnLoopback(Family::IPv4)),
       port_(portOf(listener_)),
       behaviour_(options.behaviour) {
     thread_ = std::thread([this] { run(); });

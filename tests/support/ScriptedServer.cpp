@@ -14,8 +14,6 @@ namespace kel::http::test {
 
 namespace {
 
-constexpr int Backlog = 1024;
-
 // The one that has been in this state for longest, or null.
 ScriptedConnection* oldestIn(ScriptedConnection::State state, std::list<ScriptedConnection>& connections) {
     ScriptedConnection* oldest = nullptr;
@@ -29,7 +27,7 @@ ScriptedConnection* oldestIn(ScriptedConnection::State state, std::list<Scripted
 }  // namespace
 
 ScriptedServer::ScriptedServer(Family family)
-    : listener_(listenOnLoopback(family, Backlog)), port_(portOf(listener_)), family_(family) {
+    : listener_(listenOnLoopback(family)), port_(portOf(listener_)), family_(family) {
     thread_ = std::thread([this] { run(); });
 }
 

@@ -25,7 +25,7 @@ FileDescriptor reserveOnLoopback();
 bool isListenedOn(std::uint16_t port);
 
 // A bound socket, listening and not blocking.
-FileDescriptor listenOnLoopback(Family family, int backlog);
+FileDescriptor listenOnLoopback(Family family, int backlog = 1024);
 
 // Begins to connect a socket which does not block; false where that is not done at once. Errors: std::system_error.
 bool startToConnect(const FileDescriptor& socket, std::uint16_t port);

@@ -17,10 +17,6 @@ namespace {
 
 using testing::HasSubstr;
 
-const TestCertificates& certificates() {
-    return TestCertificates::shared();
-}
-
 NginxServer::Options overTls(const CertificateFiles& files, const std::string& directives) {
     NginxServer::Options options;
     options.tls = true;
@@ -34,13 +30,14 @@ NginxServer::Options overTls(const CertificateFiles& files, const std::string& d
 class ToolTlsTest : public testing::Test {
  protected:
     ToolResult get(const std::vector<std::string>& options) {
-        std::vector<std::string> arguments = {"get", server.tlsUrl("/client"), "--ca-file", certificates().caFile()};
+        std::vector<std::string> arguments = {"get", server.tlsUrl("/client"), "--ca-file",
+                                              TestCertificates::shared().caFile()};
         arguments.insert(arguments.end(), options.begin(), options.end());
         return runTool(arguments);
     }
 
     NginxServer server{
-        overTls(certificates().server(),
+        overTls(TestCertificates::shared().server(),
                 "ssl_verify_client optional_no_ca; location = /client { return 200 $ssl_client_s_dn; }")};
     const TemporaryDirectory directory;
 };
@@ -48,14 +45,14 @@ class ToolTlsTest : public testing::Test {
 TEST_F(ToolTlsTest, OwnCertificateAndKeyArePresented) {
     CertificateWish wish;
     wish.common_name = "me";
-    const CertificateFiles me = certificates().issue("me", wish);
+    const CertificateFiles me = TestCertificates::shared().issue("me", wish);
     EXPECT_EQ(get({"--cert", me.certificate_file, "--key", me.key_file}).out, "CN=me");
     EXPECT_EQ(get({"--cert", me.certificate_file, "--key", me.key_file, "--partial-chain"}).out, "CN=me");
 }
 
 TEST_F(ToolTlsTest, CertificateOfTheDeviceIsPresented) {
-    EXPECT_EQ(get({"--device-cert-dir", certificates().device()}).out, "CN=test device");
-    EXPECT_EQ(get({"--device-cert-dir", certificates().device() + "/"}).out, "CN=test device");
+    EXPECT_EQ(get({"--device-cert-dir", TestCertificates::shared().device()}).out, "CN=test device");
+    EXPECT_EQ(get({"--device-cert-dir", TestCertificates::shared().device() + "/"}).out, "CN=test device");
 }
 
 TEST_F(ToolTlsTest, WithoutAnyTheCertificateIsOneForDevelopment) {
@@ -63,7 +60,7 @@ TEST_F(ToolTlsTest, WithoutAnyTheCertificateIsOneForDevelopment) {
 }
 
 TEST_F(ToolTlsTest, FilesThatCanNotBeReadAreNamedAndNothingIsSent) {
-    const CertificateFiles& me = certificates().server();
+    const CertificateFiles& me = TestCertificates::shared().server();
     const std::string missing = directory.path("missing");
     for (const std::vector<std::string>& options :
          std::vector<std::vector<std::string>>{{"--cert", missing, "--key", me.key_file},
@@ -87,25 +84,26 @@ TEST_F(ToolTlsTest, DeviceWithoutItsKeyIsNamed) {
 
 TEST_F(ToolTlsTest, OldestVersionIsHeldTo) {
     for (const char* const version : {"1.0", "1.1", "1.2"}) {
-        EXPECT_EQ(get({"--min-tls", version, "--device-cert-dir", certificates().device()}).exit_code, 0) << version;
+        EXPECT_EQ(get({"--min-tls", version, "--device-cert-dir", TestCertificates::shared().device()}).exit_code, 0)
+            << version;
     }
     const OpensslServer old({"-tls1_1", "-cipher", "ALL:@SECLEVEL=0"});
-    const ToolResult result =
-        runTool({"get", old.url(), "--ca-file", certificates().caFile(), "--min-tls", "1.2", "--timeout", "30s"});
+    const ToolResult result = runTool(
+        {"get", old.url(), "--ca-file", TestCertificates::shared().caFile(), "--min-tls", "1.2", "--timeout", "30s"});
     EXPECT_EQ(result.exit_code, 3);
     EXPECT_THAT(result.err, HasSubstr("1.2 or newer"));
 }
 
 TEST_F(ToolTlsTest, FolderOfAuthoritiesIsTrusted) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(certificates().caFile().c_str(), "r"),
-                                                               &std::fclose);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
+        std::fopen(TestCertificates::shared().caFile().c_str(), "r"), &std::fclose);
     const std::unique_ptr<X509, void (*)(X509*)> authority(PEM_read_X509(file.get(), nullptr, nullptr, nullptr),
                                                            &X509_free);
     std::array<char, 16> name{};
     std::snprintf(name.data(), name.size(), "%08lx.0", X509_subject_name_hash(authority.get()));
-    writeWholeFile(directory.path(name.data()), readWholeFile(certificates().caFile()));
+    writeWholeFile(directory.path(name.data()), readWholeFile(TestCertificates::shared().caFile()));
     const std::vector<std::string> arguments = {"get", server.tlsUrl("/redirect/0"), "--device-cert-dir",
-                                                certificates().device()};
+                                                TestCertificates::shared().device()};
     EXPECT_EQ(runTool(arguments).exit_code, 3);
     std::vector<std::string> trusting = arguments;
     trusting.insert(trusting.end(), {"--ca-dir", directory.path()});
@@ -116,9 +114,9 @@ TEST(ToolPartialChainTest, TrustedIntermediateIsEnough) {
     CertificateWish wish;
     wish.issuer = Issuer::intermediate;
     wish.with_chain = false;
-    NginxServer server(overTls(certificates().issue("behind-an-intermediate", wish), ""));
+    NginxServer server(overTls(TestCertificates::shared().issue("behind-an-intermediate", wish), ""));
     EXPECT_EQ(runTool({"get", server.tlsUrl("/redirect/0"), "--partial-chain", "--ca-file",
-                       certificates().intermediateFile()})
+                       TestCertificates::shared().intermediateFile()})
                   .out,
               "arrived");
 }
