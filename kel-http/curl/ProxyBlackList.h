@@ -11,6 +11,7 @@
 namespace kel::http {
 
 // The proxies that failed within the last 30 minutes. Requests try them last. Engine thread.
+// An Engine holds one; programs can not make one, as the shared library does not export it.
 class ProxyBlackList {
  public:
     // Tells the time.

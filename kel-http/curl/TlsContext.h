@@ -2,10 +2,12 @@
 #pragma once
 
 #include <curl/curl.h>
-#include <openssl/ossl_typ.h>
 
 #include "kel-http/Export.h"
 #include "kel-http/RequestConfig.h"
+
+struct evp_pkey_st;  // EVP_PKEY
+struct x509_st;      // X509
 
 // What libcurl's options can not say about a TLS connection: set in OpenSSL's own context, which libcurl hands out while
 // it prepares a handshake (`CURLOPT_SSL_CTX_FUNCTION`).
@@ -31,6 +33,6 @@ KEL_HTTP_EXPORT CURLcode configurePartialChain(CURL* curl, void* sslctx, void* c
 KEL_HTTP_EXPORT CURLcode setMicToCtx(CURL* curl, void* sslctx, void* config);
 
 // Frees what is not null.
-KEL_HTTP_EXPORT void addMicToCtxCleanup(X509* certificate, EVP_PKEY* key);
+KEL_HTTP_EXPORT void addMicToCtxCleanup(x509_st* certificate, evp_pkey_st* key);
 
 }  // namespace kel::http::tls

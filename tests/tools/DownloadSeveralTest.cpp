@@ -10,6 +10,7 @@
 
 #include "DownloadToolTest.h"
 #include "support/ClosedPort.h"
+#include "support/Emulator.h"
 
 namespace kel::http::test {
 namespace {
@@ -132,7 +133,8 @@ TEST_F(ToolSeveralDownloadsTest, NobodyIsForgottenWhenStandardOutputTakesNothing
         return Reply(200).body("whole");
     });
     const std::string errors = directory.path("errors");
-    std::string command = "env -u http_proxy -u all_proxy " KEL_TEST_TOOL;
+    std::string command = "env -u http_proxy -u all_proxy";
+    for (const std::string& word : commandOf(KEL_TEST_TOOL)) command += " " + word;
     for (const std::string& word : pairs({"stalled", "a"}, {"--json"})) command += " '" + word + "'";
     const int status = std::system((command + " >/dev/full 2>'" + errors + "'").c_str());
     ASSERT_TRUE(WIFEXITED(status));

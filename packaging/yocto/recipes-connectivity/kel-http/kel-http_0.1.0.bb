@@ -9,9 +9,10 @@ LIC_FILES_CHKSUM = "file://LICENSE;md5=a890e664d487f92815b674af0d355a8f"
 
 DEPENDS = "boost curl fmt openssl"
 
-# Where the sources are kept, and the commit of the version: both are the integrator's to set.
+# Where the sources are kept, and the commit of the version: both are the integrator's to set. Without the commit the fetch
+# fails, rather than to build whatever is newest.
 KEL_HTTP_REPOSITORY ?= "git://git.kel.example.net/libkel-http.git;protocol=https;branch=main"
-KEL_HTTP_REVISION ?= "${AUTOREV}"
+KEL_HTTP_REVISION ?= "INVALID"
 SRC_URI = "${KEL_HTTP_REPOSITORY} file://run-ptest"
 SRCREV = "${KEL_HTTP_REVISION}"
 S = "${WORKDIR}/git"
