@@ -236,6 +236,16 @@ TEST_F(EngineBodyTest, FileThatMustBeSentAgainForAChallengeFails) {
     }
 }
 
+TEST_F(EngineBodyTest, FileThatMustBeSentAgainForARedirectFails) {
+    writeWholeFile(directory.path("file"), std::string(1U << 20U, 'f'));
+    for (const int status : {301, 302, 307, 308}) {
+        server.enqueue(Reply::redirect("/second", status));
+        const auto request = finish(uploadOf(directory.path("file")));
+        EXPECT_THAT(request->outcome.events(), ElementsAre(StartsWith("failure 2: necessary data rewind"))) << status;
+        EXPECT_EQ(request->getResponseCode(), static_cast<unsigned int>(status));
+    }
+}
+
 // --- forms ---
 
 TEST_F(EngineBodyTest, FormOfDataAndFilesIsSentPartByPart) {

@@ -159,6 +159,15 @@ TEST_F(EngineProxyTest, ManualModeWithoutAUrlUsesNone) {
     EXPECT_EQ(request->currentProxy, std::string());
 }
 
+TEST_F(EngineProxyTest, UrlThatNamesNoProxyFailsLikeOneThatCanNotBeReached) {
+    for (const char* const malformed : {"http://127.0.0.1:99999", "http://[", "http:// "}) {
+        engine().setProxyConfig(Mode::Manual, malformed, "", "");
+        EXPECT_THAT(runToItsEnd(getThrough())->outcome.events(), ElementsAre(StartsWith("failure 1: "))) << malformed;
+    }
+    engine().setProxyConfig(Mode::Manual, "nonsense://127.0.0.1", "", "");
+    EXPECT_THAT(runToItsEnd(getThrough())->outcome.events(), ElementsAre(StartsWith("failure 5: ")));
+}
+
 TEST_F(EngineProxyTest, FailureWithoutAUrlIsListedAsTheEmptyProxy) {
     engine().setProxyConfig(Mode::Manual, "", "", "");
     RequestConfig config = getThrough();
