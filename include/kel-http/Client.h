@@ -65,10 +65,11 @@ class KEL_HTTP_EXPORT Client {
     //
     // Beware: the body of *every* answer goes there. A 404 whose page has been received replaces a good file.
     // What has the name `path` is replaced, be it a symbolic link or a device.
-    // The body is written to a sibling, `path` + ".downloading-" and eight characters, which is renamed onto `path`
-    // once it is complete: `path` is the old file or the whole new one. With config.resume the body is appended to
-    // `path` itself: one download at a time. `progress_cb` is called about once a second, and whenever a body is
-    // complete, that of a followed redirect included; never after the outcome.
+    // The body is written to a sibling, `path` + ".downloading-" and eight characters (`path` + "." and eight when the
+    // body is empty), which is renamed onto `path` once it is complete: `path` is the old file or the whole new one,
+    // save after a power cut, as nothing is synced. With config.resume the body is appended to `path` itself: one
+    // download at a time. `progress_cb` is called about once a second, and whenever a body is complete, that of a
+    // followed redirect included; never after the outcome.
     // Errors:    what can not be written ends in ClientFailure::WriteFailed; what the server can not resume in
     //            RangeError; resuming what is no file in Other.
     virtual RequestId start_download(const RequestConfig& config, const std::string& path, const LogFilter& filter,

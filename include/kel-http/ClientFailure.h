@@ -9,7 +9,7 @@ namespace kel::http {
 // in the client's error line. The meanings are those of the same names in Failure; an HTTP error is no failure here but
 // a response with its status.
 enum class ClientFailure : std::uint32_t {
-    // The URL can not be used: malformed, or neither http nor https.
+    // The URL can not be used: malformed, neither http nor https, or what answered does not speak HTTP.
     InvalidUrl = 0,
     // The name of the server or of its proxy could not be resolved.
     ResolveFailed = 1,
@@ -21,7 +21,7 @@ enum class ClientFailure : std::uint32_t {
     AuthFailure = 4,
     // No connection to the server or its proxy.
     ConnectFailed = 5,
-    // The body could not be stored: disk full, or larger than RequestConfig::size_limit.
+    // The body could not be stored: disk full, no memory, or larger than RequestConfig::size_limit.
     WriteFailed = 6,
     // The server can not go on where a partial download ends.
     RangeError = 7

@@ -8,7 +8,8 @@ namespace kel::http {
 // Why the engine could not complete a request. It always travels with a text. What a Client's caller sees of it is
 // ClientFailure. The numbers are part of the interface.
 enum class Failure : std::uint32_t {
-    // The URL can not be used: malformed, or neither http nor https (libcurl codes 1 and 3).
+    // The URL can not be used: malformed, neither http nor https, or what answered does not speak HTTP (libcurl codes 1
+    // and 3).
     InvalidUrl = 0,
     // The name of the server or of its proxy could not be resolved (5 and 6).
     ResolveFailed = 1,
@@ -23,7 +24,7 @@ enum class Failure : std::uint32_t {
     ConnectFailed = 5,
     // Any other status from 400 to 599.
     HttpError = 6,
-    // The body could not be stored: disk full, or larger than the request's limit (23).
+    // The body could not be stored: disk full, no memory, or larger than the request's limit (23).
     WriteFailed = 7,
     // The server can not go on where a partial download ends (33).
     RangeError = 8

@@ -109,8 +109,8 @@ struct KEL_HTTP_EXPORT RequestConfig {
     std::string body;
 
     // PUT only: `body` names a file whose content is sent. A file that can not be read sends an empty body. Such an
-    // upload can not be repeated, so a server that asks for credentials fails it: put them into an "Authorization"
-    // header. Default: false.
+    // upload can not be repeated, so a server that asks for credentials fails it, and so does one that redirects: put
+    // credentials into an "Authorization" header, and send the file to the final URL. Default: false.
     bool body_is_file;
 
     // Parts of a multipart form, in order; POST only. When there are any, `body` must be empty, else the process stops.
@@ -160,7 +160,7 @@ struct KEL_HTTP_EXPORT RequestConfig {
 
     // no_cookies: the request neither sends nor keeps any. ro_cookies (the default): it sends stored cookies, and those
     // that it receives are known to later requests of this process. rw_cookies: the store is also written to the cookie
-    // file when the request has ended.
+    // file once the outcome has been handed over; a callback can not count on it yet.
     CookieJar cookie_jar;
 
     // Forget what earlier requests left behind: a new cookie session, a new connection and a fresh name look-up. Stored
