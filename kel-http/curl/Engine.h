@@ -23,7 +23,7 @@
 
 namespace kel::http {
 
-// The process-wide transfer engine: one thread, "CurlEngine", that makes every libcurl call.
+// The process-wide transfer engine: one thread, "CurlEngine", that drives every transfer.
 //
 // Threads:  any thread may call the operations that take a Request, those about proxies, queueRequest(), onNewRequest()
 //           and requestTermination(). What is marked "engine thread" below is called there only.

@@ -59,8 +59,8 @@ class KEL_HTTP_EXPORT Request : public std::enable_shared_from_this<Request> {
     // The transfer is complete; getResponseCode() is 100 to 399.
     virtual void notifyDataEnd() = 0;
 
-    // The transfer failed, or its status is an error; getResponseCode() is then that status, else 0. `text` is valid
-    // during the call only.
+    // The transfer failed, or its status is an error. getResponseCode() is the status that has been received, 0 when
+    // none was. `text` is valid during the call only.
     virtual void notifyFailure(Failure failure, std::string_view text) = 0;
 
     // The peer's address, numeric, and port; with every header line.

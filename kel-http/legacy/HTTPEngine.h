@@ -15,7 +15,8 @@
 // task there tells the engine the deployment's proxy, though switched off.
 //
 // Threads: construction and destruction on any thread but the engine's. The final hooks of requests, notifyDataEnd() and
-//          notifyFailure(), run as tasks of the executor; all other hooks on the engine thread.
+//          notifyFailure() with the last reportDownloadProgress() before them, run as tasks of the executor; all other
+//          hooks on the engine thread.
 // Life:    `executor` has to outlive the engine. Tasks that are still queued there when the engine goes are harmless:
 //          completions run nevertheless, the set-up of the proxy does nothing.
 // Needs:   an executor whose post() does not throw once the constructor has returned. A completion that can not be
