@@ -5,7 +5,6 @@
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
-#include <atomic>
 #include <memory>
 #include <thread>
 
@@ -69,24 +68,24 @@ std::vector<unsigned char> encode(Encoder to_der, T* object) {
     return der;
 }
 
-std::atomic<const Identity*> made_identity{nullptr};
-
+// Never destroyed: handshakes may outlive main().
 const Identity* make_identity() {
     const Key key = make_key();
     const Certificate certificate = make_certificate(key.get());
     return new Identity{encode(i2d_X509, certificate.get()), encode(i2d_PrivateKey, key.get())};
 }
 
-}  // namespace
-
-void make_development_identity() {
-    static const Identity* const identity = make_identity();  // never destroyed: handshakes may outlive main()
-    made_identity.store(identity, std::memory_order_release);
+const Identity* made_with_enough_stack() {
+    const Identity* identity = nullptr;
+    std::thread([&identity] { identity = make_identity(); }).join();
+    return identity;
 }
 
+}  // namespace
+
 const Identity& development_identity() {
-    if (made_identity.load(std::memory_order_acquire) == nullptr) std::thread(&make_development_identity).join();
-    return *made_identity.load(std::memory_order_acquire);
+    static const Identity& identity = *made_with_enough_stack();
+    return identity;
 }
 
 }  // namespace host

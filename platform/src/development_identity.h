@@ -13,11 +13,8 @@ struct Identity {
     std::vector<unsigned char> key;
 };
 
-// Makes the identity that stands in for a device's own, unless this process has it already. Any thread; slow.
-void make_development_identity();
-
-// That identity. Any thread; at once when it is made, as it should be, for it is asked within handshakes. Otherwise the
-// caller waits while a thread of its own makes it: the caller's may be an engine's, with little stack.
+// The identity that stands in for a device's own. Any thread. The first call makes it, which is slow, on a thread of its
+// own: the caller's may be an engine's, with little stack.
 const Identity& development_identity();
 
 }  // namespace host

@@ -5,7 +5,6 @@
 #include <deque>
 #include <utility>
 
-#include "development_identity.h"
 #include "host_settings.h"
 #include "ko/mutex.h"
 #include "log_sink.h"
@@ -39,7 +38,6 @@ void replace_settings(Settings settings) {
 }  // namespace
 
 void configure(const Settings& settings) {
-    if (settings.secure_store_directory.empty()) make_development_identity();
     replace_settings(settings);
     logging::set_sink(settings.log_sink);
     logging::set_verbosities(settings.log_level, settings.log_levels);

@@ -42,7 +42,8 @@ struct Settings {
     std::map<std::string, std::string> ca_bundles = {{"default", "/etc/ssl/certs/ca-certificates.crt"}};
     // Folder with this device's certificate and key, device_cert.der and device_key.der. Empty (the default): a
     // development identity is made up for this process, with a self-signed certificate that no server has reason to
-    // trust.
+    // trust. The first handshake that may present it makes it, while all transfers wait for a noticeable fraction of a
+    // second; the process stops where it can not be made.
     std::string secure_store_directory;
     // What platforminfo says about this system.
     bool release_build = false;
@@ -59,10 +60,7 @@ struct Settings {
 //
 // Call it before the first engine is made; a later call changes what is asked from then on. A process that never calls
 // it has the defaults above, but logs nothing.
-// The first call that needs the development identity makes it, which can take a noticeable fraction of a second. Later
-// calls find it made. Without any call the first handshake that needs it makes it, and all transfers wait.
 // Threads: any.
-// Errors:  stops the process when the development identity cannot be made.
 void configure(const Settings& settings);
 
 }  // namespace host
