@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <string_view>
 #include <system_error>
@@ -29,10 +30,17 @@ bool reachesTool(std::string_view variable) {
     return !endsWith("_proxy") && !endsWith("_PROXY") && !endsWith("_PASSWORD");
 }
 
+bool areOfOneName(std::string_view variable, std::string_view other) {
+    return variable.substr(0, variable.find('=')) == other.substr(0, other.find('='));
+}
+
+// Each variable once: which one of two counts is not said.
 std::vector<std::string> environmentOfTool(const std::vector<std::string>& additions) {
     std::vector<std::string> variables = additions;
     for (char** variable = environ; *variable != nullptr; ++variable) {
-        if (reachesTool(*variable)) variables.emplace_back(*variable);
+        const auto isReplaced = [&](const std::string& addition) { return areOfOneName(addition, *variable); };
+        if (!reachesTool(*variable) || std::any_of(additions.begin(), additions.end(), isReplaced)) continue;
+        variables.emplace_back(*variable);
     }
     return variables;
 }
