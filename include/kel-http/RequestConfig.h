@@ -109,8 +109,9 @@ struct KEL_HTTP_EXPORT RequestConfig {
     std::string body;
 
     // PUT only: `body` names a file whose content is sent. A file that can not be read sends an empty body. Such an
-    // upload can not be repeated, so a server that asks for credentials fails it, and so does one that redirects: put
-    // credentials into an "Authorization" header, and send the file to the final URL. Default: false.
+    // upload can not be repeated, so a server that asks for credentials fails it, and so does one that redirects with
+    // 301, 302, 307 or 308: put credentials into an "Authorization" header, and send the file to the final URL. Default:
+    // false.
     bool body_is_file;
 
     // Parts of a multipart form, in order; POST only. When there are any, `body` must be empty, else the process stops.

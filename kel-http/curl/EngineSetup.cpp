@@ -133,8 +133,10 @@ void Engine::addDownloadLimits(CURL* easy, const Request& request) {
         curl_easy_setopt(easy, CURLOPT_MAXFILESIZE, static_cast<long>(*config.size_limit));
     } else if (config.size_limit) {
         // Where a long is too short for the limit libcurl can not help; the data hook counts on its own.
-        writeLine(*logger, log_level::debug, "({}) a size limit of {} is checked when the data come", request.id(),
-                  *config.size_limit);
+        writeLine(
+            *logger, log_level::debug,
+            "({}) a size limit of {} is too large for libcurl on this system: only notifyDataReceived() can hold to it",
+            request.id(), *config.size_limit);
     }
     if (!config.resume) return;
 
@@ -172,13 +174,13 @@ void Engine::addTimeout(CURL* easy, const Request& request) {
         // Cut to the length of a long, a very long time-out could become a very short one.
         constexpr std::int64_t lowest = std::numeric_limits<long>::min();
         constexpr std::int64_t longest = std::numeric_limits<long>::max();
+        curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(std::clamp(timeout, lowest, longest)));
+        writeLine(*logger, log_level::detail, "({}) setting timeout of task to {}", request.id(), timeout);
         if (timeout > longest) {
             writeLine(*logger, log_level::error, "({}) a timeout of {} is too long for this system, it ends after {}",
                       request.id(), timeout, longest);
         }
-        curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-        curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(std::clamp(timeout, lowest, longest)));
-        writeLine(*logger, log_level::detail, "({}) setting timeout of task to {}", request.id(), timeout);
     }
     if (config.speed_limit) {
         curl_easy_setopt(easy, CURLOPT_MAX_RECV_SPEED_LARGE, static_cast<curl_off_t>(*config.speed_limit));

@@ -34,7 +34,7 @@ class DownloadRealDiskTest : public testing::Test {
     }
 
     static bool hasNoDisk(const std::vector<std::string>& lines) {
-        return lines.empty() || lines[0].find("no disk") == 0;
+        return !lines.empty() && lines[0].find("no disk") == 0;
     }
 
     ScriptedServer server;

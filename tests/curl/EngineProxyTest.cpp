@@ -159,7 +159,7 @@ TEST_F(EngineProxyTest, ManualModeWithoutAUrlUsesNone) {
     EXPECT_EQ(request->currentProxy, std::string());
 }
 
-TEST_F(EngineProxyTest, UrlThatNamesNoProxyFailsLikeOneThatCanNotBeReached) {
+TEST_F(EngineProxyTest, MalformedProxyUrlFailsLikeAnUnknownNameAndAnUnknownSchemeLikeARefusal) {
     for (const char* const malformed : {"http://127.0.0.1:99999", "http://[", "http:// "}) {
         engine().setProxyConfig(Mode::Manual, malformed, "", "");
         EXPECT_THAT(runToItsEnd(getThrough())->outcome.events(), ElementsAre(StartsWith("failure 1: "))) << malformed;

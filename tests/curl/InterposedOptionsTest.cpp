@@ -5,6 +5,7 @@
 #include "curl/Interposed.h"
 #include "fixture/EngineTest.h"
 #include "fixture/LogCapture.h"
+#include "support/ClosedPort.h"
 #include "support/Files.h"
 #include "support/TemporaryDirectory.h"
 #include "tervo/platforminfo.h"
@@ -12,10 +13,13 @@
 namespace kel::http::test {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
+using ::testing::StartsWith;
 
 using Options = std::vector<std::string>;
 
@@ -180,7 +184,9 @@ TEST_F(InterposedOptionsTest, SizeLimitBeyondALongIsLeftToTheDataHook) {
     config.size_limit = ThreeGibibytes;
     EXPECT_THAT(only(optionsOf(config), {"CURLOPT_MAXFILESIZE"}),
                 LongIsShort ? Options{} : Options{"CURLOPT_MAXFILESIZE=3221225472"});
-    EXPECT_EQ(log.contains("a size limit of 3221225472 is checked when the data come"), LongIsShort);
+    EXPECT_EQ(log.contains("a size limit of 3221225472 is too large for libcurl on this system: only "
+                           "notifyDataReceived() can hold to it"),
+              LongIsShort);
 }
 
 TEST_F(InterposedOptionsTest, FileBeyondALongIsNotResumed) {
@@ -197,8 +203,27 @@ TEST_F(InterposedOptionsTest, FileBeyondALongIsNotResumed) {
         return;
     }
     EXPECT_THAT(options, IsEmpty());
-    EXPECT_THAT(server.requests(), IsEmpty());
     EXPECT_TRUE(log.contains("is too large to be resumed on this system: remove it"));
+    const auto request = run(config);
+    request->outcome.awaitCount(1);
+    EXPECT_THAT(request->outcome.events(),
+                ElementsAre(AllOf(StartsWith("failure 2: "), HasSubstr("is too large to be resumed on this system"))));
+    EXPECT_THAT(server.requests(), IsEmpty());
+    EXPECT_EQ(std::filesystem::file_size(config.download_path), ThreeGibibytes);
+}
+
+TEST_F(InterposedOptionsTest, FileBeyondALongIsSentWithoutItsSize) {
+    const LogCapture log("HttpClient", 4);
+    RequestConfig config = get();
+    config.url = ClosedPort().url();  // the options are set before anything is sent
+    config.method = Method::PUT;
+    config.body = directory.path("file");
+    config.body_is_file = true;
+    writeWholeFile(config.body, "");
+    std::filesystem::resize_file(config.body, ThreeGibibytes);
+    EXPECT_THAT(only(optionsOf(config), {"CURLOPT_INFILESIZE"}),
+                ElementsAre(LongIsShort ? "CURLOPT_INFILESIZE=-1" : "CURLOPT_INFILESIZE=3221225472"));
+    EXPECT_EQ(log.contains("an upload of 3221225472 bytes is sent in chunks"), LongIsShort);
 }
 
 TEST_F(InterposedOptionsTest, BasicIsTheOnlyMethodOffered) {

@@ -17,8 +17,9 @@ UNMARKED_NAMES = {"LICENSE", ".gitignore"}
 
 def files(root):
     """The files of the tree: what git knows of, and without git whatever is not built."""
-    listing = subprocess.run(["git", "-C", root, "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
-                             capture_output=True, text=True, check=False)
+    # The tree may be another user's.
+    listing = subprocess.run(["git", "-c", f"safe.directory={root.resolve()}", "-C", root, "ls-files", "-z", "--cached",
+                              "--others", "--exclude-standard"], capture_output=True, text=True, check=False)
     if listing.returncode == 0:
         paths = [root / name for name in listing.stdout.split("\0") if name]
         return [path for path in paths if path.is_file()]

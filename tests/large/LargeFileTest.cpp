@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "fixture/ClientTest.h"
+#include "fixture/LogCapture.h"
 #include "support/Deadline.h"
 #include "support/NginxServer.h"
 #include "support/TemporaryDirectory.h"
@@ -117,9 +118,21 @@ TEST_P(LargeDownloadTest, ArrivesAsAWholeAndProgressIsCutTo32Bits) {
     EXPECT_EQ(outcome.response->status, 200);
     expectSame(target_, GetParam());
 
-    const ProgressData last = recorder.progress(id).back();
-    EXPECT_EQ(last.total, static_cast<std::uint32_t>(GetParam()));
-    EXPECT_EQ(last.received, static_cast<std::uint32_t>(GetParam()));
+    const std::vector<ProgressData> reports = recorder.progress(id);
+    for (const ProgressData& report : reports) EXPECT_EQ(report.total, static_cast<std::uint32_t>(GetParam()));
+    EXPECT_EQ(reports.back().received, static_cast<std::uint32_t>(GetParam()));
+}
+
+TEST_F(LargeFileTest, ResumedFileGrowsBeyondTwoGibibytes) {
+    makeSparseFile(source_, Beyond31Bits);
+    makeSparseFile(target_, Beyond31Bits);
+    fs::resize_file(target_, Gibibyte);
+    RequestConfig config = to("/source");
+    config.resume = true;
+    const Recorder::Outcome outcome = outcomeOf(startDownload(config, target_));
+    ASSERT_TRUE(outcome.response.has_value()) << outcome.error->message;
+    EXPECT_EQ(outcome.response->status, 206);
+    expectSame(target_, Beyond31Bits);
 }
 
 TEST_F(LargeFileTest, LimitOfThreeGibibytesLetsASmallerFileThrough) {
@@ -133,12 +146,14 @@ TEST_F(LargeFileTest, LimitOfThreeGibibytesLetsASmallerFileThrough) {
 
 TEST_F(LargeFileTest, LimitOfThreeGibibytesRefusesALargerFile) {
     makeSparseFile(source_, Beyond32Bits);
+    const LogCapture log("HttpClient", 1);
     RequestConfig config = to("/source");
     config.size_limit = ThreeGibibytes;
     const Recorder::Outcome outcome = outcomeOf(startDownload(config, target_));
     ASSERT_TRUE(outcome.error.has_value());
     // libcurl compares the declared length, where a long can tell it the limit; else the received bytes are counted.
     EXPECT_EQ(outcome.error->failure, sizeof(long) > 4 ? ClientFailure::Other : ClientFailure::WriteFailed);
+    EXPECT_EQ(log.contains("Received data exceeds limit"), sizeof(long) == 4);
     EXPECT_THAT(directory_.names(), ElementsAre("stored"));
 }
 

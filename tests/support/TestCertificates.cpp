@@ -13,6 +13,8 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "Files.h"
+
 namespace kel::http::test {
 
 namespace {
@@ -77,8 +79,8 @@ Key makeEcKey() {
 Key makeRsaKey(const std::string& path) {
     const std::string command = KEL_TEST_OPENSSL
                                 " genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -outform DER -out '" +
-                                path + "' 2>/dev/null";
-    if (std::system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
+                                path + "' 2>'" + path + ".log'";
+    if (std::system(command.c_str()) != 0) throw std::runtime_error(command + ": " + readWholeFile(path + ".log"));
     Key key(d2i_PrivateKey_fp(File(std::fopen(path.c_str(), "r"), std::fclose).get(), nullptr), EVP_PKEY_free);
     require(key != nullptr);
     return key;
@@ -137,7 +139,7 @@ CertificateFiles TestCertificates::issue(const std::string& name, const Certific
 std::string TestCertificates::issueDevice(const std::string& name, const CertificateWish& wish) const {
     const std::string folder = directory_.path(name);
     std::filesystem::create_directory(folder);
-    const Key key = makeRsaKey(folder + "/key");
+    const Key key = makeRsaKey(folder + ".key");
     const Certificate certificate = sign(wish, key.get());
     require(i2d_X509_fp(openForWriting(folder + "/device_cert.der").get(), certificate.get()) == 1);
     require(i2d_PrivateKey_fp(openForWriting(folder + "/device_key.der").get(), key.get()) == 1);

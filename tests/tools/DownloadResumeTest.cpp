@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <filesystem>
 
 #include "DownloadToolTest.h"
 #include "support/NginxServer.h"
@@ -42,6 +43,23 @@ TEST_F(ToolResumeTest, ACutBodyIsGoneOnWith) {
     EXPECT_EQ(server.requests().back().header("Range"), "bytes=100000-");
     EXPECT_TRUE(readWholeFile(target) == whole);
     EXPECT_THAT(directory.names(), ElementsAre("file"));
+}
+
+// Where a long has 32 bits libcurl can not be told where to begin.
+TEST_F(ToolResumeTest, APartBeyondALongIsGoneOnWithOrLeftAsItIs) {
+    writeWholeFile(part, "");
+    std::filesystem::resize_file(part, std::uintmax_t{3} << 30U);
+    const ToolResult result = download(Reply(416).header("Content-Range", "bytes */3221225472"), {"--resume"});
+    if (sizeof(long) > 4) {
+        EXPECT_EQ(result.exit_code, 0) << result.err;
+        EXPECT_EQ(std::filesystem::file_size(target), std::uintmax_t{3} << 30U);
+        return;
+    }
+    EXPECT_EQ(result.exit_code, 3);
+    EXPECT_THAT(result.err, HasSubstr("is too large to be resumed on this system"));
+    EXPECT_THAT(result.err, HasSubstr("start again without --resume"));
+    EXPECT_THAT(result.err, HasSubstr("'" + part + "' is left as it is"));
+    EXPECT_EQ(std::filesystem::file_size(part), std::uintmax_t{3} << 30U);
 }
 
 TEST_F(ToolResumeTest, ACutBodyIsRemovedUnlessItIsToBeKept) {

@@ -113,12 +113,15 @@ TEST_F(ToolDownloadTest, TlsIsCheckedAsElsewhere) {
     options.tls = true;
     NginxServer secure(options);
     secure.writeFile("file", "over TLS");
-    const ToolResult refused = runTool({"download", secure.tlsUrl("/file"), target});
+    const std::vector<std::string> arguments = {"download", secure.tlsUrl("/file"), target, "--device-cert-dir",
+                                                TestCertificates::shared().device()};
+    const ToolResult refused = runTool(arguments);
     EXPECT_EQ(refused.exit_code, 3);
     EXPECT_THAT(refused.err, HasSubstr("--ca-file"));
     EXPECT_THAT(directory.names(), IsEmpty());
-    const std::string trusted = TestCertificates::shared().caFile();
-    EXPECT_EQ(runTool({"download", secure.tlsUrl("/file"), target, "--ca-file", trusted}).exit_code, 0);
+    std::vector<std::string> trusting = arguments;
+    trusting.insert(trusting.end(), {"--ca-file", TestCertificates::shared().caFile()});
+    EXPECT_EQ(runTool(trusting).exit_code, 0);
     EXPECT_EQ(readWholeFile(target), "over TLS");
 }
 

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <ostream>
@@ -28,6 +29,12 @@ const TestCertificates& certificates() {
 // A device's certificate spares the time to make one up.
 ToolResult get(const std::string& url, const std::vector<std::string>& options = {}) {
     std::vector<std::string> arguments = {"get", url, "--timeout", "30s"};
+    const auto has = [&](const char* option) {
+        return std::find(options.begin(), options.end(), option) != options.end();
+    };
+    if (!has("--cert") && !has("--device-cert-dir")) {
+        arguments.insert(arguments.end(), {"--device-cert-dir", certificates().device()});
+    }
     arguments.insert(arguments.end(), options.begin(), options.end());
     return runTool(arguments);
 }

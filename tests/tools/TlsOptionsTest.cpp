@@ -88,8 +88,9 @@ TEST_F(ToolTlsTest, OldestVersionIsHeldTo) {
             << version;
     }
     const OpensslServer old({"-tls1_1", "-cipher", "ALL:@SECLEVEL=0"});
-    const ToolResult result = runTool(
-        {"get", old.url(), "--ca-file", TestCertificates::shared().caFile(), "--min-tls", "1.2", "--timeout", "30s"});
+    const ToolResult result =
+        runTool({"get", old.url(), "--ca-file", TestCertificates::shared().caFile(), "--min-tls", "1.2", "--timeout",
+                 "30s", "--device-cert-dir", TestCertificates::shared().device()});
     EXPECT_EQ(result.exit_code, 3);
     EXPECT_THAT(result.err, HasSubstr("1.2 or newer"));
 }
@@ -116,7 +117,8 @@ TEST(ToolPartialChainTest, TrustedIntermediateIsEnough) {
     wish.with_chain = false;
     NginxServer server(overTls(TestCertificates::shared().issue("behind-an-intermediate", wish), ""));
     EXPECT_EQ(runTool({"get", server.tlsUrl("/redirect/0"), "--partial-chain", "--ca-file",
-                       TestCertificates::shared().intermediateFile()})
+                       TestCertificates::shared().intermediateFile(), "--device-cert-dir",
+                       TestCertificates::shared().device()})
                   .out,
               "arrived");
 }

@@ -124,6 +124,12 @@ void Download::explain_failure(const ErrorData& error, const HeardTransfer& answ
         result_.advice.emplace_back(start_anew);
         return;
     }
+    // The library does not ask at all where the number of bytes is too large for libcurl.
+    constexpr auto most = static_cast<std::uintmax_t>(std::numeric_limits<long>::max());
+    if (error.failure == ClientFailure::Other && !answer.is_known() && part_.size_before() > most) {
+        result_.advice.emplace_back(start_anew);
+        return;
+    }
     const std::string hint = log_->secrets().conceal(advice(error, answer.trouble, options_));
     if (!hint.empty()) result_.advice.push_back(hint);
 }

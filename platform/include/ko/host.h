@@ -42,8 +42,8 @@ struct Settings {
     std::map<std::string, std::string> ca_bundles = {{"default", "/etc/ssl/certs/ca-certificates.crt"}};
     // Folder with this device's certificate and key, device_cert.der and device_key.der. Empty (the default): a
     // development identity is made up for this process, with a self-signed certificate that no server has reason to
-    // trust. The first handshake that may present it makes it, while all transfers wait for a noticeable fraction of a
-    // second; the process stops where it can not be made.
+    // trust. The first handshake that may present it makes it, while all transfers wait: a fraction of a second, on a
+    // slow processor several seconds. The process stops where it can not be made.
     std::string secure_store_directory;
     // What platforminfo says about this system.
     bool release_build = false;
