@@ -26,17 +26,21 @@ const TestCertificates& certificates() {
     return TestCertificates::shared();
 }
 
-// A device's certificate spares the time to make one up.
-ToolResult get(const std::string& url, const std::vector<std::string>& options = {}) {
+ToolResult getAsGiven(const std::string& url, const std::vector<std::string>& options) {
     std::vector<std::string> arguments = {"get", url, "--timeout", "30s"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    return runTool(arguments);
+}
+
+// A device's certificate spares the time to make one up.
+ToolResult get(const std::string& url, std::vector<std::string> options = {}) {
     const auto has = [&](const char* option) {
         return std::find(options.begin(), options.end(), option) != options.end();
     };
     if (!has("--cert") && !has("--device-cert-dir")) {
-        arguments.insert(arguments.end(), {"--device-cert-dir", certificates().device()});
+        options.insert(options.end(), {"--device-cert-dir", certificates().device()});
     }
-    arguments.insert(arguments.end(), options.begin(), options.end());
-    return runTool(arguments);
+    return getAsGiven(url, options);
 }
 
 std::vector<std::string> trusting(std::vector<std::string> more) {
@@ -153,7 +157,7 @@ class ToolDemandingServerTest : public testing::TestWithParam<const char*> {
 };
 
 TEST_P(ToolDemandingServerTest, AsksForACertificate) {
-    EXPECT_THAT(get(server.url(), trusting({})).err,
+    EXPECT_THAT(getAsGiven(server.url(), trusting({})).err,
                 AllOf(HasSubstr("demands a certificate of this client"), HasSubstr("--cert and --key"),
                       HasSubstr("--device-cert-dir")));
 }
