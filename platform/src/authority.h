@@ -11,8 +11,11 @@ namespace uri {
 inline std::string host_in(const std::string& url) {
     const auto is_control_or_blank = [](char character) { return static_cast<unsigned char>(character) <= ' '; };
     if (std::any_of(url.begin(), url.end(), is_control_or_blank)) return {};
-    const auto scheme_end = url.find("://");
-    const auto start = scheme_end == std::string::npos ? 0 : scheme_end + 3;
+    // As libcurl has it: one slash behind the colon is enough, more do no harm, and a URL in the path or query is no
+    // concern of the host.
+    const auto slash = url.find_first_of("/?#");
+    const bool has_scheme = slash != std::string::npos && slash > 0 && url[slash] == '/' && url[slash - 1] == ':';
+    const auto start = has_scheme ? std::min(url.find_first_not_of('/', slash), url.size()) : 0;
     std::string authority = url.substr(start, url.find_first_of("/?#", start) - start);
     authority.erase(0, authority.rfind('@') + 1);  // user and password; npos + 1 is 0
     if (!authority.empty() && authority.front() == '[') {
