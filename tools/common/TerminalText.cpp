@@ -99,7 +99,11 @@ std::size_t columns_of(std::string_view text) {
 }
 
 std::string_view last_columns(std::string_view text, std::size_t columns) {
-    while (columns_of(text) > columns) text.remove_prefix(first_of(text).bytes);
+    for (auto taken = columns_of(text); taken > columns;) {
+        const Character first = first_of(text);
+        taken -= columns_of(first);
+        text.remove_prefix(first.bytes);
+    }
     return text;
 }
 
