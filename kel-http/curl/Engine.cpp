@@ -116,15 +116,18 @@ void Engine::enqueueFor(RequestPtr request, void (Engine::*step)(RequestPtr)) {
     enqueue([this, step, owned = std::move(request)] { (this->*step)(owned); });
 }
 
-// The request may still be at work for an earlier run that was cancelled, so what belongs to this one is set when the
+// A request may still be at work for an earlier run that was cancelled, so what a later one begins with is set when the
 // engine comes to it.
-void Engine::enqueueRun(RequestPtr request, std::list<std::string> proxies) {
+void Engine::enqueueRun(RequestPtr request, tl::optional<std::list<std::string>> proxies) {
     const std::uint32_t run = ++request->lastRun;
+    if (run == 1 && proxies) request->remainingProxies = *proxies;
     enqueue([this, run, owned = std::move(request), candidates = std::move(proxies)]() mutable {
         owned->activeRun = run;
-        owned->currentProxy = tl::nullopt;
-        owned->remainingProxies = std::move(candidates);
-        addRequest(owned);
+        if (run > 1) {
+            owned->currentProxy = tl::nullopt;
+            owned->remainingProxies = candidates ? std::move(*candidates) : std::list<std::string>();
+        }
+        if (addRequest(owned) && !candidates) engine_request_added();
     });
 }
 
@@ -140,7 +143,7 @@ void Engine::onNewRequest(const std::function<void()>& handler) {
 
 void Engine::addNewRequest(RequestPtr request) {
     writeLine(*logger, log_level::detail, "({}) Engine::{}", request->id(), "addNewRequest");
-    enqueueRun(std::move(request), {});
+    enqueueRun(std::move(request), tl::nullopt);
 }
 
 void Engine::tryToCancelRequest(RequestPtr request) {

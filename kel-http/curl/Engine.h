@@ -156,7 +156,7 @@ class KEL_HTTP_EXPORT Engine {
 
     // Any thread.
     void enqueue(std::function<void()> task);
-    void enqueueRun(RequestPtr request, std::list<std::string> proxies);
+    void enqueueRun(RequestPtr request, tl::optional<std::list<std::string>> proxies);
     void enqueueFor(RequestPtr request, void (Engine::*step)(RequestPtr));
 
     // Waiting (EngineWait.cpp). Engine thread.
@@ -167,7 +167,7 @@ class KEL_HTTP_EXPORT Engine {
     void drainWakeups();
 
     // Setting a transfer up (EngineSetup.cpp, EngineBody.cpp, EngineCookies.cpp). Engine thread.
-    void addRequest(RequestPtr request);
+    bool addRequest(RequestPtr request);
     void prepareAddTask(RequestPtr request);
     void addTask(RequestPtr request);
     void failSetUp(const RequestPtr& request, const std::string& reason);

@@ -38,16 +38,18 @@ const char* urlForCurl(const std::string& url) {
 
 }  // namespace
 
-// A request that can not be set up fails alone; the engine serves every program part that links it.
-void Engine::addRequest(RequestPtr request) {
+// A request that can not be set up fails alone, and false is returned; the engine serves every program part that links
+// it.
+bool Engine::addRequest(RequestPtr request) {
     try {
         prepareAddTask(request);
+        return true;
     } catch (const std::exception& error) {
-        return failSetUp(request, error.what());
+        failSetUp(request, error.what());
     } catch (...) {
-        return failSetUp(request, "Unknown error");
+        failSetUp(request, "Unknown error");
     }
-    engine_request_added();
+    return false;
 }
 
 void Engine::failSetUp(const RequestPtr& request, const std::string& reason) {

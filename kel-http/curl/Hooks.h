@@ -9,7 +9,8 @@
 // driven through these functions, so that a program can watch or replace them: they are weak symbols, and a definition
 // of the program's own takes their place, with the shared and with the static library alike. They must not throw.
 
-// A new request has been set up; its handle has been added, unless it was cancelled before. Does nothing.
+// A new request without a list of proxies has been set up; its handle has been added, unless it was cancelled before.
+// Does nothing.
 KEL_HTTP_EXPORT void engine_request_added();
 
 // curl_multi_add_handle(multi, easy). Anything but CURLM_OK stops the process.

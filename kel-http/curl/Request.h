@@ -101,8 +101,8 @@ class KEL_HTTP_EXPORT Request : public std::enable_shared_from_this<Request> {
     // The body size last reported, kept by subclasses that override reportDownloadProgress().
     std::uint32_t lastDownloadProgress = 0;
 
-    // The proxies that are still to be tried, and the one of the present attempt, unset when none was chosen. Written on
-    // the engine thread only, from the moment at which a run begins there until its outcome.
+    // The proxies that are still to be tried, and the one of the present attempt, unset when none was chosen. Once the
+    // request runs they are the engine thread's, until its outcome.
     std::list<std::string> remainingProxies;
     tl::optional<std::string> currentProxy;
 

@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "curl/LineMatcher.h"
+#include "fixture/EngineHold.h"
 #include "fixture/EngineTest.h"
 #include "support/ClosedPort.h"
 #include "support/CountingProxy.h"
@@ -287,6 +288,26 @@ TEST_P(EngineProxyListTest, RequestThatRunsAgainStartsFromItsWholeList) {
     EXPECT_NE(request->id(), first_id);
     EXPECT_THAT(request->remainingProxies, IsEmpty());
     EXPECT_EQ(request->currentProxy, std::string());
+}
+
+TEST_P(EngineProxyListTest, FirstRunHasItsListAtOnce) {
+    RecordingRequestPtr request;
+    {
+        const EngineHold hold(engine());
+        request = run(getThrough({proxy.url(), "http://second"}));
+        EXPECT_THAT(request->remainingProxies, ElementsAre(proxy.url(), "http://second"));
+    }
+    request->outcome.await("end");
+}
+
+TEST_P(EngineProxyListTest, OwnerMayGiveTheListItself) {
+    const auto request = std::make_shared<RecordingRequest>(getThrough());
+    request->allocateRequestId();
+    request->remainingProxies = {proxy.url()};
+    engine().addNewRequest(request);
+    request->outcome.await("end");
+    EXPECT_EQ(request->currentProxy, proxy.url());
+    EXPECT_EQ(proxy.connectionCount(), 1U);
 }
 
 // --- what a request does to the setting ---

@@ -63,6 +63,16 @@ TEST_F(HooksTest, EveryHandleIsAddedThroughTheHookAndReportedAfterwards) {
     EXPECT_EQ(hook_thread, engine_thread);
 }
 
+TEST_F(HooksTest, RequestWithProxiesIsAddedForEachOfThemAndNotReported) {
+    engine().setProxyConfig(Engine::ProxyConfigMode::PACUrl, "", "", "");
+    RequestConfig config = get();
+    config.url = "ftp://127.0.0.2/";  // refused before anybody is asked
+    config.proxies = {"http://first", "http://second"};
+    run(config)->outcome.awaitCount(1);
+    drain();
+    EXPECT_THAT(hooks.events(), ElementsAre("add", "add"));
+}
+
 TEST_F(HooksTest, EveryPassDrivesTheTransfersThroughTheHook) {
     const std::size_t before = performs;
     onEngineThread([] {});
