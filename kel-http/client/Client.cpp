@@ -178,18 +178,22 @@ std::map<Client::RequestId, ClientImpl::RequestInfo>::node_type ClientImpl::take
 // posted task holds this client until then.
 void ClientImpl::on_response(RequestId id, const ResponseData& data) {
     check_thread();
-    const auto info = take(id);
+    auto info = take(id);
     if (info.empty()) return;
     log_response(logger, id, data, info.mapped().filter);
-    info.mapped().response_cb(id, data);
+    const ResponseCallback response_cb = std::move(info.mapped().response_cb);
+    info = {};
+    response_cb(id, data);
 }
 
 void ClientImpl::on_error(RequestId id, const ErrorData& data) {
     check_thread();
-    const auto info = take(id);
+    auto info = take(id);
     if (info.empty()) return;
     log_error(logger, id, data, info.mapped().filter);
-    info.mapped().error_cb(id, data);
+    const ErrorCallback error_cb = std::move(info.mapped().error_cb);
+    info = {};
+    error_cb(id, data);
 }
 
 void ClientImpl::on_progress(RequestId id, const ProgressData& data) {

@@ -260,6 +260,33 @@ TEST_F(ClientDeliveryTest, WhatTheCallbacksHoldGoesAfterThem) {
     EXPECT_EQ(held.use_count(), 1);
 }
 
+TEST_F(ClientDeliveryTest, WhatTheOtherCallbackHoldsIsGoneInTheOneThatIsCalled) {
+    server.enqueue(Reply(200).closeBeforeHeaders());
+    server.enqueue(Reply(200));
+    std::weak_ptr<int> other;
+    const auto hold = [&other] {
+        const auto held = std::make_shared<int>();
+        other = held;
+        return held;
+    };
+    const auto ended = [&](const std::string& event) {
+        EXPECT_TRUE(other.expired());
+        events.add(event);
+    };
+    executor.run([&] {
+        client->start_request(
+            get(), {}, [held = hold()](Client::RequestId, const ResponseData&) { ADD_FAILURE(); },
+            [ended](Client::RequestId, const ErrorData&) { ended("error"); });
+    });
+    events.await("error");
+    executor.run([&] {
+        client->start_request(
+            get(), {}, [ended](Client::RequestId, const ResponseData&) { ended("response"); },
+            [held = hold()](Client::RequestId, const ErrorData&) { ADD_FAILURE(); });
+    });
+    events.await("response");
+}
+
 // --- the client's life ---
 
 TEST_F(ClientDeliveryTest, ADroppedClientDeliversWhatIsRunningAndEnds) {
