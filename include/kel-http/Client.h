@@ -17,10 +17,10 @@
 #include "ko/executor.h"
 #include "logging/Logger.h"
 
+namespace kel::http {
+
 // Marks the handles of this library.
 struct KelHttpClientTag {};
-
-namespace kel::http {
 
 // Sends HTTP requests without blocking and calls back on the caller's own thread.
 //
@@ -122,3 +122,6 @@ KEL_HTTP_EXPORT std::shared_ptr<Client> createClient(ko::executor& executor, log
                                                      const ClientOptions& options);
 
 }  // namespace kel::http
+
+// For programs that name it so.
+using kel::http::KelHttpClientTag;

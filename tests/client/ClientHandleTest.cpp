@@ -15,7 +15,8 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Events = std::vector<std::string>;
 
-static_assert(std::is_same_v<Client::Handle, ko::AsyncActionHandle<KelHttpClientTag>>);
+static_assert(std::is_same_v<Client::Handle, ko::AsyncActionHandle<kel::http::KelHttpClientTag>>);
+static_assert(std::is_same_v<Client::Handle, ko::AsyncActionHandle<::KelHttpClientTag>>);
 
 // --- the convenience calls by themselves, above a client that does nothing ---
 
