@@ -72,7 +72,7 @@ class ClientImpl::CurlRequest : public Request {
     unsigned int waiting_reports = 0;
     std::string remote_addr;
     std::string peer_address;
-    long peer_port = 0;
+    long peer_port = -1;
     std::uint32_t received_bytes = 0;
     const std::unique_ptr<checksum::Digest> digest;
     // The size of the file that a resumed download appends to.

@@ -70,7 +70,7 @@ bool ClientImpl::CurlRequest::write_download(std::string_view data) {
 
 bool ClientImpl::CurlRequest::finish_download() {
     if (config.resume) return finish_appending();
-    if (!output && !create_empty_file()) {
+    if (!output && temporary_path.empty() && !create_empty_file()) {
         notifyFailure(Failure::WriteFailed, "Failed to write empty response");
         return false;
     }

@@ -41,7 +41,10 @@ void stopWithoutMemory(std::string_view message) {
 // Opening a pipe that nobody writes to would wait for a writer, and all transfers with it.
 std::FILE* openForUpload(const std::string& path) {
     const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    return descriptor < 0 ? nullptr : fdopen(descriptor, "rb");
+    if (descriptor < 0) return nullptr;
+    std::FILE* const stream = fdopen(descriptor, "rb");
+    if (stream == nullptr) close(descriptor);
+    return stream;
 }
 
 // Without a stream libcurl would read the upload from the program's standard input, and the engine would wait for it.

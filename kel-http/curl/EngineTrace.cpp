@@ -85,7 +85,7 @@ int Engine::traceTransfer(CURL* easy, curl_infotype type, char* data, std::size_
     std::string_view text(data, size);
     if (type == CURLINFO_HEADER_OUT && task) {
         if (task->tracedLineIsOpen) text = withoutRestOfLine(text);
-        task->tracedLineIsOpen = size > 0 && data[size - 1] != '\n';
+        if (size > 0) task->tracedLineIsOpen = data[size - 1] != '\n';
     }
     writeTrace(log, kind, type, request ? request->id() : 0U, text);
     return 0;

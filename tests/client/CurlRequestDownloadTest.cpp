@@ -190,6 +190,17 @@ TEST_F(CurlRequestDownloadTest, AMissingFolderRefusesTheFirstData) {
     expectThrown(*request, "data", "Failed to open file");
 }
 
+// No empty file takes the place of one that was to hold data.
+TEST_F(CurlRequestDownloadTest, AnEndAfterRefusedDataMovesNothing) {
+    const auto request = download(directory.path("missing/f.bin"));
+    receiveHead(*request);
+    expectThrown(*request, "data", "Failed to open file");
+    std::filesystem::create_directory(directory.path("missing"));
+    complete(*request);
+    expectWriteFailure(directory.path("missing/f.bin"));
+    EXPECT_TRUE(std::filesystem::is_empty(directory.path("missing")));
+}
+
 TEST_F(CurlRequestDownloadTest, AMissingFolderRefusesAnEmptyFile) {
     const auto request = download(directory.path("missing/f.bin"));
     receiveHead(*request);

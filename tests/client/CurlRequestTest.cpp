@@ -316,6 +316,8 @@ TEST_F(CurlRequestTest, ThePeerIsUnknownAtFirstAndMayChange) {
     const auto request = download(directory.path("f"));
     const auto report = [&request] { request->reportDownloadProgress(100, 100); };
     report();
+    request->notifyRemoteAddr("", 0);
+    report();
     request->notifyRemoteAddr("127.0.0.1", 80);
     report();
     request->notifyRemoteAddr("127.0.0.1", 81);
@@ -326,7 +328,7 @@ TEST_F(CurlRequestTest, ThePeerIsUnknownAtFirstAndMayChange) {
     report();
     std::vector<std::string> peers;
     for (const ProgressData& data : progress()) peers.push_back(data.remote_address);
-    EXPECT_THAT(peers, ElementsAre("", "127.0.0.1:80", "127.0.0.1:81", "127.0.0.2:81", "::1:81"));
+    EXPECT_THAT(peers, ElementsAre("", ":0", "127.0.0.1:80", "127.0.0.1:81", "127.0.0.2:81", "::1:81"));
 }
 
 TEST_F(CurlRequestTest, TheTotalIsKeptWhetherItIsToldOrNot) {
