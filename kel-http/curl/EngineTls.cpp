@@ -3,7 +3,7 @@
 
 #include "certificate/certificate.h"
 #include "kel-http/curl/Engine.h"
-#include "kel-http/curl/TlsContext.h"
+#include "kel-http/curl/Tls.h"
 #include "kel-http/model/LogLine.h"
 
 namespace kel::http {

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "fixture/TestHost.h"
-#include "kel-http/curl/TlsContext.h"
+#include "kel-http/curl/Tls.h"
 #include "sec/secure_store.h"
 #include "support/Files.h"
 #include "support/TemporaryDirectory.h"

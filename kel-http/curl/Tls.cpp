@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "kel-http/curl/TlsContext.h"
+#include "kel-http/curl/Tls.h"
 
 #include <openssl/crypto.h>
 #include <openssl/err.h>

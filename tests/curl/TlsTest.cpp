@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "kel-http/curl/TlsContext.h"
+#include "kel-http/curl/Tls.h"
 
 #include <openssl/err.h>
 #include <openssl/pem.h>
@@ -190,12 +190,12 @@ TEST_F(TlsContextTest, EachContextHasItsOwnText) {
 TEST_F(TlsContextDeathTest, VerifierThatIsNoPlainFunctionStops) {
     config.verifier = [](int, X509_STORE_CTX*) { return 1; };
     EXPECT_DEATH(tls::setupVerifierCallback(nullptr, context.get(), &config),
-                 "kel-http/curl/TlsContext.*Assertion '.*' failed");
+                 "kel-http/curl/Tls.*Assertion '.*' failed");
 }
 
 TEST_F(TlsContextDeathTest, MissingVerifierStops) {
     EXPECT_DEATH(tls::setupVerifierCallback(nullptr, context.get(), &config),
-                 "kel-http/curl/TlsContext.*Assertion '.*' failed");
+                 "kel-http/curl/Tls.*Assertion '.*' failed");
 }
 
 // --- partial chains ---
