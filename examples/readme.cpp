@@ -11,7 +11,6 @@ int main(int, char** argv) {
     ko::thread_executor executor("example");  // outlives the engine, which posts to it
     kel::http::Engine engine([](const std::function<void()>& completion) { completion(); });
     const auto client = kel::http::createClient(executor, *logging::getLogger("example", 0));
-
     kel::http::RequestConfig request;
     request.url = argv[1];
     request.timeout = std::chrono::seconds(10);
