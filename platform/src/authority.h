@@ -11,8 +11,8 @@ namespace uri {
 inline std::string host_in(const std::string& url) {
     const auto is_control_or_blank = [](char character) { return static_cast<unsigned char>(character) <= ' '; };
     if (std::any_of(url.begin(), url.end(), is_control_or_blank)) return {};
-    // As libcurl has it: one slash behind the colon is enough, more do no harm, and a URL in the path or query is no
-    // concern of the host.
+    // As libcurl has it: one slash behind the colon is enough, and a URL in the path or query is no concern of the host.
+    // With more than three slashes libcurl refuses the request, so that its host does not matter.
     const auto slash = url.find_first_of("/?#");
     const bool has_scheme = slash != std::string::npos && slash > 0 && url[slash] == '/' && url[slash - 1] == ':';
     const auto start = has_scheme ? std::min(url.find_first_not_of('/', slash), url.size()) : 0;
