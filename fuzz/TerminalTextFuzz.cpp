@@ -17,7 +17,8 @@ bool is_shown(wchar_t code) {
 
 // As the C library sees it, which knows codes beyond the last one as well.
 bool is_printable_utf8(std::string_view text) {
-    [[maybe_unused]] static const char* const locale = std::setlocale(LC_CTYPE, "C.UTF-8");
+    static const char* const locale = std::setlocale(LC_CTYPE, "C.UTF-8");
+    KO_ASSERT(locale != nullptr);
     while (!text.empty()) {
         std::mbstate_t state{};
         wchar_t code = 0;
