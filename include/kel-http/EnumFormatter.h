@@ -25,8 +25,12 @@ struct EnumFormatter : fmt::formatter<fmt::string_view> {
         if (type != 'p') throw fmt::format_error("invalid type specifier");
 
         // Text formatting refuses "p" in some releases of the library, so it sees the specifier without it.
-        fmt::format_parse_context without_type(fmt::string_view(begin, static_cast<std::size_t>(end - begin - 1)));
-        Text::parse(without_type);
+        const auto last = end - 1;
+        const char before = begin == last ? '\0' : *(last - 1);
+        fmt::format_parse_context without_type(fmt::string_view(begin, static_cast<std::size_t>(last - begin)));
+        if (before == '?' || is_letter(before) || Text::parse(without_type) != last) {
+            throw fmt::format_error("invalid type specifier");
+        }
         return end;
     }
 

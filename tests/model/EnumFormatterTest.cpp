@@ -60,7 +60,7 @@ TEST(EnumFormatterTest, WidthMayBeAnArgument) {
 }
 
 TEST(EnumFormatterTest, OtherTypesAreInvalid) {
-    for (const char* const pattern : {"{:d}", "{:x}", "{:S}", "{:>5c}", "{:?}"}) {
+    for (const char* const pattern : {"{:d}", "{:x}", "{:S}", "{:>5c}", "{:?}", "{:sp}", "{:s p}", "{:?p}"}) {
         try {
             format(pattern, Method::GET);
             ADD_FAILURE() << pattern << " was accepted";
