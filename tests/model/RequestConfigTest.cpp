@@ -3,7 +3,11 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <functional>
 #include <numeric>
+#include <type_traits>
+#include <vector>
 
 namespace kel::http {
 namespace {
@@ -13,6 +17,12 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::Pair;
 using testing::UnorderedElementsAre;
+
+// Programs that were built against another version pass these as they are.
+template <typename Enum>
+constexpr bool HasThirtyTwoBits = std::is_same_v<std::underlying_type_t<Enum>, std::uint32_t>;
+static_assert(HasThirtyTwoBits<Method> && HasThirtyTwoBits<AuthMethod> && HasThirtyTwoBits<MinTlsVersion>);
+static_assert(HasThirtyTwoBits<IPVersion> && HasThirtyTwoBits<CookieJar> && HasThirtyTwoBits<Proxy>);
 
 const char* const default_type = "text/xml; charset=utf-8";
 
@@ -195,6 +205,45 @@ TEST(RequestConfigTest, EmptyOptionalTextIsNotAnUnsetOne) {
     EXPECT_EQ(*config.ca_file, "");
 }
 
+TEST(RequestConfigTest, MembersKeepTheirOrder) {
+    const RequestConfig config;
+    const std::vector<const void*> members = {&config.method,
+                                              &config.url,
+                                              &config.headers,
+                                              &config.user,
+                                              &config.password,
+                                              &config.auth_method,
+                                              &config.body,
+                                              &config.body_is_file,
+                                              &config.mime_parts,
+                                              &config.caller_handles_redirects,
+                                              &config.tls_verify,
+                                              &config.ca_file,
+                                              &config.ca_dir,
+                                              &config.tls_partial_chain,
+                                              &config.min_tls_version,
+                                              &config.ip_version,
+                                              &config.own_cert,
+                                              &config.own_pkey,
+                                              &config.verifier,
+                                              &config.verifier_data,
+                                              &config.cookie_jar,
+                                              &config.reset_state,
+                                              &config.speed_limit,
+                                              &config.timeout,
+                                              &config.size_limit,
+                                              &config.timing_data,
+                                              &config.resume,
+                                              &config.keep_partial_download,
+                                              &config.proxy,
+                                              &config.proxies,
+                                              &config.proxy_user,
+                                              &config.proxy_password,
+                                              &config.download_path};
+    EXPECT_EQ(members.size(), 33U);
+    EXPECT_TRUE(std::is_sorted(members.begin(), members.end(), std::less<>()));
+}
+
 std::string fqdnOf(const std::string& url) {
     RequestConfig config;
     config.url = url;
@@ -239,6 +288,14 @@ TEST(RequestConfigTest, EverythingDumpsEveryLineInOrder) {
                             "CA file    : ca-file-path", "CA dir     : ca-dir-path", "Own cert   : cert-path",
                             "Own pkey   : pkey-path", "Verifier   : On", "    w/data : verifier-text",
                             "Size limit : 5678", "BODY       : 9 bytes"));
+}
+
+TEST(RequestConfigTest, VerifierWithoutATextIsOneLine) {
+    RequestConfig config;
+    config.verifier = acceptAll;
+    EXPECT_THAT(config.dump(), ElementsAre("HTTP: Outgoing => GET ", "AuthMethod : ANY",
+                                           "Flags      : curl-handles-redirects, ro-cookies, tls-verify, use-proxy",
+                                           "Verifier   : On", "BODY       : 0 bytes"));
 }
 
 TEST(RequestConfigTest, SetButEmptyTextsDumpAsEmpty) {
