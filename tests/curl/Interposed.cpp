@@ -22,6 +22,7 @@
 // Only so can it be defined.
 #undef curl_easy_setopt
 #undef curl_easy_getinfo
+#undef curl_share_setopt
 
 namespace kel::http::test {
 namespace {
@@ -147,15 +148,26 @@ bool isText(CURLoption option) {
     return std::find(texts.begin(), texts.end(), option) != texts.end();
 }
 
+std::string joined(const curl_slist* line) {
+    std::string all = line->data;
+    while ((line = line->next) != nullptr) all.append("|").append(line->data);
+    return all;
+}
+
 std::string shown(CURLoption option, const void* pointer, const void* easy) {
     if (pointer == nullptr) return "null";
     if (isText(option)) return static_cast<const char*>(pointer);
+    if (option == CURLOPT_HTTPHEADER) return joined(static_cast<const curl_slist*>(pointer));
     return pointer == easy ? "easy" : "set";
 }
 
-void note(CURLoption option, const std::string& value) {
+void note(const std::string& name, const std::string& value) {
     const std::lock_guard lock(state().mutex);
-    state().options.push_back(nameOf(option) + '=' + value);
+    state().options.push_back(name + '=' + value);
+}
+
+void note(CURLoption option, const std::string& value) {
+    note(nameOf(option), value);
 }
 
 void reset() {
@@ -357,6 +369,24 @@ CURLcode curl_easy_setopt(CURL* easy, CURLoption option, ...) {
     return result;
 }
 
+CURLSHcode curl_share_setopt(CURLSH* share, CURLSHoption option, ...) {
+    static auto* const real = next<CURLSHcode(CURLSH*, CURLSHoption, ...)>("curl_share_setopt");
+    std::va_list arguments;
+    va_start(arguments, option);
+    CURLSHcode result = CURLSHE_OK;
+    if (option == CURLSHOPT_SHARE) {
+        const int kind = va_arg(arguments, int);
+        kel::http::test::note("CURLSHOPT_SHARE", std::to_string(kind));
+        result = real(share, option, kind);
+    } else {
+        auto* const pointer = va_arg(arguments, void*);
+        kel::http::test::note("CURLSHOPT_" + std::to_string(static_cast<int>(option)), "set");
+        result = real(share, option, pointer);
+    }
+    va_end(arguments);
+    return result;
+}
+
 CURLcode curl_easy_getinfo(CURL* easy, CURLINFO info, ...) {
     static auto* const real = next<CURLcode(CURL*, CURLINFO, ...)>("curl_easy_getinfo");
     std::va_list arguments;
@@ -376,6 +406,8 @@ CURLcode curl_easy_getinfo(CURL* easy, CURLINFO info, ...) {
             const auto& answer = found->second;
             if (answer.result == CURLE_OK && (info & CURLINFO_TYPEMASK) == CURLINFO_LONG) {
                 *static_cast<long*>(target) = static_cast<long>(answer.value);
+            } else if (answer.result == CURLE_OK && (info & CURLINFO_TYPEMASK) == CURLINFO_STRING) {
+                *static_cast<const char**>(target) = nullptr;
             } else if (answer.result == CURLE_OK) {
                 *static_cast<curl_off_t*>(target) = answer.value;
             }

@@ -31,7 +31,7 @@ class Interposed {
     const EventLog& calls() const;
     std::size_t selects() const;
     // The options set on easy handles, in order: "CURLOPT_NAME=value", where a pointer is "easy" (the handle itself),
-    // "null" or "set".
+    // "null" or "set", and a list of headers "one: 1|two: 2"; and those set on what handles share: "CURLSHOPT_SHARE=2".
     std::vector<std::string> options() const;
     void forgetOptions();
     // What was written past all loggers.
@@ -52,7 +52,7 @@ class Interposed {
     void failEventfds();
     void failEventfdWrites(bool fail);
     void failEventfdReads(bool fail);
-    // What curl_easy_getinfo() answers to `info` from now on.
+    // What curl_easy_getinfo() answers to `info` from now on. A text is always null.
     void answerInfo(CURLINFO info, CURLcode result, curl_off_t value);
     // The same for the list of cookies, a line each.
     void answerCookieList(const std::vector<std::string>& lines);

@@ -65,6 +65,11 @@ class InterposedCookiesTest : public EngineTest {
 
 // --- options ---
 
+TEST_F(InterposedCookiesTest, EngineLetsItsHandlesShareCookiesAndNothingElse) {
+    drain();
+    EXPECT_THAT(interposed.options(), ElementsAre("CURLSHOPT_SHARE=" + std::to_string(CURL_LOCK_DATA_COOKIE)));
+}
+
 TEST_F(InterposedCookiesTest, CookiesAreSetUpAheadOfTheCredentials) {
     EXPECT_THAT(optionsOf(in(CookieJar::no_cookies, false)), ElementsAre("CURLOPT_USERNAME=user"));
     EXPECT_THAT(optionsOf(in(CookieJar::ro_cookies, false)),

@@ -63,6 +63,10 @@ const Options Method_and_body = {"CURLOPT_UPLOAD",         "CURLOPT_CUSTOMREQUES
                                  "CURLOPT_INFILESIZE",     "CURLOPT_SEEKFUNCTION",  "CURLOPT_SEEKDATA",
                                  "CURLOPT_MIMEPOST"};
 
+const std::string Default_headers =
+    "CURLOPT_HTTPHEADER=Content-Type: text/xml; charset=utf-8|User-Agent: Tervo/kel-http-default (id=noversion)|"
+    "Accept-Charset: ISO-8859-1,utf-8";
+
 TEST_F(InterposedOptionsTest, PlainGetSetsItsOptionsInOrder) {
     Options options = optionsOf(get("/plain"));
     const auto own = [](const std::string& option) {
@@ -78,9 +82,9 @@ TEST_F(InterposedOptionsTest, PlainGetSetsItsOptionsInOrder) {
                     "CURLOPT_URL=" + server.url("/plain"), "CURLOPT_WRITEFUNCTION=set", "CURLOPT_WRITEDATA=easy",
                     "CURLOPT_HEADERFUNCTION=set", "CURLOPT_HEADERDATA=easy", "CURLOPT_FOLLOWLOCATION=1",
                     "CURLOPT_MAXREDIRS=5", "CURLOPT_XFERINFOFUNCTION=set", "CURLOPT_XFERINFODATA=easy",
-                    "CURLOPT_NOPROGRESS=0", "CURLOPT_SHARE=set", "CURLOPT_COOKIEFILE=" + cookieFile(),
-                    "CURLOPT_HTTPHEADER=set", "CURLOPT_SSLVERSION=5", "CURLOPT_SSL_CTX_DATA=set",
-                    "CURLOPT_SSL_CTX_FUNCTION=set", "CURLOPT_SSL_VERIFYPEER=1", "CURLOPT_SSL_VERIFYHOST=2",
+                    "CURLOPT_NOPROGRESS=0", "CURLOPT_SHARE=set", "CURLOPT_COOKIEFILE=" + cookieFile(), Default_headers,
+                    "CURLOPT_SSLVERSION=5", "CURLOPT_SSL_CTX_DATA=set", "CURLOPT_SSL_CTX_FUNCTION=set",
+                    "CURLOPT_SSL_VERIFYPEER=1", "CURLOPT_SSL_VERIFYHOST=2",
                     "CURLOPT_CAINFO=/etc/ssl/certs/ca-certificates.crt", "CURLOPT_CAPATH=null", "CURLOPT_IPRESOLVE=0",
                     "CURLOPT_322=1", "CURLOPT_ERRORBUFFER=null", "CURLOPT_NOPROGRESS=1"));
 }
@@ -116,7 +120,7 @@ TEST_F(InterposedOptionsTest, EveryOptionHasItsPlace) {
                               "CURLOPT_HTTPAUTH=" + std::to_string(static_cast<long>(CURLAUTH_ANY)),
                               "CURLOPT_POSTFIELDSIZE=4",
                               "CURLOPT_COPYPOSTFIELDS=set",
-                              "CURLOPT_HTTPHEADER=set",
+                              Default_headers + "|Expect:",
                               "CURLOPT_SSLVERSION=5",
                               "CURLOPT_IPRESOLVE=1",
                               "CURLOPT_COOKIESESSION=1",
@@ -300,6 +304,22 @@ TEST_F(InterposedOptionsTest, FormIsHandedOverAsAWhole) {
     config.method = Method::POST;
     config.mime_parts.push_back({"name", "data", "", ""});
     EXPECT_THAT(only(optionsOf(config), Method_and_body), ElementsAre("CURLOPT_MIMEPOST=set"));
+}
+
+// --- headers ---
+
+TEST_F(InterposedOptionsTest, EnginesHeadersFollowTheCallersAndUploadsDoNotWait) {
+    const std::string headers = "CURLOPT_HTTPHEADER=user-agent: mine|Accept-Charset: ISO-8859-1,utf-8";
+    RequestConfig config = get();
+    config.headers = {{"user-agent", "mine"}};
+    for (const Method method : {Method::GET, Method::DELETE, Method::PATCH}) {
+        config.method = method;
+        EXPECT_THAT(only(optionsOf(config), {"CURLOPT_HTTPHEADER"}), ElementsAre(headers));
+    }
+    for (const Method method : {Method::POST, Method::PUT}) {
+        config.method = method;
+        EXPECT_THAT(only(optionsOf(config), {"CURLOPT_HTTPHEADER"}), ElementsAre(headers + "|Expect:"));
+    }
 }
 
 // --- TLS ---

@@ -102,6 +102,14 @@ TEST_F(InterposedProxyTest, EmptyListSetsTheEmptyProxy) {
     EXPECT_EQ(optionsOf(get()), common(""));
 }
 
+TEST_F(InterposedProxyTest, UnknownModeSetsTheEmptyProxyWithoutCredentials) {
+    engine().setProxyConfig(static_cast<Mode>(7), "http://proxy:3128", "user", "password");
+    const LogCapture log("HttpClient", 4);
+    EXPECT_EQ(optionsOf(get()), common(""));
+    EXPECT_THAT(log.lines(), Contains(EngineLine(4, '(' + std::to_string(request->id()) +
+                                                        ") Engine::addProxyConfig proxy mode=7, using proxy ''")));
+}
+
 TEST_F(InterposedProxyTest, ProxyOfTheListHasNoCredentials) {
     for (const Mode mode : {Mode::PACUrl, Mode::WPAD}) {
         engine().setProxyConfig(mode, "http://proxy:3128", "user", "password");
@@ -117,8 +125,11 @@ TEST_F(InterposedProxyTest, OptionsComeBetweenHeadersAndTls) {
     engine().setProxyConfig(Mode::Manual, "", "", "");
     optionsOf(get());
     const Options all = interposed.options();
-    const auto place = [&all](const std::string& option) { return std::find(all.begin(), all.end(), option); };
-    EXPECT_LT(place("CURLOPT_HTTPHEADER=set"), place("CURLOPT_PROXY="));
+    const auto place = [&all](const std::string& beginning) {
+        return std::find_if(all.begin(), all.end(),
+                            [&beginning](const std::string& option) { return option.rfind(beginning, 0) == 0; });
+    };
+    EXPECT_LT(place("CURLOPT_HTTPHEADER="), place("CURLOPT_PROXY="));
     EXPECT_LT(place(std::string("CURLOPT_NOPROXY=") + Long_list), place("CURLOPT_SSLVERSION=5"));
 }
 

@@ -84,8 +84,15 @@ TEST_F(InterposedQueriesTest, FigureThatIsMissingIsLoggedAndNothingIsStored) {
     }
 }
 
-TEST_F(InterposedQueriesTest, HeaderWithoutAnAddressOrPortTellsNone) {
+TEST_F(InterposedQueriesTest, HeaderWithoutAPortTellsNoAddress) {
     interposed.answerInfo(CURLINFO_PRIMARY_PORT, CURLE_OK, 0);
+    const auto request = run(get());
+    request->outcome.await("end");
+    EXPECT_THAT(request->hooks.events(), Contains(::testing::StartsWith("address")).Times(0));
+}
+
+TEST_F(InterposedQueriesTest, HeaderWithoutAnAddressTellsNone) {
+    interposed.answerInfo(CURLINFO_PRIMARY_IP, CURLE_OK, 0);
     const auto request = run(get());
     request->outcome.await("end");
     EXPECT_THAT(request->hooks.events(), Contains(::testing::StartsWith("address")).Times(0));
