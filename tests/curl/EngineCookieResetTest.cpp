@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "curl/CookieTest.h"
 #include "curl/LineMatcher.h"
+#include "support/GlobalLocale.h"
 
 namespace kel::http::test {
 namespace {
@@ -40,6 +41,13 @@ std::vector<StoredCookie> all() {
     cookies.insert(cookies.end(), Foreign.begin(), Foreign.end());
     return cookies;
 }
+
+// Takes "k" and "x" for one letter.
+class LettersWithoutK : public std::ctype<char> {
+ protected:
+    using std::ctype<char>::do_toupper;
+    char do_toupper(char letter) const override { return letter == 'k' ? 'X' : std::ctype<char>::do_toupper(letter); }
+};
 
 class EngineCookieResetTest : public CookieTest, public testing::WithParamInterface<CookieJar> {
  protected:
@@ -112,6 +120,16 @@ TEST_P(EngineCookieResetTest, AnyEndOfTheHostMatches) {
     carried(fresh(Device));
     EXPECT_THAT(cookieLines(log),
                 ::testing::UnorderedElementsAre(deleting("end", "el.localhost"), deleting("letter", "t")));
+}
+
+TEST_P(EngineCookieResetTest, GlobalLocaleTellsWhichLettersAreTheSame) {
+    folder.store({{"Xel.localhost", "other", "1"}});
+    const LogCapture log("HttpClient", 8);
+    carried(fresh(Parent));
+    EXPECT_THAT(cookieLines(log), IsEmpty());
+    const GlobalLocale locale(new LettersWithoutK);
+    carried(fresh(Parent));
+    EXPECT_THAT(cookieLines(log), ElementsAre(deleting("other", "Xel.localhost")));
 }
 
 TEST_P(EngineCookieResetTest, HostIsFoundInEveryFormOfUrl) {

@@ -5,6 +5,7 @@
 #include "curl/LineMatcher.h"
 #include "fixture/CookieFolder.h"
 #include "fixture/EngineTest.h"
+#include "support/GlobalLocale.h"
 
 namespace kel::http::test {
 namespace {
@@ -12,8 +13,16 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
 
 using Options = std::vector<std::string>;
+
+// Writes a million as "1,000,000".
+class GroupedDigits : public std::numpunct<char> {
+ protected:
+    char do_thousands_sep() const override { return ','; }
+    std::string do_grouping() const override { return "\3"; }
+};
 
 // What the engine tells libcurl about cookies, and what it makes of libcurl's answers.
 class InterposedCookiesTest : public EngineTest {
@@ -109,6 +118,13 @@ TEST_F(InterposedCookiesTest, MatchingCookieIsReplacedByOneThatHasJustExpired) {
     EXPECT_EQ(options.at(4), "CURLOPT_COOKIELIST=RELOAD");
     EXPECT_TRUE(is_possible(options.at(5))) << options.at(5);
     EXPECT_EQ(options.at(6), "CURLOPT_COOKIEFILE=null");
+}
+
+TEST_F(InterposedCookiesTest, ExpiryOfAReplacedCookieIsNotGroupedByTheGlobalLocale) {
+    folder.store({{"127.0.0.1", "a", "1"}});
+    const GlobalLocale locale(new GroupedDigits);
+    EXPECT_THAT(optionsOf(in(CookieJar::ro_cookies, true)),
+                Contains(MatchesRegex("CURLOPT_COOKIELIST=127.0.0.1\tFALSE\t/\tFALSE\t[0-9]+\ta\t1")));
 }
 
 // --- answers ---

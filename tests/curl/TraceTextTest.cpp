@@ -3,6 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+
+#include "support/GlobalLocale.h"
+
 namespace kel::http::test {
 namespace {
 
@@ -78,6 +83,19 @@ TEST(TraceTextTest, WhiteSpaceIsTrimmedAtBothEndsOnly) {
     EXPECT_EQ(trimmed("\r\n"), "");
     EXPECT_EQ(trimmed(""), "");
     EXPECT_EQ(trimmed("\xC3\xA9\xFF"), "\xC3\xA9\xFF");
+}
+
+TEST(TraceTextTest, GlobalLocaleTellsWhatWhiteSpaceIs) {
+    using Letters = std::ctype<char>;
+    std::array<Letters::mask, Letters::table_size> kinds{};
+    std::copy_n(Letters::classic_table(), kinds.size(), kinds.begin());
+    kinds['x'] = Letters::space;
+    EXPECT_EQ(trimmed("x x a x bx"), "x x a x bx");
+    {
+        const GlobalLocale locale(new Letters(kinds.data()));
+        EXPECT_EQ(trimmed("x x a x bx"), "a x b");
+    }
+    EXPECT_EQ(trimmed("xax"), "xax");
 }
 
 }  // namespace
