@@ -19,15 +19,20 @@ using ::testing::SizeIs;
 // "user:pass word:@%" as basic authentication sends it.
 constexpr const char* Credentials = "dXNlcjpwYXNzIHdvcmQ6QCU";
 
-// The trace callback called with a handle that nobody knows, without an engine.
+// Calls the trace callback with a handle that nobody knows.
+void trace(curl_infotype type, std::string text) {
+    logging::Logger* const logger = logging::getLogger("HttpClient", 0);
+    CURL* const easy = curl_easy_init();
+    EXPECT_EQ(Engine::traceTransfer(easy, type, text.data(), text.size(), logger), 0);
+    curl_easy_cleanup(easy);
+}
+
+// The trace callback without an engine.
 class TraceTest : public testing::Test {
  protected:
-    static std::vector<CapturedLine> traced(int level, curl_infotype type, std::string text) {
+    static std::vector<CapturedLine> traced(int level, curl_infotype type, const std::string& text) {
         const LogCapture log("HttpClient", level);
-        logging::Logger* const logger = logging::getLogger("HttpClient", 0);
-        CURL* const easy = curl_easy_init();
-        EXPECT_EQ(Engine::traceTransfer(easy, type, text.data(), text.size(), logger), 0);
-        curl_easy_cleanup(easy);
+        trace(type, text);
         return log.lines();
     }
 };
@@ -164,6 +169,12 @@ TEST_F(EngineTraceTest, RequestMayKeepItsBodiesOut) {
     EXPECT_THAT(linesWith(log, "[data"), IsEmpty());
     EXPECT_THAT(log.all(), Not(HasSubstr("question")));
     EXPECT_THAT(log.all(), Not(HasSubstr("answer")));
+}
+
+TEST_F(EngineTraceTest, HandleThatTheEngineDoesNotKnowIsTracedInFull) {
+    const LogCapture log("HttpClient", 9);
+    onEngineThread([] { trace(CURLINFO_DATA_IN, "text"); });
+    EXPECT_THAT(linesWith(log, "[data IN]"), ElementsAre("(0) [data IN] text"));
 }
 
 TEST_F(EngineTraceTest, CallersTokenIsConcealedInEverySpelling) {
