@@ -154,11 +154,11 @@ TEST_F(EngineDestructionTest, NoDescriptorIsLost) {
         RequestConfig upload = get();
         upload.url = nginx.url("/put/file");
         upload.method = Method::PUT;
-        upload.body = "/etc/hosts";
         upload.body_is_file = true;
-        run(upload)->outcome.await("end");
-        upload.body = "/nonexistent/file";
-        run(upload)->outcome.await("end");
+        for (const char* const path : {"/etc/hosts", "/nonexistent/file", "/etc"}) {
+            upload.body = path;
+            run(upload)->outcome.await("end");
+        }
         RequestConfig secure = get();
         secure.url = nginx.tlsUrl("/status/200");
         secure.tls_verify = false;
