@@ -34,6 +34,17 @@ constexpr std::size_t BufferBytes = 4096;
 const std::string* key_to_look_for = nullptr;
 int keys_left = 0;
 
+// What the secure store tells of its answers' lengths is wrong.
+bool lengths_are_wrong = false;
+
+using StoreFunction = int (*)(int, unsigned char*, unsigned int*);
+
+int askStore(StoreFunction real, int slot, unsigned char* buffer, unsigned int* length) {
+    const int result = real(slot, buffer, length);
+    if (lengths_are_wrong) *length = 1;
+    return result;
+}
+
 void giveBack(void* memory) noexcept {
     if (key_to_look_for != nullptr && memory != nullptr) {
         const std::string_view content(static_cast<const char*>(memory), malloc_usable_size(memory));
@@ -56,6 +67,15 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
     giveBack(memory);
 }
 
+int sec_get_deviceCert(int slot, unsigned char* buffer, unsigned int* length) {
+    static auto* const real = reinterpret_cast<StoreFunction>(dlsym(RTLD_NEXT, "_Z18sec_get_deviceCertiPhPj"));
+    return askStore(real, slot, buffer, length);
+}
+int sec_get_priv_key(int slot, unsigned char* buffer, unsigned int* length) {
+    static auto* const real = reinterpret_cast<StoreFunction>(dlsym(RTLD_NEXT, "_Z16sec_get_priv_keyiPhPj"));
+    return askStore(real, slot, buffer, length);
+}
+
 // In the place of OpenSSL's own, for callers outside of OpenSSL.
 extern "C" void OPENSSL_cleanse(void* bytes, std::size_t size) {
     static auto* const real = reinterpret_cast<void (*)(void*, std::size_t)>(dlsym(RTLD_NEXT, "OPENSSL_cleanse"));
@@ -73,6 +93,7 @@ using ::testing::StartsWith;
 class InterposedKeyWipeTest : public testing::Test {
  protected:
     InterposedKeyWipeTest() { wiped().clear(); }
+    ~InterposedKeyWipeTest() override { lengths_are_wrong = false; }
 
     CURLcode setUpWith(const std::string& certificate_bytes, const std::string& key_bytes) {
         writeWholeFile(directory.path("device_cert.der"), certificate_bytes);
@@ -100,6 +121,11 @@ TEST_F(InterposedKeyWipeTest, BufferOfTheKeyIsWipedWhateverBecomesOfIt) {
     EXPECT_EQ(setUpWith(certificate, half), CURLE_FAILED_INIT);
     ASSERT_THAT(wiped(), SizeIs(3));
     EXPECT_THAT(wiped().back(), StartsWith(half));
+}
+
+TEST_F(InterposedKeyWipeTest, LengthThatTheStoreTellsDoesNotMatter) {
+    lengths_are_wrong = true;
+    EXPECT_EQ(setUpWith(certificate, key), CURLE_OK);
 }
 
 TEST_F(InterposedKeyWipeTest, NoKeyIsLeftInMemoryThatIsGivenBack) {
