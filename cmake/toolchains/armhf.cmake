@@ -10,6 +10,11 @@ elseif(NOT "$ENV{HOME}" STREQUAL "")
 else()
   set(sysroot /root/.cache/kel-http/armhf-sysroot)
 endif()
+# The compiler runs in other folders than CMake was started in.
+if(NOT IS_ABSOLUTE ${sysroot})
+  execute_process(COMMAND pwd OUTPUT_VARIABLE folder OUTPUT_STRIP_TRAILING_WHITESPACE)
+  set(sysroot ${folder}/${sysroot})
+endif()
 # Kept, so that a build goes on in a shell without the variable.
 set(KEL_HTTP_SYSROOT ${sysroot} CACHE PATH "Root folder of the armhf system")
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KEL_HTTP_SYSROOT)
