@@ -10,11 +10,7 @@ file(CONFIGURE OUTPUT debian/changelog CONTENT "kel-http (${PROJECT_VERSION}) un
 
  -- the libkel-http authors <maintainers@kel.example.net>  Sat, 21 Nov 2026 12:00:00 +0000
 ")
-foreach(component runtime dev tools)
-  install(FILES packaging/debian/copyright ${PROJECT_BINARY_DIR}/debian/changelog
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${${component}_package} COMPONENT ${component} EXCLUDE_FROM_ALL)
-endforeach()
-
+set(CPACK_KEL_DOCUMENTS ${PROJECT_SOURCE_DIR}/packaging/debian/copyright ${PROJECT_BINARY_DIR}/debian/changelog)
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME kel-http)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
@@ -23,7 +19,7 @@ set(CPACK_COMPONENTS_ALL runtime dev tools)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/compress.cmake)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/add-documents.cmake)
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 if(CMAKE_LIBRARY_ARCHITECTURE STREQUAL "arm-linux-gnueabihf")
