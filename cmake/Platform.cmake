@@ -1,13 +1,8 @@
 # SPDX-License-Identifier: MIT
 # Where the device's services come from. Everything else knows the target kel::platform only.
-set(KEL_HTTP_HOST_PLATFORM ${PROJECT_SOURCE_DIR}/platform)
-set(KEL_HTTP_PLATFORM ${KEL_HTTP_HOST_PLATFORM} CACHE STRING
-    "Folder whose CMakeLists.txt makes the target kel::platform, or name of an installed CMake package that has it")
-
-get_filename_component(folder "${KEL_HTTP_PLATFORM}" ABSOLUTE BASE_DIR ${PROJECT_SOURCE_DIR})
-if(IS_DIRECTORY ${folder})
-  add_subdirectory(${folder} ${PROJECT_BINARY_DIR}/platform)
-  set(KEL_HTTP_PLATFORM_PACKAGE kel-platform)  # the folder installs itself under this name
+if(IS_DIRECTORY ${platform_folder})
+  add_subdirectory(${platform_folder} ${PROJECT_BINARY_DIR}/platform)
+  set(KEL_HTTP_PLATFORM_PACKAGE kel-platform)  # a folder that installs itself does it under this name
 elseif(KEL_HTTP_PLATFORM MATCHES "^[A-Za-z0-9_.-]+$")
   find_package(${KEL_HTTP_PLATFORM} REQUIRED)
   set(KEL_HTTP_PLATFORM_PACKAGE ${KEL_HTTP_PLATFORM})
@@ -19,7 +14,6 @@ if(NOT TARGET kel::platform)
 endif()
 
 # The tool, the examples and the tests set the host's services up (ko/host.h) and use its executors.
-if(NOT folder STREQUAL KEL_HTTP_HOST_PLATFORM AND (KEL_HTTP_TOOLS OR KEL_HTTP_TESTS))
+if(NOT on_host AND (KEL_HTTP_TOOLS OR KEL_HTTP_TESTS))
   message(FATAL_ERROR "KEL_HTTP_TOOLS and KEL_HTTP_TESTS need the host's own platform: switch them off for another one")
 endif()
-unset(folder)
