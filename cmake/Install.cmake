@@ -9,9 +9,17 @@ if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
   unset(folder)
 endif()
 
-# Installs a library as the CMake package `package` and as its pkg-config module, from the templates PACKAGE-config.cmake.in
+# Installs the template PACKAGE.pc.in of the calling folder as the pkg-config module `module`, which links `libs`.
+function(kel_install_module package module libs)
+  file(RELATIVE_PATH prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  string(REGEX REPLACE "/$" "" prefix ${prefix})
+  configure_file(${package}.pc.in ${PROJECT_BINARY_DIR}/${module}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${module}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+endfunction()
+
+# Installs a library as the CMake package `package` and as its pkg-config modules, from the templates PACKAGE-config.cmake.in
 # and PACKAGE.pc.in of the calling folder. Further arguments are its targets. One whose name ends with _static goes into the
-# package's component "static".
+# package's component "static", and into the module PACKAGE-static.
 function(kel_install_package package)
   set(destination ${CMAKE_INSTALL_LIBDIR}/cmake/${package})
   set(archives ${ARGN})
@@ -33,8 +41,17 @@ function(kel_install_package package)
   install(FILES ${PROJECT_BINARY_DIR}/${package}-config.cmake ${PROJECT_BINARY_DIR}/${package}-config-version.cmake
     DESTINATION ${destination} COMPONENT dev)
 
-  file(RELATIVE_PATH prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
-  string(REGEX REPLACE "/$" "" prefix ${prefix})
-  configure_file(${package}.pc.in ${PROJECT_BINARY_DIR}/${package}.pc @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/${package}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+  # Who links an archive links what it needs. A shared library beside it would be preferred, were the file not named.
+  set(platform_module ${KEL_HTTP_PLATFORM_PACKAGE})
+  if(KEL_HTTP_STATIC)
+    kel_install_module(${package} ${package} "-l${package} \${private_libs}")
+  else()
+    kel_install_module(${package} ${package} -l${package})
+  endif()
+  if(archives OR KEL_HTTP_STATIC)
+    if(TARGET kel::platform-static)
+      set(platform_module ${KEL_HTTP_PLATFORM_PACKAGE}-static)
+    endif()
+    kel_install_module(${package} ${package}-static "-l:lib${package}.a \${private_libs}")
+  endif()
 endfunction()
