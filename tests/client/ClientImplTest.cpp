@@ -3,12 +3,20 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <memory>
 #include <new>
+#include <string>
 #include <thread>
+#include <type_traits>
+#include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "fixture/ClientTest.h"
 #include "fixture/LogCapture.h"
+#include "kel-http/client/CurlRequest.h"
+#include "support/VirtualPlace.h"
 
 namespace kel::http::test {
 namespace {
@@ -16,6 +24,38 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Ids = std::vector<Client::RequestId>;
+
+// --- the types that programs are built against ---
+
+static_assert(std::is_same_v<Client::ResponseCallback, std::function<void(std::uint32_t, const ResponseData&)>>);
+static_assert(std::is_same_v<Client::ErrorCallback, std::function<void(std::uint32_t, const ErrorData&)>>);
+static_assert(std::is_same_v<Client::ProgressCallback, std::function<void(std::uint32_t, const ProgressData&)>>);
+static_assert(std::is_same_v<decltype(createClient(std::declval<ko::executor&>(), std::declval<logging::Logger&>())),
+                             std::shared_ptr<Client>>);
+static_assert(std::is_same_v<std::underlying_type_t<LogFilter::Mode>, std::uint32_t>);
+static_assert(
+    std::is_same_v<HeaderMap,
+                   std::unordered_map<std::string, std::string, ko::containers::lc_hash, ko::containers::lc_equals>>);
+
+class LargerClient : public Client {
+ public:
+    virtual void more() = 0;
+};
+
+TEST(ClientTypeTest, VirtualFunctionsStandInTheirPlaces) {
+    using Start = Client::RequestId (Client::*)(const RequestConfig&, const LogFilter&, const Client::ResponseCallback&,
+                                                const Client::ErrorCallback&);
+    using StartDownload = Client::RequestId (Client::*)(const RequestConfig&, const std::string&, const LogFilter&,
+                                                        const Client::ResponseCallback&, const Client::ErrorCallback&,
+                                                        const Client::ProgressCallback&);
+    EXPECT_EQ(virtualPlace<Start>(&Client::start_request), 2U);
+    EXPECT_EQ(virtualPlace<StartDownload>(&Client::start_download), 3U);
+    EXPECT_EQ(virtualPlace(&Client::pause_request), 4U);
+    EXPECT_EQ(virtualPlace(&Client::resume_request), 5U);
+    EXPECT_EQ(virtualPlace(&Client::cancel_request), 6U);
+    EXPECT_EQ(virtualPlace(&Client::allocate_request_id), 7U);
+    EXPECT_EQ(virtualPlace(&LargerClient::more), 8U);
+}
 
 logging::Logger& logger() {
     return *logging::getLogger("TestClient", 0);
@@ -129,6 +169,15 @@ class ClientImplDeathTest : public ClientImplTest {
     void bindElsewhere() {
         std::thread([this] { client->allocate_request_id(); }).join();
     }
+
+    static constexpr const char* on_foreign_thread =
+        "kel-http/client/Client\\.cpp:.*Assertion 'my_thread_ == ko::this_thread::get_id\\(\\)' failed";
+};
+
+// Breaks what executors promise: a task runs inside post(), on whatever thread that is.
+class ImmediateExecutor : public ko::executor {
+ public:
+    void post(std::function<void()> task, int /*tag*/) override { task(); }
 };
 
 class ClientWithoutIds : public ClientImpl {
@@ -139,14 +188,27 @@ class ClientWithoutIds : public ClientImpl {
 
 TEST_F(ClientImplDeathTest, EveryCallFromAnotherThreadStopsTheProcess) {
     bindElsewhere();
-    const char* const text =
-        "kel-http/client/Client\\.cpp:.*Assertion 'my_thread_ == ko::this_thread::get_id\\(\\)' failed";
-    EXPECT_DEATH(client->start_request({}, {}, noResponse(), noError()), text);
-    EXPECT_DEATH(client->start_download({}, "path", {}, noResponse(), noError(), noProgress()), text);
-    EXPECT_DEATH(client->pause_request(1), text);
-    EXPECT_DEATH(client->resume_request(1), text);
-    EXPECT_DEATH(client->cancel_request(1), text);
-    EXPECT_DEATH(client->allocate_request_id(), text);
+    EXPECT_DEATH(client->start_request({}, {}, noResponse(), noError()), on_foreign_thread);
+    EXPECT_DEATH(client->start_download({}, "path", {}, noResponse(), noError(), noProgress()), on_foreign_thread);
+    EXPECT_DEATH(client->pause_request(1), on_foreign_thread);
+    EXPECT_DEATH(client->resume_request(1), on_foreign_thread);
+    EXPECT_DEATH(client->cancel_request(1), on_foreign_thread);
+    EXPECT_DEATH(client->allocate_request_id(), on_foreign_thread);
+}
+
+TEST_F(ClientImplDeathTest, WhatARequestReportsOnAnotherThreadStopsTheProcess) {
+    ImmediateExecutor immediate;
+    const auto owner = std::make_shared<ClientImpl>(immediate, logger());
+    client = owner;
+    bindElsewhere();
+    ClientImpl::CurlRequest request(owner, 1, {});
+    request.notifyHeader("HTTP/1.1 200 OK\r\n\r\n");
+    request.setResponseCode(200);
+    EXPECT_DEATH(request.notifyDataEnd(), on_foreign_thread);
+    request.setResponseCode(0);
+    EXPECT_DEATH(request.notifyFailure(Failure::Timeout, "text"), on_foreign_thread);
+    ClientImpl::CurlRequest download(owner, 1, {}, "path");
+    EXPECT_DEATH(download.reportDownloadProgress(9, 9), on_foreign_thread);
 }
 
 TEST_F(ClientImplDeathTest, AnEmptyCallbackStopsTheProcess) {

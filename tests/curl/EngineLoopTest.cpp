@@ -10,6 +10,7 @@
 #include "curl/LineMatcher.h"
 #include "fixture/EngineHold.h"
 #include "fixture/EngineTest.h"
+#include "support/VirtualPlace.h"
 
 namespace kel::http::test {
 namespace {
@@ -298,9 +299,15 @@ class DerivedEngine : public Engine {
         seen.add(std::to_string(request->id()) + (lookupRequest(easy) == request ? " is active" : " is unknown"));
         Engine::addTlsConfig(easy, request);
     }
+    virtual void more() {}
 
     EventLog seen;
 };
+
+TEST(DerivedEngineTest, TlsSetUpIsTheOneVirtualFunctionBehindTheDestructor) {
+    EXPECT_EQ(virtualPlace(&Engine::addTlsConfig), 2U);
+    EXPECT_EQ(virtualPlace(&DerivedEngine::more), 3U);
+}
 
 TEST(DerivedEngineTest, DerivedEngineReplacesTheTlsSetUp) {
     ScriptedServer server;

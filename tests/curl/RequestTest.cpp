@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "fixture/EngineTest.h"
+#include "support/VirtualPlace.h"
 
 namespace kel::http::test {
 namespace {
@@ -101,6 +102,40 @@ TEST(RequestTest, WithoutAnEngineNobodyAsksForTheOwner) {
     request.pauseRequest();
     request.resumeRequest();
     EXPECT_THAT(request.hooks.events(), IsEmpty());
+}
+
+// Has no hooks but those that it must have.
+class SimplestRequest : public Request {
+ public:
+    int notifyDataReceived(std::string_view /*data*/) override { return 0; }
+    void notifyDataEnd() override {}
+    void notifyFailure(Failure /*failure*/, std::string_view /*text*/) override {}
+    virtual void more() {}
+};
+
+TEST(RequestTest, HooksThatNobodyReplacesDoNothing) {
+    SimplestRequest request;
+    request.notifyHeader("X-Header: value\r\n");
+    request.notifyRemoteAddr("127.0.0.1", 80);
+    request.reportDownloadProgress(9, 5);
+    EXPECT_EQ(request.lastDownloadProgress, 0U);
+    EXPECT_EQ(request.getResponseCode(), 4294967295U);
+    EXPECT_EQ(request.getRedirectUrl(), tl::nullopt);
+    EXPECT_EQ(request.id(), 0U);
+}
+
+TEST(RequestTest, VirtualFunctionsStandInTheirPlaces) {
+    EXPECT_EQ(virtualPlace(&Request::runRequest), 0U);
+    EXPECT_EQ(virtualPlace(&Request::tryToCancelRequest), 1U);
+    EXPECT_EQ(virtualPlace(&Request::pauseRequest), 2U);
+    EXPECT_EQ(virtualPlace(&Request::resumeRequest), 3U);
+    EXPECT_EQ(virtualPlace(&Request::notifyDataReceived), 4U);
+    EXPECT_EQ(virtualPlace(&Request::notifyHeader), 5U);
+    EXPECT_EQ(virtualPlace(&Request::notifyDataEnd), 6U);
+    EXPECT_EQ(virtualPlace(&Request::notifyFailure), 7U);
+    EXPECT_EQ(virtualPlace(&Request::notifyRemoteAddr), 8U);
+    EXPECT_EQ(virtualPlace(&Request::reportDownloadProgress), 9U);
+    EXPECT_EQ(virtualPlace(&SimplestRequest::more), 12U) << "the destructor stands between";
 }
 
 class EngineRequestTest : public EngineTest {
