@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "fixture/ClientTest.h"
+#include "fixture/LogCapture.h"
 #include "support/ClosedPort.h"
 #include "support/TemporaryDirectory.h"
 
@@ -193,6 +194,7 @@ TEST_F(ClientDeliveryTest, AnErrorCallbackMayTryAgain) {
 
 TEST_F(ClientDeliveryTest, ACallbackMayCancelItsOwnIdWhichHasEnded) {
     server.enqueue(Reply(200));
+    const LogCapture log("TestClient", 9);
     executor.run([this] {
         client->start_request(
             get(), {},
@@ -203,6 +205,7 @@ TEST_F(ClientDeliveryTest, ACallbackMayCancelItsOwnIdWhichHasEnded) {
             unexpectedError());
     });
     events.await("response");
+    EXPECT_EQ(log.count(" Cancelling"), 0U);
 }
 
 TEST_F(ClientDeliveryTest, ACallbackMayCancelAnotherRequestWhoseResponseIsPosted) {
@@ -303,6 +306,25 @@ TEST_F(ClientDeliveryTest, ADroppedClientDeliversWhatIsRunningAndEnds) {
     EXPECT_EQ(recorder.await(1).response->status, 200);
     EXPECT_EQ(recorder.await(2).response->status, 200);
     drain();
+    EXPECT_TRUE(observer.expired());
+}
+
+TEST_F(ClientDeliveryTest, ProgressOnItsWayKeepsTheClient) {
+    const TemporaryDirectory directory;
+    server.enqueue(Reply(200).body("half").stallBeforeEnd());
+    const std::weak_ptr<Client> observer = client;
+    executor.run([&] {
+        const Client::RequestId id = client->start_download(
+            get(), directory.path("f"), {}, [](Client::RequestId, const ResponseData&) { ADD_FAILURE(); },
+            unexpectedError(), [](Client::RequestId, const ProgressData&) { ADD_FAILURE(); });
+        executor.awaitTag(4037);
+        client->cancel_request(id);
+        client.reset();
+        // The engine has let go of the request by then.
+        onEngineThread([] {});
+        EXPECT_FALSE(observer.expired());
+    });
+    executor.run([] {});
     EXPECT_TRUE(observer.expired());
 }
 

@@ -250,6 +250,45 @@ TEST_F(CurlRequestTest, OtherFailuresAreErrorsWhateverTheStatus) {
     }
 }
 
+// Notes how many tasks had been posted each time it was cancelled.
+class CancellationWatch : public ClientImpl::CurlRequest {
+ public:
+    explicit CancellationWatch(RecordingExecutor& client_executor)
+        : CurlRequest(std::make_shared<ClientImpl>(client_executor, *logging::getLogger("TestClient", 0)), 1, {}),
+          executor_(client_executor) {}
+
+    void tryToCancelRequest() override {
+        posted_before.push_back(executor_.tags().size());
+        CurlRequest::tryToCancelRequest();
+    }
+
+    std::vector<std::size_t> posted_before;
+
+ private:
+    const RecordingExecutor& executor_;
+};
+
+TEST_F(CurlRequestTest, AFailureCancelsItsRequestBeforeAnythingIsPosted) {
+    for (const Failure failure : {Failure::Timeout, Failure::AuthFailure}) {
+        const std::size_t posted = executor.tags().size();
+        CancellationWatch request(executor);
+        request.reportDownloadProgress(100, 100);
+        fail(request, failure);
+        EXPECT_THAT(request.posted_before, ElementsAre(posted));
+        EXPECT_EQ(executor.tags().size(), posted + 2);
+    }
+}
+
+TEST_F(CurlRequestTest, AnErrorStatusCancelsNothing) {
+    for (const Failure failure : {Failure::AuthFailure, Failure::HttpError}) {
+        CancellationWatch request(executor);
+        receiveHead(request);
+        fail(request, failure, "unheard", 404);
+        EXPECT_THAT(request.posted_before, IsEmpty());
+    }
+    EXPECT_THAT(executor.tags(), ElementsAre(4035, 4035));
+}
+
 class CurlRequestDeathTest : public CurlRequestTest {};
 
 TEST_F(CurlRequestDeathTest, AnHttpErrorWithoutAStatusStopsTheProcess) {
