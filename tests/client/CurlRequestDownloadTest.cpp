@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
+#include <boost/system/error_code.hpp>
 #include <filesystem>
 #include <stdexcept>
 
 #include "CurlRequestTest.h"
 #include "client/FullDisk.h"
 #include "fixture/LogCapture.h"
+#include "ko/filesystem.h"
+#include "ko/random.h"
 #include "support/Files.h"
 
 namespace kel::http::test {
@@ -50,6 +53,16 @@ class CurlRequestDownloadTest : public CurlRequestTest {
         return names.empty() ? std::string() : directory.path(names.front());
     }
 
+    // Where the next download writes to.
+    std::string foreseeTemporaryFile() {
+        constexpr unsigned int seed = 42;
+        ko::randint_e_().seed(seed);
+        boost::system::error_code ignored;
+        const auto path = ko::filesystem::unique_path(target + ".downloading-%%%%%%%%", ignored);
+        ko::randint_e_().seed(seed);
+        return path.string();
+    }
+
     const std::string target = directory.path("f.bin");
 };
 
@@ -90,6 +103,29 @@ TEST_F(CurlRequestDownloadTest, TwoDownloadsToOneTargetUseTheirOwnFiles) {
     one->notifyDataReceived("one");
     other->notifyDataReceived("other");
     EXPECT_EQ(directory.names().size(), 2U);
+}
+
+TEST_F(CurlRequestDownloadTest, AFileOfTheTemporaryNameIsReplaced) {
+    writeWholeFile(foreseeTemporaryFile(), "much longer than what comes");
+    const auto request = download(target);
+    receiveHead(*request);
+    request->notifyDataReceived("data");
+    complete(*request);
+    EXPECT_THAT(directory.names(), ElementsAre("f.bin"));
+    EXPECT_EQ(readWholeFile(target), "data");
+}
+
+TEST_F(CurlRequestDownloadTest, ASymbolicLinkOfTheTemporaryNameIsFollowed) {
+    const std::string elsewhere = directory.path("elsewhere");
+    writeWholeFile(elsewhere, "much longer than what comes");
+    std::filesystem::create_symlink(elsewhere, foreseeTemporaryFile());
+    const auto request = download(target);
+    receiveHead(*request);
+    request->notifyDataReceived("data");
+    complete(*request);
+    EXPECT_THAT(directory.names(), ElementsAre("elsewhere", "f.bin"));
+    EXPECT_EQ(std::filesystem::read_symlink(target), elsewhere);
+    EXPECT_EQ(readWholeFile(elsewhere), "data");
 }
 
 TEST_F(CurlRequestDownloadTest, RenamingIsLogged) {
