@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <sstream>
 #include <thread>
 
@@ -234,6 +235,29 @@ TEST_P(EngineProxyListTest, NextProxyIsTriedUnderTheSameId) {
     EXPECT_EQ(log.count("Failed to connect to '"), 0U);
     EXPECT_EQ(request->currentProxy, proxy.url());
     EXPECT_THAT(request->remainingProxies, IsEmpty());
+}
+
+// The next attempt is set up before anybody else hears of an end.
+TEST_P(EngineProxyListTest, OtherCompletionsWaitForTheNextPassWhenAProxyIsTriedNext) {
+    RequestConfig config = getThrough({"http://first", "http://second"});
+    config.url = "ftp://127.0.0.2/";  // fails without asking anybody
+    const LogCapture log("HttpClient", 8);
+    std::vector<RecordingRequestPtr> requests;
+    {
+        const EngineHold hold(engine());
+        requests = {run(config), run(config)};
+    }
+    for (const RecordingRequestPtr& request : requests) request->outcome.awaitCount(1);
+    const std::vector<std::string> texts = log.texts("HttpClient");
+    const auto find = [&texts](auto from, const std::string& part) {
+        return std::find_if(from, texts.end(),
+                            [&part](const std::string& text) { return text.find(part) != std::string::npos; });
+    };
+    const auto retry = find(texts.begin(), "Retry with another proxy");
+    const auto other = find(retry, "HTTP: Incoming");
+    ASSERT_NE(other, texts.end());
+    EXPECT_NE(retry->substr(0, retry->find(')')), other->substr(0, other->find(')')));
+    EXPECT_EQ(std::count(retry, other, "Engine::processPendingRequests"), 1);
 }
 
 TEST_P(EngineProxyListTest, RefusedConnectIsTellingItsStatus) {

@@ -6,12 +6,14 @@
 
 #include <atomic>
 
+#include "fixture/EngineHold.h"
 #include "fixture/EngineTest.h"
 
 // This program's own hooks take the place of the library's.
 namespace {
 
 std::atomic<bool> refuse_handles{false};
+std::atomic<bool> add_foreign_handle{false};
 std::atomic<std::size_t> performs{0};
 std::atomic<ko::thread_id> hook_thread{ko::invalid_thread_id};
 kel::http::test::EventLog hooks;
@@ -24,6 +26,11 @@ void engine_request_added() {
 }
 
 CURLMcode engine_curl_multi_add_handle(void* multi, void* easy) {
+    if (add_foreign_handle) {
+        CURL* const foreign = curl_easy_init();
+        curl_easy_setopt(foreign, CURLOPT_URL, "unknown://host/");  // fails without asking anybody
+        curl_multi_add_handle(multi, foreign);
+    }
     hooks.add(kel::http::Engine::getEngine()->lookupRequest(easy) ? "add" : "add of nobody's handle");
     return refuse_handles ? CURLM_BAD_EASY_HANDLE : curl_multi_add_handle(multi, easy);
 }
@@ -89,18 +96,38 @@ TEST_F(HooksTest, RequestThatCouldNotBeSetUpIsNotAdded) {
     EXPECT_THAT(hooks.events(), IsEmpty());
 }
 
-// The engine is the dying process's own: a fork would have none of an earlier one's thread.
-TEST(HooksDeathTest, RefusedHandleStopsTheProcess) {
-    EXPECT_EXIT(
-        {
-            const Engine engine([](const std::function<void()>& completion) { completion(); });
-            refuse_handles = true;
-            RequestConfig config;
-            config.url = "http://127.0.0.1/";
-            std::make_shared<RecordingRequest>(config)->runRequest();
-            pause();
-        },
-        testing::KilledBySignal(SIGABRT), "");
+TEST_F(HooksTest, RequestsThatAreQueuedWhenTheEngineEndsAreAddedAllTheSame) {
+    std::vector<RecordingRequestPtr> requests;
+    {
+        const EngineHold hold(engine());
+        for (int i = 0; i < 3; ++i) requests.push_back(run(get()));
+        engine().requestTermination();
+    }
+    stopEngine();
+    EXPECT_THAT(hooks.events(), ElementsAre("add", "added", "add", "added", "add", "added"));
+    for (const RecordingRequestPtr& request : requests) EXPECT_THAT(request->hooks.events(), IsEmpty());
+}
+
+class HooksDeathTest : public testing::Test {
+ protected:
+    // Has the hook misbehave as `flag` says, until the process dies. The engine is the dying process's own: a fork
+    // would have none of an earlier one's thread.
+    static void runUntilDeath(std::atomic<bool>& flag) {
+        const Engine engine([](const std::function<void()>& completion) { completion(); });
+        flag = true;
+        RequestConfig config;
+        config.url = "http://127.0.0.1/";
+        std::make_shared<RecordingRequest>(config)->runRequest();
+        pause();
+    }
+};
+
+TEST_F(HooksDeathTest, RefusedHandleStopsTheProcess) {
+    EXPECT_EXIT(runUntilDeath(refuse_handles), testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST_F(HooksDeathTest, EndOfAHandleThatTheEngineDoesNotKnowStopsTheProcess) {
+    EXPECT_EXIT(runUntilDeath(add_foreign_handle), testing::KilledBySignal(SIGABRT), "out_of_range.*map::at");
 }
 
 }  // namespace

@@ -249,6 +249,19 @@ TEST_F(InterposedDeathTest, StatusThatCanNotBeReadStops) {
                  "kel-http/curl/Engine.*Assertion 'ret == CURLE_OK' failed");
 }
 
+TEST_F(InterposedDeathTest, AnswerOfAProxyThatCanNotBeReadStops) {
+    RequestConfig config;
+    config.url = "ftp://127.0.0.2/";
+    config.proxies = {"http://127.0.0.1"};
+    config.proxy = static_cast<Proxy>(2);  // the engine's own from now on
+    EXPECT_DEATH(runUntilDeath(
+                     [](Interposed& interposed) {
+                         interposed.answerInfo(CURLINFO_HTTP_CONNECTCODE, CURLE_BAD_FUNCTION_ARGUMENT, 0);
+                     },
+                     config),
+                 "kel-http/curl/EngineProxy.*Assertion 'ret == CURLE_OK' failed");
+}
+
 TEST_F(InterposedDeathTest, EngineWithoutAWakeUpDescriptorStops) {
     EXPECT_DEATH(runUntilDeath([](Interposed& interposed) { interposed.failEventfds(); }, form()),
                  "kel-http/curl/Engine.*Assertion 'false && \"CurlEngine: Error creating eventfd\\\\n\"' failed");
