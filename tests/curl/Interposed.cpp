@@ -3,6 +3,7 @@
 
 #include <dlfcn.h>
 #include <netdb.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -425,6 +426,24 @@ curl_mime* curl_mime_init(CURL* easy) {
 curl_mimepart* curl_mime_addpart(curl_mime* mime) {
     static auto* const real = next<curl_mimepart*(curl_mime*)>("curl_mime_addpart");
     return state().mime_part_fails ? nullptr : real(mime);
+}
+
+int pthread_attr_setstacksize(pthread_attr_t* attributes, std::size_t bytes) noexcept {
+    static auto* const real = next<int(pthread_attr_t*, std::size_t)>("pthread_attr_setstacksize");
+    state().calls.add("stack " + std::to_string(bytes));
+    return real(attributes, bytes);
+}
+
+int pthread_attr_setschedpolicy(pthread_attr_t* attributes, int policy) noexcept {
+    static auto* const real = next<int(pthread_attr_t*, int)>("pthread_attr_setschedpolicy");
+    state().calls.add("policy " + std::to_string(policy));
+    return real(attributes, policy);
+}
+
+int pthread_attr_setschedparam(pthread_attr_t* attributes, const sched_param* parameters) noexcept {
+    static auto* const real = next<int(pthread_attr_t*, const sched_param*)>("pthread_attr_setschedparam");
+    state().calls.add("priority " + std::to_string(parameters->sched_priority));
+    return real(attributes, parameters);
 }
 
 int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** result) {

@@ -27,7 +27,8 @@ class Interposed {
 
     // --- notes ---
     // "select SECONDS MICROSECONDS" before each wait, "wait MILLISECONDS" for curl_multi_wait, "eventfd_write",
-    // "eventfd_read", "resolve NAME", in order.
+    // "eventfd_read", "resolve NAME", and of what is wished for a thread "stack BYTES", "policy NUMBER" and "priority
+    // NUMBER", in order.
     const EventLog& calls() const;
     std::size_t selects() const;
     // The options set on easy handles, in order: "CURLOPT_NAME=value", where a pointer is "easy" (the handle itself),

@@ -34,6 +34,13 @@ class InterposedWaitTest : public EngineTest {
     Interposed interposed;
 };
 
+TEST_F(InterposedWaitTest, ThreadIsAskedForWithItsStackAndItsSchedulerOnce) {
+    startEngine();
+    for (const char* const wish : {"stack 262144", "policy 2", "priority 0"}) {
+        EXPECT_EQ(interposed.calls().count(wish), 1U) << wish;
+    }
+}
+
 TEST_F(InterposedWaitTest, WithoutATransferTheEngineWaitsHalfAMinute) {
     startEngine();
     awaitWait("select 30 0");

@@ -18,6 +18,7 @@
 namespace kel::http::test {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Mode = Engine::ProxyConfigMode;
 
@@ -176,12 +177,14 @@ TEST(HTTPEngineTest, ExecutorThatRefusesLeavesNoEngineAndNoThread) {
 
 TEST(HTTPEngineTest, ExceptionOfTheExecutorArrivesAsItIs) {
     RefusingExecutor refusing;
+    const LogCapture log("HTTPEngine", 3);
     try {
         const HTTPEngine engine("test", refusing);
         FAIL() << "an engine";
     } catch (const std::runtime_error& error) {
         EXPECT_STREQ(error.what(), "no room for InitializeProxy");
     }
+    EXPECT_THAT(log.texts("HTTPEngine"), ElementsAre("HTTPEngine: test Curl Engine instantiated"));
 }
 
 TEST(HTTPEngineTest, TaskOfAnEngineThatNeverCameAboutDoesNothing) {
