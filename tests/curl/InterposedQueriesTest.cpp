@@ -157,7 +157,7 @@ TEST_F(InterposedQueriesTest, LookUpThatHangsHoldsUpNobody) {
     const auto cancelled = run(config);
     config.timeout = std::chrono::milliseconds(100);
     const auto late = run(config);
-    interposed.calls().awaitCount(2);
+    interposed.calls().await("resolve kel.example", 2);
     cancelled->tryToCancelRequest();
     late->outcome.awaitCount(1);
     run(get())->outcome.await("end");
