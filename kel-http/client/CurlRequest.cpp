@@ -109,7 +109,7 @@ void ClientImpl::CurlRequest::notifyDataEnd() {
     }
     if (download_path && !finish_download()) return;
     output.reset();
-    ResponseData data(static_cast<int>(getResponseCode()), {}, {}, getRedirectUrl(),
+    ResponseData data(static_cast<int>(getResponseCode()), {}, {}, takeRedirectUrl(),
                       static_cast<int>(getRedirectCount()));
     data.body = std::move(body);
     data.timing_data = getTimingData();

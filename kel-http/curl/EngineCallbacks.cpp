@@ -11,9 +11,11 @@
 
 namespace kel::http {
 
+// Transfers come and go on the engine thread only, and never while libcurl calls back: a reference to one is enough.
+
 std::size_t Engine::writeHeader(void* data, std::size_t size, std::size_t nitems, void* easy) {
     const std::size_t bytes = size * nitems;
-    const TaskPtr task = currentEngine.load()->activeTasks.at(easy);
+    const TaskPtr& task = currentEngine.load()->activeTasks.at(easy);
     if (!task->request) return bytes;
     const std::string_view line(static_cast<const char*>(data), bytes);
     task->request->notifyHeader(line);
@@ -27,7 +29,7 @@ std::size_t Engine::writeHeader(void* data, std::size_t size, std::size_t nitems
 std::size_t Engine::writeFunction(void* data, std::size_t size, std::size_t nitems, void* easy) {
     const std::size_t bytes = size * nitems;
     const Engine& engine = *currentEngine.load();
-    const TaskPtr task = engine.activeTasks.at(easy);
+    const TaskPtr& task = engine.activeTasks.at(easy);
     if (!task->request) return bytes;
     try {
         const int answer = task->request->notifyDataReceived(std::string_view(static_cast<const char*>(data), bytes));
@@ -39,7 +41,7 @@ std::size_t Engine::writeFunction(void* data, std::size_t size, std::size_t nite
 }
 
 std::size_t Engine::putReadFunc(void* buffer, std::size_t size, std::size_t nitems, void* easy) {
-    const TaskPtr task = currentEngine.load()->activeTasks.at(easy);
+    const TaskPtr& task = currentEngine.load()->activeTasks.at(easy);
     if (!task->request) return 0;
     const std::string& body = task->request->config.body;
     if (task->uploadOffset >= body.size()) return 0;
@@ -51,7 +53,7 @@ std::size_t Engine::putReadFunc(void* buffer, std::size_t size, std::size_t nite
 
 // libcurl rewinds a body that it has to send again, after a redirect or for authentication.
 int Engine::putSeekFunc(void* easy, curl_off_t offset, int origin) {
-    const TaskPtr task = currentEngine.load()->activeTasks.at(easy);
+    const TaskPtr& task = currentEngine.load()->activeTasks.at(easy);
     if (!task->request) return 0;
     if (origin != SEEK_SET || offset < 0) return CURL_SEEKFUNC_FAIL;
     if (static_cast<std::uint64_t>(offset) > task->request->config.body.size()) return CURL_SEEKFUNC_FAIL;
@@ -70,7 +72,7 @@ int Engine::downloadProgress(void* easy, curl_off_t dltotal, curl_off_t dlnow, c
     if (engine == nullptr || engine->shuttingDown) return 0;
     const auto found = engine->activeTasks.find(easy);
     if (found == engine->activeTasks.end()) return 0;
-    const TaskPtr task = found->second;
+    const TaskPtr& task = found->second;
     if (task->request) {
         task->request->reportDownloadProgress(static_cast<unsigned int>(dltotal), static_cast<unsigned int>(dlnow));
     }

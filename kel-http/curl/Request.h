@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <tl/optional.hpp>
+#include <utility>
 
 #include "kel-http/Export.h"
 #include "kel-http/Failure.h"
@@ -109,6 +110,8 @@ class KEL_HTTP_EXPORT Request : public std::enable_shared_from_this<Request> {
  protected:
     // Set by pauseRequest(), cleared by resumeRequest(). A data hook returns 1 while it is set.
     bool isPaused() const;
+    // getRedirectUrl() without a copy, once: for the outcome's hook.
+    tl::optional<std::string> takeRedirectUrl() { return std::move(redirectUrl); }
 
  private:
     friend class Engine;
