@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 namespace ko {
@@ -24,11 +25,21 @@ struct lc_hash {
     // It never throws, but does not say so: containers then keep the hash of each entry instead of computing it again
     // for the neighbours of every entry that is inserted.
     std::size_t operator()(const std::string& text) const {
-        std::uint32_t hash = 2166136261U;  // FNV-1a, as good on 32 bits as on 64
+        // FNV-1a, as good on 32 bits as on 64, but four characters at a time.
+        //
         // The bit that tells a small letter from a capital is set in every byte: other pairs of characters fall
         // together as well, which costs a comparison now and then and saves one for each character.
-        for (const char character : text) {
-            hash = (hash ^ (static_cast<unsigned char>(character) | 0x20U)) * 16777619U;
+        std::uint32_t hash = 2166136261U;
+        const char* rest = text.data();
+        std::size_t left = text.size();
+        for (; left >= sizeof hash; rest += sizeof hash, left -= sizeof hash) {
+            std::uint32_t word = 0;
+            std::memcpy(&word, rest, sizeof word);
+            hash = (hash ^ (word | 0x20202020U)) * 16777619U;
+            hash ^= hash >> 15U;  // a multiplication carries nothing down
+        }
+        for (; left > 0; ++rest, --left) {
+            hash = (hash ^ (static_cast<unsigned char>(*rest) | 0x20U)) * 16777619U;
         }
         return hash;
     }
