@@ -21,7 +21,7 @@ class DownloadRealDiskTest : public testing::Test {
     std::vector<std::string> download(const Reply& reply, const std::vector<std::string>& options) {
         server.enqueue(reply);
         ServerProcess::Program program;
-        program.words = commandOf(KEL_TEST_DOWNLOAD_PROCESS);
+        program.words = commandOf("download_process");
         program.words.insert(program.words.end(), {server.url(), folder.path()});
         program.words.insert(program.words.end(), options.begin(), options.end());
         for (char** variable = environ; *variable != nullptr; ++variable) program.environment.emplace_back(*variable);

@@ -20,7 +20,7 @@ class EngineCookieRestartTest : public CookieTest {
     // The cookies that the process's request carried, and its exit code or what waitpid(2) says instead.
     Cookies carriedByProcess(const std::vector<std::string>& options, const Reply& reply = Reply(200)) {
         server.enqueue(reply);
-        std::vector<std::string> words = commandOf(KEL_TEST_COOKIE_PROCESS);
+        std::vector<std::string> words = commandOf("cookie_process");
         words.insert(words.end(), {folder.path(), server.url()});
         words.insert(words.end(), options.begin(), options.end());
         std::vector<char*> arguments;

@@ -26,7 +26,7 @@ struct Result {
 
 Result runExample(const std::string& name, const std::string& argument) {
     std::string command = "env -u http_proxy -u all_proxy";
-    for (const std::string& word : commandOf(KEL_TEST_EXAMPLES "/" + name)) command += " " + word;
+    for (const std::string& word : commandOf(name)) command += " " + word;
     command += " " + argument + " 2>&1";
     FILE* const stream = popen(command.c_str(), "r");
     Result result;

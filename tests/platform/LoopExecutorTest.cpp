@@ -12,6 +12,7 @@
 
 #include "Waiting.h"
 #include "ko/thread.h"
+#include "support/Instruments.h"
 
 namespace {
 
@@ -132,9 +133,7 @@ TEST(LoopExecutorTest, DestructorDestroysWaitingTasksUnrunAndClosesTheDescriptor
 }
 
 TEST(LoopExecutorDeathTest, LackOfDescriptorsStopsTheProcess) {
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "the sanitizers need descriptors of their own to look at an object";
-#endif
+    if (kel::http::test::underSanitizer()) GTEST_SKIP() << "the sanitizers need descriptors of their own to look at an object";
     EXPECT_DEATH(
         {
             rlimit none{};

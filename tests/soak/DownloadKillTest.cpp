@@ -8,6 +8,7 @@
 #include "fixture/ClientTest.h"
 #include "support/Deadline.h"
 #include "support/Emulator.h"
+#include "support/Instruments.h"
 #include "support/Files.h"
 #include "support/NginxServer.h"
 #include "support/ServerProcess.h"
@@ -21,11 +22,7 @@ using std::chrono::nanoseconds;
 using std::chrono::steady_clock;
 
 // Sanitizers make each process slow, and have nothing to say about one that is killed.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr unsigned Kills = 30;
-#else
-constexpr unsigned Kills = 200;
-#endif
+const unsigned Kills = underSanitizer() ? 30 : 200;
 
 std::string pattern(std::size_t size, unsigned row) {
     std::string bytes(size, '\0');
@@ -44,7 +41,7 @@ class DownloadKillTest : public testing::Test {
     // Runs it for no longer than `life`; whether it has ended by itself.
     bool run(nanoseconds life, const std::vector<std::string>& options) {
         ServerProcess::Program program;
-        program.words = commandOf(KEL_TEST_DOWNLOAD_PROCESS);
+        program.words = commandOf("download_process");
         program.words.insert(program.words.end(), {nginx_.url("/f"), directory_.path()});
         program.words.insert(program.words.end(), options.begin(), options.end());
         for (char** variable = environ; *variable != nullptr; ++variable) program.environment.emplace_back(*variable);

@@ -7,17 +7,14 @@
 
 #include "fixture/ClientTest.h"
 #include "support/Emulator.h"
+#include "support/Instruments.h"
 #include "support/NginxServer.h"
 
 namespace kel::http::test {
 namespace {
 
 // Sanitizers hold freed memory back, so that its growth tells nothing there.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool memory_can_be_measured = false;
-#else
-constexpr bool memory_can_be_measured = true;
-#endif
+const bool memory_can_be_measured = !underSanitizer();
 
 double residentBytes() {
     std::ifstream statm("/proc/self/statm");

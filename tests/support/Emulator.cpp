@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Emulator.h"
 
+#include <filesystem>
 #include <sstream>
 
 namespace kel::http::test {
@@ -19,7 +20,7 @@ std::vector<std::string> commandOf(const std::string& program) {
     std::vector<std::string> words;
     std::istringstream list(Words);
     for (std::string word; list >> word;) words.push_back(word);
-    words.push_back(program);
+    words.push_back(std::filesystem::read_symlink("/proc/self/exe").replace_filename(program));
     return words;
 }
 

@@ -134,7 +134,7 @@ TEST_F(ToolSeveralDownloadsTest, NobodyIsForgottenWhenStandardOutputTakesNothing
     });
     const std::string errors = directory.path("errors");
     std::string command = "env -u http_proxy -u all_proxy";
-    for (const std::string& word : commandOf(KEL_TEST_TOOL)) command += " " + word;
+    for (const std::string& word : commandOf("kel-http")) command += " " + word;
     for (const std::string& word : pairs({"stalled", "a"}, {"--json"})) command += " '" + word + "'";
     const int status = std::system((command + " >/dev/full 2>'" + errors + "'").c_str());
     ASSERT_TRUE(WIFEXITED(status));

@@ -69,7 +69,7 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments, const Input&
     writeWholeFile(streams_.path("in"), input.bytes);
     // There from the beginning, so that they can be watched.
     for (const char* const name : {"out", "err"}) writeWholeFile(streams_.path(name), "");
-    std::vector<std::string> words = commandOf(KEL_TEST_TOOL);
+    std::vector<std::string> words = commandOf("kel-http");
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<std::string> variables = environmentOfTool(input.environment);
 
