@@ -58,7 +58,7 @@ function(kel_discover_tests name shards)
   math(EXPR last "${shards} - 1")
   foreach(shard RANGE ${last})
     add_test(NAME ${name}.${shard} COMMAND ${name} --gtest_brief=1)
-    set_tests_properties(${name}.${shard} PROPERTIES TIMEOUT 900 ${ARGN}
+    set_tests_properties(${name}.${shard} PROPERTIES TIMEOUT 300 ${ARGN}
       ENVIRONMENT "GTEST_TOTAL_SHARDS=${shards};GTEST_SHARD_INDEX=${shard}")
   endforeach()
 endfunction()

@@ -133,7 +133,8 @@ TEST(LoopExecutorTest, DestructorDestroysWaitingTasksUnrunAndClosesTheDescriptor
 }
 
 TEST(LoopExecutorDeathTest, LackOfDescriptorsStopsTheProcess) {
-    if (kel::http::test::underSanitizer()) GTEST_SKIP() << "the sanitizers need descriptors of their own to look at an object";
+    if (kel::http::test::underSanitizer())
+        GTEST_SKIP() << "the sanitizers need descriptors of their own to look at an object";
     EXPECT_DEATH(
         {
             rlimit none{};
