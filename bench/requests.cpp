@@ -3,8 +3,11 @@
 // What bench/run measures:
 //
 //   kel-http-bench library|floor N CONCURRENCY URL   N GET requests, so many at a time
-//   kel-http-bench hold library|floor FIRST ALL URL  FIRST requests, ALL of them after a line on standard input; at its
-//                                                    end the process goes, answered or not
+//   kel-http-bench hold library|floor FIRST ALL URL  FIRST requests, ALL of them after a line on standard input; after each
+//                                                    line it tells the bytes it has allocated by then; at the end of the
+//                                                    input the process goes, answered or not
+
+#include <malloc.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -43,6 +46,12 @@ bool send(const Arguments& arguments) {
     return true;
 }
 
+void tellAllocatedBytes() {
+    const auto memory = mallinfo2();
+    std::printf("%zu\n", memory.uordblks + memory.hblkhd);
+    std::fflush(stdout);
+}
+
 bool hold(const Arguments& arguments) {
     const int first = std::stoi(arguments[2]);
     const int all = std::stoi(arguments[3]);
@@ -53,8 +62,11 @@ bool hold(const Arguments& arguments) {
     if (!loop) return false;
     start(executor, load, *loop, first);
     std::string line;
-    if (std::getline(std::cin, line)) start(executor, load, *loop, all - first);
-    std::getline(std::cin, line);
+    if (std::getline(std::cin, line)) {
+        tellAllocatedBytes();
+        start(executor, load, *loop, all - first);
+    }
+    if (std::getline(std::cin, line)) tellAllocatedBytes();
     // The requests that are held can not end, so nothing is taken down.
     std::_Exit(0);
 }
