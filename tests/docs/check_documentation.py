@@ -12,7 +12,7 @@ HEADING = re.compile(r"^#+ +(.*)$", re.MULTILINE)
 LICENSE = "SPDX-License-Identifier: MIT"
 # Texts that are no source.
 UNMARKED = {".md", ".txt"}
-UNMARKED_NAMES = {"LICENSE", ".gitignore"}
+UNMARKED_NAMES = {"LICENSE", ".gitignore", "record.json", "changes.json"}
 
 
 def files(root):
