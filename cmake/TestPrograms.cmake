@@ -6,18 +6,22 @@ set(KEL_HTTP_TEST_OBJECTS "" CACHE PATH
     "Build folder whose objects of the tests are linked with this build's library, instead of compiling them again")
 option(KEL_HTTP_TEST_PROCESSES "Run each test in a process of its own, not several together" ON)
 
-# Sets `variable` to what the target `name` of this folder is made of: its sources, or the objects that another build has
-# made of them.
+# Sets `variable` to what the target `name` is made of: its sources, or the objects that another build links. Objects of
+# sources that are gone may still lie there, so its build.ninja is asked.
 function(kel_test_sources variable name)
   set(sources ${ARGN})
   if(KEL_HTTP_TEST_OBJECTS)
-    file(RELATIVE_PATH folder ${PROJECT_BINARY_DIR} ${CMAKE_CURRENT_BINARY_DIR})
-    set(folder ${KEL_HTTP_TEST_OBJECTS}/${folder}/CMakeFiles/${name}.dir)
-    file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${folder}/*.o)
-    if(NOT sources)
-      message(FATAL_ERROR "KEL_HTTP_TEST_OBJECTS is '${KEL_HTTP_TEST_OBJECTS}', and there are no objects in ${folder}: "
-                          "build the tests there first")
+    set(rules ${KEL_HTTP_TEST_OBJECTS}/build.ninja)
+    if(EXISTS ${rules})
+      file(STRINGS ${rules} link REGEX "^build [^:]*: CXX_[A-Z_]+_LINKER__${name}_[A-Za-z]* ")
     endif()
+    string(REGEX MATCHALL "[^ ]+\\.o" sources "${link}")
+    if(NOT sources)
+      message(FATAL_ERROR "KEL_HTTP_TEST_OBJECTS is '${KEL_HTTP_TEST_OBJECTS}', where nothing is known of ${name}: build the "
+                          "tests there first, with Ninja")
+    endif()
+    list(TRANSFORM sources PREPEND ${KEL_HTTP_TEST_OBJECTS}/)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${rules})
   endif()
   set(${variable} ${sources} PARENT_SCOPE)
 endfunction()

@@ -1,4 +1,5 @@
 # SPDX-License-Identifier: MIT
+# shellcheck shell=bash
 # For scripts that do one thing after another; to be sourced. At their end they say how long each took.
 step_names=() step_seconds=()
 
