@@ -61,6 +61,13 @@ TEST_F(CurlRequestTest, LinesHandedOverInOnePieceAreTakenOneByOne) {
     EXPECT_THAT(response().headers, UnorderedElementsAre(Pair("X-First", "1"), Pair("X-Second", "2")));
 }
 
+TEST_F(CurlRequestTest, AWholeAnswersHeadInOnePieceIsComplete) {
+    const auto request = plainRequest();
+    request->notifyHeader("HTTP/1.1 200 OK\r\nX-First: 1\r\n\r\n");
+    complete(*request);
+    EXPECT_THAT(response().headers, UnorderedElementsAre(Pair("X-First", "1")));
+}
+
 // --- an end inside the headers ---
 
 TEST_F(CurlRequestTest, AnEndInsideTheHeadersIsAnError) {

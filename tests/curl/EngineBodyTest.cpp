@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <unistd.h>
 
 #include <array>
+#include <filesystem>
+#include <system_error>
 
 #include "curl/LineMatcher.h"
 #include "fixture/EngineTest.h"
@@ -156,6 +159,25 @@ TEST_F(EngineBodyTest, FileIsUploaded) {
     EXPECT_EQ(request.method, "PUT");
     EXPECT_TRUE(request.body == bytes);
     EXPECT_EQ(request.header("Content-Length"), std::to_string(bytes.size()));
+}
+
+// A program that is started meanwhile would keep the file, and the file system it is on, in use.
+TEST_F(EngineBodyTest, UploadedFileIsClosedToProgramsThatAreStartedMeanwhile) {
+    const std::string path = directory.path("file");
+    writeWholeFile(path, std::string(16U << 20U, 'f'));
+    server.enqueue(Reply(200).stallBeforeRequestBody());
+    const auto request = run(uploadOf(path));
+    server.awaitHeaderBlocks(1);
+    unsigned int found = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;  // the iterator's own descriptor may be
+        if (std::filesystem::read_symlink(entry.path(), gone) != path) continue;
+        ++found;
+        EXPECT_NE(fcntl(std::stoi(entry.path().filename()), F_GETFD) & FD_CLOEXEC, 0);
+    }
+    EXPECT_EQ(found, 1U);
+    server.release();
+    request->outcome.await("end");
 }
 
 TEST_F(EngineBodyTest, EmptyFileIsUploaded) {

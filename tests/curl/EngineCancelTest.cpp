@@ -45,6 +45,30 @@ TEST_P(EngineCancelMomentTest, CancelledRequestHearsNothingMoreAndIsFreed) {
 
 class EngineCancelTest : public EngineTest {};
 
+// Its transfer has all it waits for, and the engine has yet to see that.
+TEST_F(EngineCancelTest, RunBegunWhileTheCancelledOneCompletesHasTheOnlyOutcome) {
+    for (const Handler handler : {Handler::inline_call, Handler::posting}) {
+        startEngine(handler);
+        server.enqueue(Reply(200).body("first "));
+        server.enqueue(Reply(200).body("second"));
+        const auto request = this->request(get());
+        request->onData = [&](std::string_view data) {
+            if (data == "first ") {
+                request->tryToCancelRequest();
+                request->runRequest();
+            }
+            return 0;
+        };
+        request->runRequest();
+        request->outcome.await("end");
+        drain();
+        EXPECT_THAT(request->outcome.events(), ElementsAre("end"));
+        EXPECT_EQ(request->body(), "first second");
+        request->onData = nullptr;
+        stopEngine();
+    }
+}
+
 TEST_F(EngineCancelTest, CancelAfterTheCompletionWasPostedCallsNothing) {
     startEngine(Handler::posting);
     server.enqueue(Reply(200).body("x"));

@@ -77,6 +77,12 @@ TEST(QueryEncoderTest, NameIsEncodedToo) {
     EXPECT_EQ(query.getQueryString(), "a%3Db%26c=d");
 }
 
+TEST(QueryEncoderTest, DelimitersInAValueAreEncoded) {
+    QueryEncoder query;
+    query.addParameter("name", "a=b&c+d#e");
+    EXPECT_EQ(query.getQueryString(), "name=a%3Db%26c%2Bd%23e");
+}
+
 TEST(QueryEncoderTest, NumbersAreDecimal) {
     QueryEncoder query;
     query.addParameter("zero", 0);
