@@ -36,6 +36,7 @@ struct Answer {
 struct State {
     EventLog calls;
     std::atomic<std::size_t> selects{0};
+    std::atomic<int> most_selected{0};
     std::atomic<int> select_failures{0};
     std::atomic<int> select_error{0};
     std::atomic<bool> eventfd_fails{false};
@@ -175,6 +176,7 @@ void reset() {
     State& now = state();
     now.calls.clear();
     now.selects = 0;
+    now.most_selected = 0;
     now.select_failures = 0;
     now.eventfd_fails = false;
     now.write_fails = false;
@@ -209,6 +211,10 @@ const EventLog& Interposed::calls() const {
 
 std::size_t Interposed::selects() const {
     return state().selects;
+}
+
+int Interposed::mostSelected() const {
+    return state().most_selected;
 }
 
 std::vector<std::string> Interposed::options() const {
@@ -292,6 +298,7 @@ extern "C" {
 int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, timeval* timeout) {
     static auto* const real = next<int(int, fd_set*, fd_set*, fd_set*, timeval*)>("select");
     ++state().selects;
+    if (count > state().most_selected) state().most_selected = count;  // the engine's thread alone gets here
     if (timeout != nullptr) {
         state().calls.add("select " + std::to_string(timeout->tv_sec) + ' ' + std::to_string(timeout->tv_usec));
     }

@@ -31,6 +31,8 @@ class Interposed {
     // NUMBER", in order.
     const EventLog& calls() const;
     std::size_t selects() const;
+    // The longest sets that a select was given, in descriptors.
+    int mostSelected() const;
     // The options set on easy handles, in order: "CURLOPT_NAME=value", where a pointer is "easy" (the handle itself),
     // "null" or "set", and a list of headers "one: 1|two: 2"; and those set on what handles share: "CURLSHOPT_SHARE=2".
     std::vector<std::string> options() const;

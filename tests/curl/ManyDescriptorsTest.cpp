@@ -45,6 +45,12 @@ class ManyDescriptorsTest : public EngineTest {
 
     void releaseDescriptors() { held_.clear(); }
 
+    void releaseDescriptor(int descriptor) {
+        for (FileDescriptor& held : held_) {
+            if (held.get() == descriptor) held.reset();
+        }
+    }
+
     void expectService() {
         std::vector<RecordingRequestPtr> requests;
         for (int i = 0; i < 20; ++i) requests.push_back(run(get()));
@@ -82,6 +88,19 @@ TEST_F(ManyDescriptorsTest, EngineThatStartsBeyondTheLimitServes) {
     expectService();
     EXPECT_EQ(interposed.selects(), 0U);
     interposed.calls().await("wait 30000");
+}
+
+// The engine opens some descriptors, of which one wakes it up: each in turn is the first that a set has no room for.
+TEST_F(ManyDescriptorsTest, EngineThatStartsAtTheLimitServes) {
+    for (int before = 0; before < 4; ++before) {
+        holdDescriptors();
+        for (int i = 0; i <= before; ++i) releaseDescriptor(FD_SETSIZE - i);
+        startEngine();
+        expectService();
+        EXPECT_LE(interposed.mostSelected(), FD_SETSIZE) << before;
+        stopEngine();
+        releaseDescriptors();
+    }
 }
 
 TEST_F(ManyDescriptorsTest, EngineThatComesBeyondTheLimitServes) {
