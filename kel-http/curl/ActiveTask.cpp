@@ -3,10 +3,12 @@
 
 #include <utility>
 
+#include "kel-http/curl/RequestImpl.h"
+
 namespace kel::http {
 
 Engine::ActiveTask::ActiveTask(std::shared_ptr<Request> owner)
-    : request(std::move(owner)), run(request->activeRun), easy(curl_easy_init()) {}
+    : request(std::move(owner)), run(stateOf(*request).activeRun), easy(curl_easy_init()) {}
 
 // The easy handle borrows the lists and the file, so it goes first. Its progress is switched off: cleaning up may
 // otherwise report once more for a transfer that has ended.

@@ -12,6 +12,7 @@
 #include "kel-http/curl/ActiveTask.h"
 #include "kel-http/curl/EngineGate.h"
 #include "kel-http/curl/Hooks.h"
+#include "kel-http/curl/RequestImpl.h"
 #include "kel-http/model/LogLine.h"
 #include "ko/assert.h"
 #include "logging/tovanlog.h"
@@ -119,10 +120,10 @@ void Engine::enqueueFor(RequestPtr request, void (Engine::*step)(RequestPtr)) {
 // A request may still be at work for an earlier run that was cancelled, so what a later one begins with is set when the
 // engine comes to it.
 void Engine::enqueueRun(RequestPtr request, tl::optional<std::list<std::string>> proxies) {
-    const std::uint32_t run = ++request->lastRun;
+    const std::uint32_t run = ++stateOf(*request).lastRun;
     if (run == 1 && proxies) request->remainingProxies = *proxies;
     enqueue([this, run, owned = std::move(request), candidates = std::move(proxies)]() mutable {
-        owned->activeRun = run;
+        stateOf(*owned).activeRun = run;
         if (run > 1) {
             owned->currentProxy = tl::nullopt;
             owned->remainingProxies = candidates ? std::move(*candidates) : std::list<std::string>();

@@ -4,6 +4,7 @@
 
 #include "kel-http/curl/ActiveTask.h"
 #include "kel-http/curl/Engine.h"
+#include "kel-http/curl/RequestImpl.h"
 #include "kel-http/model/LogLine.h"
 #include "kel-http/protocol.h"
 #include "ko/assert.h"
@@ -118,7 +119,7 @@ Engine::Completion Engine::completeTask(void* easy, CURLcode result) {
     const TaskPtr task = activeTasks.at(easy);
     activeTasks.erase(easy);
     const RequestPtr request = task->request;
-    request->activeRun = task->run;
+    stateOf(*request).activeRun = task->run;
 
     long responseCode = -1;
     const CURLcode ret = curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &responseCode);
@@ -135,7 +136,7 @@ Engine::Completion Engine::completeTask(void* easy, CURLcode result) {
     if (!retry) {
         // A run that was cancelled, and perhaps followed by another one, while its completion was on its way.
         handOver([request, run = task->run, result, responseCode] {
-            if (!request->isCancelled(run)) runCallbackHandlerInFsmContext(request, result, responseCode);
+            if (!stateOf(*request).isCancelled(run)) runCallbackHandlerInFsmContext(request, result, responseCode);
         });
     }
     curl_multi_remove_handle(multi, easy);
@@ -149,14 +150,14 @@ void Engine::handOver(const std::function<void()>& closure) noexcept {
 
 void Engine::runCallbackHandlerInFsmContext(RequestPtr request, CURLcode result, long responseCode) {
     // Its owner wants no outcome, and no file replaced by one.
-    if (request->isCancelled(request->lastRun)) return;
+    if (stateOf(*request).isCancelled(stateOf(*request).lastRun)) return;
 
     const unsigned int status = protocol::valid_status(responseCode) ? static_cast<unsigned int>(responseCode) : 0U;
     request->setResponseCode(status);
     if (result != CURLE_OK) {
         logging::Logger& log = *logging::getLogger("HttpClient", 0);
         const Failure failure = failureOf(result, log);
-        const char* const details = request->errorBuffer.data();
+        const char* const details = stateOf(*request).errorBuffer.data();
         if (log.verbosity() >= log_level::always) {
             writeLine(log, log_level::always, "({}) Failed to connect to '{}': {}", request->id(),
                       request->config.fqdn(), details);
@@ -194,7 +195,7 @@ void Engine::addTimingData(void* easy, RequestPtr request) {
               "redir={}ms",
               request->id(), "addTimingData", timing.namelookup, timing.connect, timing.appconnect, timing.pretransfer,
               timing.starttransfer, timing.total, timing.redirect);
-    request->timingData = timing;
+    stateOf(*request).timingData = timing;
 }
 
 void Engine::addRedirectURL(RequestPtr request, void* easy) {
@@ -205,11 +206,11 @@ void Engine::addRedirectURL(RequestPtr request, void* easy) {
     if (url == nullptr && !request->config.caller_handles_redirects) {
         curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &url);
     }
-    ++request->redirectCount;
+    ++stateOf(*request).redirectCount;
     if (url != nullptr) {
-        request->redirectUrl = std::string(url);
+        stateOf(*request).redirectUrl = std::string(url);
     } else {
-        request->redirectUrl = tl::nullopt;
+        stateOf(*request).redirectUrl = tl::nullopt;
     }
 }
 

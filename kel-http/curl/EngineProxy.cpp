@@ -6,6 +6,7 @@
 
 #include "kel-http/Deployment.h"
 #include "kel-http/curl/Engine.h"
+#include "kel-http/curl/RequestImpl.h"
 #include "kel-http/model/LogLine.h"
 #include "ko/assert.h"
 #include "tervo/platforminfo.h"
@@ -81,15 +82,15 @@ void Engine::addNewRequestWithProxies(RequestPtr request, std::list<std::string>
 // Part of the same run, which may be cancelled, and another one begun, before the engine comes to it.
 void Engine::addNewRequestNextProxy(RequestPtr request) {
     writeLine(*logger, log_level::detail, "({}) Engine::{}", request->id(), "addNewRequestNextProxy");
-    const std::uint32_t run = request->activeRun;
+    const std::uint32_t run = stateOf(*request).activeRun;
     enqueue([this, run, owned = std::move(request)] {
-        owned->activeRun = run;
+        stateOf(*owned).activeRun = run;
         addRequest(owned);
     });
 }
 
 void Engine::addProxyConfig(void* easy, RequestPtr request) {
-    request->proxyIsFromList = false;
+    stateOf(*request).proxyIsFromList = false;
     if (request->config.proxy == Proxy::bypass_proxy) return;
     const ProxyConfigMode mode = getProxyMode();
     if (mode == ProxyConfigMode::Off) return;
@@ -122,7 +123,7 @@ void Engine::takeNextProxy(Request& request, ProxyConfigMode mode) {
     }
     request.currentProxy = std::move(candidates.front());
     candidates.pop_front();
-    request.proxyIsFromList = true;
+    stateOf(request).proxyIsFromList = true;
 }
 
 void Engine::addProxyCredentials(CURL* easy, const Request& request) {
@@ -155,7 +156,7 @@ bool Engine::retryWithNextProxy(void* easy, const RequestPtr& request, long resp
     KO_ASSERT(ret == CURLE_OK);
     writeLine(*logger, log_level::always, "({}) Engine::{}: CURLINFO_HTTP_CONNECTCODE='{}'", request->id(),
               "processCompletedTasks", connectCode);
-    if (!request->proxyIsFromList || request->remainingProxies.empty()) return false;
+    if (!stateOf(*request).proxyIsFromList || request->remainingProxies.empty()) return false;
     writeLine(*logger, log_level::detail, "({}) Engine::{}: Retry with another proxy", request->id(),
               "processCompletedTasks");
     addNewRequestNextProxy(request);

@@ -17,6 +17,7 @@
 #include "kel-http/curl/Hooks.h"
 #include "kel-http/curl/LongOption.h"
 #include "kel-http/curl/PartialFile.h"
+#include "kel-http/curl/RequestImpl.h"
 #include "kel-http/model/LogLine.h"
 
 namespace kel::http {
@@ -56,8 +57,8 @@ void Engine::failSetUp(const RequestPtr& request, const std::string& reason) {
     writeLine(*logger, log_level::error, "({}) Engine::{}: The request can not be sent: {}", request->id(), "addTask",
               reason);
     if (const TaskPtr task = getActiveTask(request)) activeTasks.erase(task->easy);
-    handOver([request, run = request->activeRun, reason] {
-        if (request->isCancelled(run)) return;
+    handOver([request, run = stateOf(*request).activeRun, reason] {
+        if (stateOf(*request).isCancelled(run)) return;
         request->setResponseCode(0);
         request->notifyFailure(Failure::Other, reason);
     });
@@ -77,7 +78,7 @@ void Engine::prepareAddTask(RequestPtr request) {
 void Engine::addTask(RequestPtr request) {
     checkEngineThread();
     // Cancelled when there was nothing to remove yet.
-    if (request->isCancelled(request->activeRun)) return;
+    if (stateOf(*request).isCancelled(stateOf(*request).activeRun)) return;
 
     dumpRequest(*request);
     const TaskPtr task = std::make_shared<ActiveTask>(request);
@@ -115,8 +116,8 @@ void Engine::addCallbacks(CURL* easy, Request& request) {
     curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L);
     curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &Engine::traceTransfer);
     curl_easy_setopt(easy, CURLOPT_DEBUGDATA, logger);
-    request.errorBuffer.front() = '\0';  // an earlier attempt may have left its text
-    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, request.errorBuffer.data());
+    stateOf(request).errorBuffer.front() = '\0';  // an earlier attempt may have left its text
+    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, stateOf(request).errorBuffer.data());
 }
 
 void Engine::addTarget(CURL* easy, const Request& request) {

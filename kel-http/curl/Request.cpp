@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "kel-http/curl/Request.h"
 
-#include <curl/curl.h>
-
-#include <tuple>
+#include <utility>
 
 #include "kel-http/curl/Engine.h"
+#include "kel-http/curl/RequestImpl.h"
 
 namespace kel::http {
 namespace {
@@ -14,11 +13,9 @@ std::atomic<std::uint16_t> next_id{1};
 
 }  // namespace
 
-Request::Request() = default;
+Request::Request() : impl(std::make_unique<Impl>()) {}
 
-Request::Request(const RequestConfig& request_config) : config(request_config) {
-    static_assert(std::tuple_size_v<decltype(errorBuffer)> >= CURL_ERROR_SIZE);
-}
+Request::Request(const RequestConfig& request_config) : config(request_config), impl(std::make_unique<Impl>()) {}
 
 Request::~Request() = default;
 
@@ -37,17 +34,17 @@ void Request::runRequest() {
 }
 
 void Request::tryToCancelRequest() {
-    firstWantedRun = lastRun + 1;
+    impl->firstWantedRun = impl->lastRun + 1;
     Engine::ask([this](Engine& engine) { engine.tryToCancelRequest(shared_from_this()); });
 }
 
 void Request::pauseRequest() {
-    if (paused.exchange(true)) return;
+    if (impl->paused.exchange(true)) return;
     Engine::ask([this](Engine& engine) { engine.pauseRequest(shared_from_this()); });
 }
 
 void Request::resumeRequest() {
-    if (!paused.exchange(false)) return;
+    if (!impl->paused.exchange(false)) return;
     Engine::ask([this](Engine& engine) { engine.resumeRequest(shared_from_this()); });
 }
 
@@ -58,46 +55,50 @@ void Request::notifyRemoteAddr(std::string /*address*/, long /*port*/) {}
 void Request::reportDownloadProgress(unsigned int /*total*/, unsigned int /*received*/) {}
 
 void Request::setResponseCode(unsigned int code) {
-    responseCode = code;
+    impl->responseCode = code;
 }
 
 unsigned int Request::getResponseCode() const {
-    return responseCode;
+    return impl->responseCode;
 }
 
 void Request::setAllowPayloadLogging(bool allow) {
-    payloadLogging = allow;
+    impl->payloadLogging = allow;
 }
 
 bool Request::allowsPayloadLogging() const {
-    return payloadLogging;
+    return impl->payloadLogging;
 }
 
 tl::optional<std::string> Request::getRedirectUrl() const {
-    return redirectUrl;
+    return impl->redirectUrl;
 }
 
 unsigned int Request::getRedirectCount() const {
-    return redirectCount;
+    return impl->redirectCount;
 }
 
 tl::optional<TimingData> Request::getTimingData() const {
-    return timingData;
+    return impl->timingData;
 }
 
 std::uint16_t Request::id() const {
-    return requestId;
+    return impl->requestId;
 }
 
 void Request::allocateRequestId() {
     std::uint16_t id = 0;
     // The counter wraps; 0 means "none" in log lines.
     while (id == 0) id = next_id.fetch_add(1);
-    requestId = id;
+    impl->requestId = id;
 }
 
 bool Request::isPaused() const {
-    return paused;
+    return impl->paused;
+}
+
+tl::optional<std::string> Request::takeRedirectUrl() {
+    return std::move(impl->redirectUrl);
 }
 
 }  // namespace kel::http

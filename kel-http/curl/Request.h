@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <array>
-#include <atomic>
 #include <cstdint>
 #include <list>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <tl/optional.hpp>
-#include <utility>
 
 #include "kel-http/Export.h"
 #include "kel-http/Failure.h"
@@ -31,6 +28,9 @@ namespace kel::http {
 //           callback handler runs them, when the engine does not touch the request any more.
 class KEL_HTTP_EXPORT Request : public std::enable_shared_from_this<Request> {
  public:
+    // What the engine keeps here.
+    struct Impl;
+
     // With the defaults of RequestConfig, or a copy of `request_config`.
     Request();
     explicit Request(const RequestConfig& request_config);
@@ -111,32 +111,10 @@ class KEL_HTTP_EXPORT Request : public std::enable_shared_from_this<Request> {
     // Set by pauseRequest(), cleared by resumeRequest(). A data hook returns 1 while it is set.
     bool isPaused() const;
     // getRedirectUrl() without a copy, once: for the outcome's hook.
-    tl::optional<std::string> takeRedirectUrl() { return std::move(redirectUrl); }
+    tl::optional<std::string> takeRedirectUrl();
 
  private:
-    friend class Engine;
-
-    unsigned int responseCode = 0xFFFFFFFFU;
-    tl::optional<std::string> redirectUrl;
-    std::uint32_t redirectCount = 0;
-    // Written on the owner's thread, read by the data hook on the engine's. The queued pause and resume tasks give the
-    // order.
-    std::atomic<bool> paused{false};
-    std::atomic<bool> payloadLogging{true};
-    std::atomic<std::uint16_t> requestId{0};
-    tl::optional<TimingData> timingData;
-    // Engine thread: the present attempt's proxy came from remainingProxies.
-    bool proxyIsFromList = false;
-    // libcurl writes its error text here (`CURLOPT_ERRORBUFFER`) until the transfer is handed over.
-    std::array<char, 256> errorBuffer{};
-    // A cancellation may come when the engine has no transfer to remove: before a queued set-up, or after the
-    // completion was handed over. Whoever comes next sees that its run is cancelled, and stops. Runs are counted, since
-    // the owner may have begun another one meanwhile.
-    bool isCancelled(std::uint32_t run) const { return run < firstWantedRun; }
-    std::atomic<std::uint32_t> lastRun{0};
-    std::atomic<std::uint32_t> firstWantedRun{0};
-    // Engine thread: the run that the engine is at.
-    std::uint32_t activeRun = 0;
+    const std::unique_ptr<Impl> impl;
 };
 
 }  // namespace kel::http

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <curl/curl.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <tl/optional.hpp>
+
+#include "kel-http/TimingData.h"
+#include "kel-http/curl/Request.h"
+
+namespace kel::http {
+
+// What a request keeps for the engine, and what the engine leaves with it. Where nothing else is said: the owner's thread
+// before a run and after its outcome, the engine thread in between.
+struct Request::Impl {
+    static Impl& of(Request& request) { return *request.impl; }
+    static const Impl& of(const Request& request) { return *request.impl; }
+
+    // A cancellation may come when the engine has no transfer to remove: before a queued set-up, or after the
+    // completion was handed over. Whoever comes next sees that its run is cancelled, and stops. Runs are counted, since
+    // the owner may have begun another one meanwhile. Any thread.
+    bool isCancelled(std::uint32_t run) const { return run < firstWantedRun; }
+    std::atomic<std::uint32_t> lastRun{0};
+    std::atomic<std::uint32_t> firstWantedRun{0};
+    // Engine thread: the run that the engine is at.
+    std::uint32_t activeRun = 0;
+
+    unsigned int responseCode = 0xFFFFFFFFU;
+    tl::optional<std::string> redirectUrl;
+    std::uint32_t redirectCount = 0;
+    // Written on the owner's thread, read by the data hook on the engine's. The queued pause and resume tasks give the
+    // order.
+    std::atomic<bool> paused{false};
+    std::atomic<bool> payloadLogging{true};
+    std::atomic<std::uint16_t> requestId{0};
+    tl::optional<TimingData> timingData;
+    // Engine thread: the present attempt's proxy came from remainingProxies.
+    bool proxyIsFromList = false;
+    // libcurl writes its error text here (`CURLOPT_ERRORBUFFER`) until the transfer is handed over.
+    std::array<char, CURL_ERROR_SIZE> errorBuffer{};
+};
+
+inline Request::Impl& stateOf(Request& request) {
+    return Request::Impl::of(request);
+}
+
+inline const Request::Impl& stateOf(const Request& request) {
+    return Request::Impl::of(request);
+}
+
+}  // namespace kel::http
