@@ -39,4 +39,7 @@ struct Engine::ActiveTask {
     bool tracedLineIsOpen = false;
 };
 
+using RequestPtr = std::shared_ptr<Request>;
+using TaskPtr = std::shared_ptr<Engine::ActiveTask>;
+
 }  // namespace kel::http

@@ -1,25 +1,20 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <curl/curl.h>
+#include <curl/curl.h>  // its enumerations can not be declared ahead
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <iosfwd>
 #include <list>
-#include <map>
 #include <memory>
 #include <string>
 
 #include "kel-http/Export.h"
 #include "kel-http/curl/ProxyBlackList.h"
 #include "kel-http/curl/Request.h"
-#include "ko/mutex.h"
 #include "ko/thread.h"
-#include "logging/Logger.h"
 
 namespace kel::http {
 
@@ -135,106 +130,8 @@ class KEL_HTTP_EXPORT Engine {
     void stop();
 
  private:
-    using TaskPtr = std::shared_ptr<ActiveTask>;
-    using RequestPtr = std::shared_ptr<Request>;
-    using TaskMap = std::map<void*, TaskPtr>;
-    enum class Completion { final, retry };
-    struct ProxyConfig {
-        ProxyConfigMode mode = ProxyConfigMode::Off;
-        std::string url;
-        std::string user;
-        std::string password;
-    };
-
-    // The loop (Engine.cpp). Engine thread.
-    void thread_loop();
-    void runTasks();
-    void processPendingRequests();
-    void runGuarded(const std::function<void()>& task);
-    void flagTermination();
-    void checkEngineThread() const;
-
-    // Any thread.
-    void enqueue(std::function<void()> task);
-    void enqueueRun(RequestPtr request, tl::optional<std::list<std::string>> proxies);
-    void enqueueFor(RequestPtr request, void (Engine::*step)(RequestPtr));
-
-    // Waiting (EngineWait.cpp). Engine thread.
-    void doCurlProcessing();
-    bool canSelect() const;
-    bool waitWithSelect(long timerMs);
-    bool waitWithPoll(long timerMs);
-    void drainWakeups();
-
-    // Setting a transfer up (EngineSetup.cpp, EngineBody.cpp, EngineCookies.cpp). Engine thread.
-    bool addRequest(RequestPtr request);
-    void prepareAddTask(RequestPtr request);
-    void addTask(RequestPtr request);
-    void failSetUp(const RequestPtr& request, const std::string& reason);
-    void dumpRequest(const Request& request);
-    void addCallbacks(CURL* easy, Request& request);
-    void addTarget(CURL* easy, const Request& request);
-    void addDownloadLimits(CURL* easy, const Request& request);
-    void addRedirects(CURL* easy, const Request& request);
-    void addProgress(CURL* easy);
-    void addTimeout(CURL* easy, const Request& request);
-    void addCookies(CURL* easy, const Request& request);
-    void addCredentials(CURL* easy, const Request& request);
-    void addHTTPMethodToRequest(CURL* easy, RequestPtr request, TaskPtr task);
-    void addUpload(CURL* easy, const Request& request, ActiveTask& task);
-    void addFileUpload(CURL* easy, const Request& request, ActiveTask& task);
-    void addMimeForm(CURL* easy, const RequestPtr& request, ActiveTask& task);
-    void addHeadersToRequest(CURL* easy, RequestPtr request, TaskPtr task);
-    void addIPVersionToRequest(CURL* easy, RequestPtr request);
-    void addLoopSafeguards(CURL* easy);
-    void addFreshState(CURL* easy, const Request& request);
-    void deleteCookiesFromRequest(CURL* easy, const std::string& url);
-
-    // Proxies (EngineProxy.cpp). Engine thread.
-    void addProxyConfig(void* easy, RequestPtr request);
-    void takeNextProxy(Request& request, ProxyConfigMode mode);
-    void addProxyCredentials(CURL* easy, const Request& request);
-    bool retryWithNextProxy(void* easy, const RequestPtr& request, long responseCode);
-    void addNewRequestNextProxy(RequestPtr request);
-
-    // Running and ending transfers (EngineCompletion.cpp). Engine thread.
-    TaskPtr getActiveTask(const RequestPtr& request) const;
-    void pauseTask(RequestPtr request);
-    void resumeTask(RequestPtr request);
-    void removeTask(RequestPtr request);
-    CURLMsg* findCompletedMsg();
-    void processCompletedTasks();
-    Completion completeTask(void* easy, CURLcode result);
-    void handOver(const std::function<void()>& closure) noexcept;
-    void addTimingData(void* easy, RequestPtr request);
-    void addRedirectURL(RequestPtr request, void* easy);
-
-    static std::atomic<Engine*> currentEngine;
-
-    CURLM* multi;
-    CURLSH* share;
-    std::deque<std::function<void()>> taskQueue KO_GUARDED_BY(queueMutex);
-    ko::mutex queueMutex;
-    mutable ko::mutex variableMutex;
-    ko::thread engineThread;
-    int wakeupDescriptor;
-    const CallbackHandler callbackHandler;
-    // Engine thread; set by a queued task.
-    bool terminationFlag = false;
-    // Set by the owner, read by callbacks that libcurl may still make while transfers are freed.
-    std::atomic<bool> shuttingDown{false};
-    std::function<void()> newRequestHandler KO_GUARDED_BY(variableMutex);
-    ProxyConfig proxyConfig KO_GUARDED_BY(variableMutex);
-    // Engine thread, and the destructor once that has ended.
-    TaskMap activeTasks;
-    // Engine thread.
-    ProxyBlackList proxyBlackList;
-    logging::Logger* const logger;
-    // Engine thread; a member so that its memory serves every pass of the loop.
-    std::deque<std::function<void()>> runningTasks;
-    // Engine thread. Set for good once libcurl has opened a descriptor that select(2) can not take.
-    bool beyondSelect = false;
-    std::atomic<ko::thread_id> engineThreadId{ko::invalid_thread_id};
+    struct Impl;
+    const std::unique_ptr<Impl> impl;
 };
 
 // Starts the thread "CurlEngine", with a stack of 256 KiB, on `body`.

@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: MIT
-#include <fcntl.h>
+#include "kel-http/curl/EngineBody.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <boost/filesystem.hpp>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <string>
 #include <string_view>
 #include <system_error>
 
-#include "kel-http/curl/ActiveTask.h"
-#include "kel-http/curl/Engine.h"
 #include "kel-http/curl/LongOption.h"
 #include "kel-http/model/LogLine.h"
 #include "ko/assert.h"
@@ -57,7 +61,7 @@ void sendNothing(CURL* easy, std::FILE*& stream) {
 
 }  // namespace
 
-void Engine::addHTTPMethodToRequest(CURL* easy, RequestPtr request, TaskPtr task) {
+void EngineBody::addHTTPMethodToRequest(CURL* easy, const RequestPtr& request, Engine::ActiveTask& task) const {
     const RequestConfig& config = request->config;
     switch (config.method) {
         case Method::GET:
@@ -69,19 +73,19 @@ void Engine::addHTTPMethodToRequest(CURL* easy, RequestPtr request, TaskPtr task
             copyBodyWithMethod(easy, "PATCH", config.body);
             break;
         case Method::PUT:
-            addUpload(easy, *request, *task);
+            addUpload(easy, *request, task);
             break;
         case Method::POST:
             if (config.mime_parts.empty()) {
                 copyBody(easy, config.body);
             } else {
-                addMimeForm(easy, request, *task);
+                addMimeForm(easy, request, task);
             }
             break;
     }
 }
 
-void Engine::addUpload(CURL* easy, const Request& request, ActiveTask& task) {
+void EngineBody::addUpload(CURL* easy, const Request& request, Engine::ActiveTask& task) const {
     curl_easy_setopt(easy, CURLOPT_UPLOAD, 1L);
     if (request.config.body_is_file) {
         addFileUpload(easy, request, task);
@@ -94,7 +98,7 @@ void Engine::addUpload(CURL* easy, const Request& request, ActiveTask& task) {
     curl_easy_setopt(easy, CURLOPT_SEEKDATA, easy);
 }
 
-void Engine::addFileUpload(CURL* easy, const Request& request, ActiveTask& task) {
+void EngineBody::addFileUpload(CURL* easy, const Request& request, Engine::ActiveTask& task) const {
     const std::string& path = request.config.body;
     task.uploadFile = openForUpload(path);
     if (task.uploadFile == nullptr) {
@@ -119,35 +123,55 @@ void Engine::addFileUpload(CURL* easy, const Request& request, ActiveTask& task)
     }
 }
 
-void Engine::addMimeForm(CURL* easy, const RequestPtr& request, ActiveTask& task) {
+void EngineBody::addMimeForm(CURL* easy, const RequestPtr& request, Engine::ActiveTask& task) const {
     KO_ASSERT(request->config.body.empty());
-    constexpr const char* function = "addHTTPMethodToRequest";
     task.mime = curl_mime_init(easy);
     if (task.mime == nullptr) stopWithoutMemory("curl_mime_init() failed\n");
 
     std::uint64_t total = 0;
-    for (const MimePart& content : request->config.mime_parts) {
-        curl_mimepart* const part = curl_mime_addpart(task.mime);
-        if (part == nullptr) stopWithoutMemory("curl_mime_addpart() failed\n");
-        curl_mime_name(part, content.name.c_str());
-        writeLine(*logger, log_level::debug, "{} mime-name:{}", function, content.name);
-        if (!content.file_path.empty()) {
-            curl_mime_filedata(part, content.file_path.c_str());
-            curl_mime_filename(part, content.file_path.c_str());
-            const std::uintmax_t size = boost::filesystem::file_size(content.file_path);
-            total += size;
-            writeLine(*logger, log_level::debug, "{} mime-file name:{}, mime-file size:{}", function, content.file_path,
-                      size);
-        } else {
-            curl_mime_data(part, content.data.data(), content.data.size());
-            total += content.data.size();
-            writeLine(*logger, log_level::debug, "{} mime-data size:{}", function, content.data.size());
-        }
-        if (!content.content_type.empty()) curl_mime_type(part, content.content_type.c_str());
-    }
-    writeLine(*logger, log_level::always, "{} {} mine parts, total data size {} bytes", function,
+    for (const MimePart& content : request->config.mime_parts) total += addMimePart(task.mime, content);
+    writeLine(*logger, log_level::always, "{} {} mine parts, total data size {} bytes", "addHTTPMethodToRequest",
               request->config.mime_parts.size(), total);
     curl_easy_setopt(easy, CURLOPT_MIMEPOST, task.mime);
+}
+
+// Returns the bytes of its content.
+std::uint64_t EngineBody::addMimePart(curl_mime* mime, const MimePart& content) const {
+    constexpr const char* function = "addHTTPMethodToRequest";
+    curl_mimepart* const part = curl_mime_addpart(mime);
+    if (part == nullptr) stopWithoutMemory("curl_mime_addpart() failed\n");
+    curl_mime_name(part, content.name.c_str());
+    writeLine(*logger, log_level::debug, "{} mime-name:{}", function, content.name);
+    std::uint64_t size = 0;
+    if (!content.file_path.empty()) {
+        curl_mime_filedata(part, content.file_path.c_str());
+        curl_mime_filename(part, content.file_path.c_str());
+        size = boost::filesystem::file_size(content.file_path);
+        writeLine(*logger, log_level::debug, "{} mime-file name:{}, mime-file size:{}", function, content.file_path,
+                  size);
+    } else {
+        curl_mime_data(part, content.data.data(), content.data.size());
+        size = content.data.size();
+        writeLine(*logger, log_level::debug, "{} mime-data size:{}", function, size);
+    }
+    if (!content.content_type.empty()) curl_mime_type(part, content.content_type.c_str());
+    return size;
+}
+
+std::size_t EngineBody::read(Engine::ActiveTask& task, void* buffer, std::size_t room) {
+    const std::string& body = task.request->config.body;
+    if (task.uploadOffset >= body.size()) return 0;
+    const std::size_t bytes = std::min(room, body.size() - task.uploadOffset);
+    std::memcpy(buffer, body.data() + task.uploadOffset, bytes);
+    task.uploadOffset += static_cast<std::uint32_t>(bytes);
+    return bytes;
+}
+
+int EngineBody::seek(Engine::ActiveTask& task, curl_off_t offset, int origin) {
+    if (origin != SEEK_SET || offset < 0) return CURL_SEEKFUNC_FAIL;
+    if (static_cast<std::uint64_t>(offset) > task.request->config.body.size()) return CURL_SEEKFUNC_FAIL;
+    task.uploadOffset = static_cast<std::uint32_t>(offset);
+    return CURL_SEEKFUNC_OK;
 }
 
 }  // namespace kel::http

@@ -1,64 +1,55 @@
 // SPDX-License-Identifier: MIT
-#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <stdexcept>
+#include <string_view>
 
-#include "kel-http/curl/ActiveTask.h"
-#include "kel-http/curl/Engine.h"
+#include "kel-http/curl/EngineBody.h"
+#include "kel-http/curl/EngineImpl.h"
+#include "kel-http/curl/EngineTrace.h"
 #include "kel-http/model/HeaderLine.h"
 #include "kel-http/model/LogLine.h"
 
 namespace kel::http {
 
-// Transfers come and go on the engine thread only, and never while libcurl calls back: a reference to one is enough.
-
 std::size_t Engine::writeHeader(void* data, std::size_t size, std::size_t nitems, void* easy) {
     const std::size_t bytes = size * nitems;
-    const TaskPtr& task = currentEngine.load()->activeTasks.at(easy);
-    if (!task->request) return bytes;
+    ActiveTask& task = currentEngine.load()->impl->transfers.at(easy);
+    if (!task.request) return bytes;
     const std::string_view line(static_cast<const char*>(data), bytes);
-    task->request->notifyHeader(line);
+    task.request->notifyHeader(line);
 
     // Each line is told whose it is; another peer begins with a status line.
-    if (task->peerPort == 0 || isStatusLine(line)) task->lookUpPeer();
-    if (task->peerPort != 0) task->request->notifyRemoteAddr(task->peerAddress, task->peerPort);
+    if (task.peerPort == 0 || isStatusLine(line)) task.lookUpPeer();
+    if (task.peerPort != 0) task.request->notifyRemoteAddr(task.peerAddress, task.peerPort);
     return bytes;
 }
 
 std::size_t Engine::writeFunction(void* data, std::size_t size, std::size_t nitems, void* easy) {
     const std::size_t bytes = size * nitems;
     const Engine& engine = *currentEngine.load();
-    const TaskPtr& task = engine.activeTasks.at(easy);
-    if (!task->request) return bytes;
+    ActiveTask& task = engine.impl->transfers.at(easy);
+    if (!task.request) return bytes;
     try {
-        const int answer = task->request->notifyDataReceived(std::string_view(static_cast<const char*>(data), bytes));
+        const int answer = task.request->notifyDataReceived(std::string_view(static_cast<const char*>(data), bytes));
         return answer == 1 ? CURL_WRITEFUNC_PAUSE : bytes;
     } catch (const std::runtime_error& error) {
-        writeLine(*engine.logger, log_level::error, "{}: Receiving data failed: '{}'", "writeFunction", error.what());
+        writeLine(*engine.impl->logger, log_level::error, "{}: Receiving data failed: '{}'", "writeFunction",
+                  error.what());
         return 0;
     }
 }
 
 std::size_t Engine::putReadFunc(void* buffer, std::size_t size, std::size_t nitems, void* easy) {
-    const TaskPtr& task = currentEngine.load()->activeTasks.at(easy);
-    if (!task->request) return 0;
-    const std::string& body = task->request->config.body;
-    if (task->uploadOffset >= body.size()) return 0;
-    const std::size_t bytes = std::min(size * nitems, body.size() - task->uploadOffset);
-    std::memcpy(buffer, body.data() + task->uploadOffset, bytes);
-    task->uploadOffset += static_cast<std::uint32_t>(bytes);
-    return bytes;
+    ActiveTask& task = currentEngine.load()->impl->transfers.at(easy);
+    if (!task.request) return 0;
+    return EngineBody::read(task, buffer, size * nitems);
 }
 
 // libcurl rewinds a body that it has to send again, after a redirect or for authentication.
 int Engine::putSeekFunc(void* easy, curl_off_t offset, int origin) {
-    const TaskPtr& task = currentEngine.load()->activeTasks.at(easy);
-    if (!task->request) return 0;
-    if (origin != SEEK_SET || offset < 0) return CURL_SEEKFUNC_FAIL;
-    if (static_cast<std::uint64_t>(offset) > task->request->config.body.size()) return CURL_SEEKFUNC_FAIL;
-    task->uploadOffset = static_cast<std::uint32_t>(offset);
-    return CURL_SEEKFUNC_OK;
+    ActiveTask& task = currentEngine.load()->impl->transfers.at(easy);
+    if (!task.request) return 0;
+    return EngineBody::seek(task, offset, origin);
 }
 
 std::size_t Engine::putReadFile(void* buffer, std::size_t size, std::size_t nitems, void* stream) {
@@ -69,14 +60,30 @@ std::size_t Engine::putReadFile(void* buffer, std::size_t size, std::size_t nite
 int Engine::downloadProgress(void* easy, curl_off_t dltotal, curl_off_t dlnow, curl_off_t /*ultotal*/,
                              curl_off_t /*ulnow*/) {
     const Engine* const engine = currentEngine;
-    if (engine == nullptr || engine->shuttingDown) return 0;
-    const auto found = engine->activeTasks.find(easy);
-    if (found == engine->activeTasks.end()) return 0;
-    const TaskPtr& task = found->second;
-    if (task->request) {
+    if (engine == nullptr || engine->impl->shuttingDown) return 0;
+    const ActiveTask* const task = engine->impl->transfers.find(easy);
+    if (task != nullptr && task->request) {
         task->request->reportDownloadProgress(static_cast<unsigned int>(dltotal), static_cast<unsigned int>(dlnow));
     }
     return 0;
+}
+
+int Engine::traceTransfer(CURL* easy, curl_infotype type, char* data, std::size_t size, void* logger) {
+    const EngineTrace trace(*static_cast<logging::Logger*>(logger));
+    if (!trace.wants(type)) return 0;
+
+    // The engine's destructor frees transfers while libcurl still talks about them.
+    const Engine* const engine = currentEngine;
+    const bool serving = engine != nullptr && !engine->impl->shuttingDown;
+    ActiveTask* const task = serving ? engine->impl->transfers.find(easy) : nullptr;
+    trace.write(type, std::string_view(data, size), task);
+    return 0;
+}
+
+// libcurl tells of every socket it opens (`CURLOPT_SOCKOPTFUNCTION`).
+int Engine::watchSocket(void* engine, curl_socket_t descriptor, curlsocktype /*purpose*/) {
+    static_cast<Engine*>(engine)->impl->waiting.watch(descriptor);
+    return CURL_SOCKOPT_OK;
 }
 
 }  // namespace kel::http

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include "kel-http/curl/EngineCompletion.h"
+
 #include <array>
 #include <utility>
 
-#include "kel-http/curl/ActiveTask.h"
-#include "kel-http/curl/Engine.h"
 #include "kel-http/curl/RequestImpl.h"
 #include "kel-http/model/LogLine.h"
 #include "kel-http/protocol.h"
@@ -65,59 +65,24 @@ constexpr std::array<TimingFigure, 7> timing_figures = {{
 
 }  // namespace
 
-// Linear on purpose: the map serves libcurl's callbacks, which come often; owners act seldom.
-Engine::TaskPtr Engine::getActiveTask(const RequestPtr& request) const {
-    for (const auto& [easy, task] : activeTasks) {
-        if (task->request == request) return task;
-    }
-    return nullptr;
-}
+EngineCompletion::EngineCompletion(EngineTransfers& of_transfers, EngineProxy& of_proxy,
+                                   const Engine::CallbackHandler& handler, Retry again, logging::Logger& log)
+    : transfers(of_transfers),
+      proxy(of_proxy),
+      callbackHandler(handler),
+      addNewRequestNextProxy(std::move(again)),
+      logger(&log) {}
 
-void Engine::pauseTask(RequestPtr request) {
-    checkEngineThread();
-    if (const TaskPtr task = getActiveTask(request)) curl_easy_pause(task->easy, CURLPAUSE_ALL);
-}
-
-void Engine::resumeTask(RequestPtr request) {
-    checkEngineThread();
-    const TaskPtr task = getActiveTask(request);
-    if (!task) return;
-    // The bytes that were held back are delivered inside this call. When nobody takes them libcurl drops them and would
-    // go on behind the gap.
-    const CURLcode result = curl_easy_pause(task->easy, CURLPAUSE_CONT);
-    const bool nothing_held = result == CURLE_BAD_FUNCTION_ARGUMENT;  // there is no connection yet
-    if (result != CURLE_OK && !nothing_held) completeTask(task->easy, result);
-}
-
-void Engine::removeTask(RequestPtr request) {
-    checkEngineThread();
-    const TaskPtr task = getActiveTask(request);
-    if (!task) return;
-    // libcurl reports progress once more while it lets go of a transfer, and this request is to hear nothing.
-    curl_easy_setopt(task->easy, CURLOPT_NOPROGRESS, 1L);
-    curl_multi_remove_handle(multi, task->easy);
-    activeTasks.erase(task->easy);
-}
-
-CURLMsg* Engine::findCompletedMsg() {
-    int remaining = 0;
-    CURLMsg* message = curl_multi_info_read(multi, &remaining);
-    while (message != nullptr && message->msg != CURLMSG_DONE) message = curl_multi_info_read(multi, &remaining);
-    return message;
-}
-
-void Engine::processCompletedTasks() {
-    checkEngineThread();
+void EngineCompletion::processCompletedTasks() {
     writeLine(*logger, log_level::detail, "Engine::{}", "processCompletedTasks");
-    while (const CURLMsg* message = findCompletedMsg()) {
+    while (const CURLMsg* message = transfers.findCompletedMsg()) {
         // The message dies with its handle. A request that goes on with its next proxy comes before further messages.
         if (completeTask(message->easy_handle, message->data.result) == Completion::retry) return;
     }
 }
 
-Engine::Completion Engine::completeTask(void* easy, CURLcode result) {
-    const TaskPtr task = activeTasks.at(easy);
-    activeTasks.erase(easy);
+EngineCompletion::Completion EngineCompletion::completeTask(void* easy, CURLcode result) {
+    const TaskPtr task = transfers.take(easy);
     const RequestPtr request = task->request;
     stateOf(*request).activeRun = task->run;
 
@@ -132,19 +97,21 @@ Engine::Completion Engine::completeTask(void* easy, CURLcode result) {
     // From here on the request belongs to whoever runs the closure, or to its next transfer; libcurl must not write its
     // error text there any more.
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, nullptr);
-    const bool retry = retryWithNextProxy(easy, request, responseCode);
-    if (!retry) {
+    const bool retry = proxy.retryWithNextProxy(easy, *request, responseCode);
+    if (retry) {
+        addNewRequestNextProxy(request);
+    } else {
         // A run that was cancelled, and perhaps followed by another one, while its completion was on its way.
         handOver([request, run = task->run, result, responseCode] {
-            if (!stateOf(*request).isCancelled(run)) runCallbackHandlerInFsmContext(request, result, responseCode);
+            if (stateOf(*request).isCancelled(run)) return;
+            Engine::runCallbackHandlerInFsmContext(request, result, responseCode);
         });
     }
-    curl_multi_remove_handle(multi, easy);
+    transfers.letGo(easy);
     return retry ? Completion::retry : Completion::final;
 }
 
-// Nothing may be thrown: an outcome that can not be handed over is lost, and its owner would wait for ever.
-void Engine::handOver(const std::function<void()>& closure) noexcept {
+void EngineCompletion::handOver(const std::function<void()>& closure) const noexcept {
     callbackHandler(closure);
 }
 
@@ -174,7 +141,7 @@ void Engine::runCallbackHandlerInFsmContext(RequestPtr request, CURLcode result,
     request->notifyFailure(failureOf(status), fmt::format("HTTP code={}", status));
 }
 
-void Engine::addTimingData(void* easy, RequestPtr request) {
+void EngineCompletion::addTimingData(void* easy, const RequestPtr& request) const {
     if (easy == nullptr || !request || !request->config.timing_data) return;
     TimingData timing{};
     for (const TimingFigure& figure : timing_figures) {
@@ -198,7 +165,7 @@ void Engine::addTimingData(void* easy, RequestPtr request) {
     stateOf(*request).timingData = timing;
 }
 
-void Engine::addRedirectURL(RequestPtr request, void* easy) {
+void EngineCompletion::addRedirectURL(const RequestPtr& request, void* easy) {
     if (easy == nullptr || !request) return;
     const char* url = nullptr;
     curl_easy_getinfo(easy, CURLINFO_REDIRECT_URL, &url);

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
+#include "kel-http/curl/EngineCookies.h"
+
 #include <array>
 #include <ctime>
 #include <locale>
 #include <memory>
 #include <string_view>
 
-#include "kel-http/curl/Engine.h"
 #include "kel-http/model/LogLine.h"
 #include "tervo/platforminfo.h"
 #include "uri/uri.h"
@@ -49,8 +50,18 @@ std::string expired(const Cookie& cookie) {
 
 }  // namespace
 
-void Engine::addCookies(CURL* easy, const Request& request) {
-    const CookieJar jar = request.config.cookie_jar;
+EngineCookies::EngineCookies(logging::Logger& log) : share(curl_share_init()), logger(&log) {}
+
+void EngineCookies::open() {
+    curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
+}
+
+void EngineCookies::close() {
+    curl_share_cleanup(share);
+}
+
+void EngineCookies::addCookies(CURL* easy, const RequestConfig& config) {
+    const CookieJar jar = config.cookie_jar;
     if (jar == CookieJar::no_cookies) return;
     const std::string file = tervo::platforminfo::get_resource_filepath("PATH_TYPE_TEMP") + "/httpcookies";
     curl_easy_setopt(easy, CURLOPT_SHARE, share);  // first: the file is read into the cookies in force
@@ -58,22 +69,19 @@ void Engine::addCookies(CURL* easy, const Request& request) {
     if (jar == CookieJar::rw_cookies) curl_easy_setopt(easy, CURLOPT_COOKIEJAR, file.c_str());
 }
 
-void Engine::addFreshState(CURL* easy, const Request& request) {
-    if (!request.config.reset_state) return;
-    const bool has_file = request.config.cookie_jar != CookieJar::no_cookies;
+void EngineCookies::addFreshCookies(CURL* easy, const RequestConfig& config) {
+    const bool has_file = config.cookie_jar != CookieJar::no_cookies;
     curl_easy_setopt(easy, CURLOPT_COOKIESESSION, 1L);
     // libcurl would read the file when the transfer begins, and bring back what is deleted here.
     if (has_file) curl_easy_setopt(easy, CURLOPT_COOKIELIST, "RELOAD");
-    deleteCookiesFromRequest(easy, request.config.url);
+    deleteCookiesFromRequest(easy, config.url);
     if (has_file) {
         curl_easy_setopt(easy, CURLOPT_COOKIEFILE, static_cast<char*>(nullptr));
         curl_easy_setopt(easy, CURLOPT_SHARE, share);  // without a file libcurl has let go of the cookies
     }
-    curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
-    curl_easy_setopt(easy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
 }
 
-void Engine::deleteCookiesFromRequest(CURL* easy, const std::string& url) {
+void EngineCookies::deleteCookiesFromRequest(CURL* easy, const std::string& url) {
     constexpr const char* function = "deleteCookiesFromRequest";
     curl_slist* list = nullptr;
     const CURLcode result = curl_easy_getinfo(easy, CURLINFO_COOKIELIST, &list);

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include <cstdlib>
+#include "kel-http/curl/EngineProxy.h"
+
+#include <cstdint>
 #include <memory>
-#include <ostream>
 #include <utility>
 
 #include "kel-http/Deployment.h"
-#include "kel-http/curl/Engine.h"
 #include "kel-http/curl/RequestImpl.h"
 #include "kel-http/model/LogLine.h"
 #include "ko/assert.h"
@@ -31,85 +31,57 @@ Escaped escape(CURL* easy, const std::string& text) {
 
 }  // namespace
 
-std::ostream& operator<<(std::ostream& stream, Engine::ProxyConfigMode mode) {
-    switch (mode) {
-        case Engine::ProxyConfigMode::Off:
-            return stream << "Off";
-        case Engine::ProxyConfigMode::Manual:
-            return stream << "Manual";
-        case Engine::ProxyConfigMode::PACUrl:
-            return stream << "PACUrl";
-        case Engine::ProxyConfigMode::WPAD:
-            return stream << "WPAD";
-    }
-    std::abort();
-}
+EngineProxy::EngineProxy(ProxyBlackList::Clock clock, logging::Logger& log)
+    : variableMutex("VariableMutex"), proxyBlackList(clock), logger(&log) {}
 
-void Engine::setProxyConfig(ProxyConfigMode mode, const std::string& url, const std::string& user,
-                            const std::string& password) {
+void EngineProxy::setProxyConfig(Settings replacement) {
     writeLine(*logger, log_level::info, "kel-http::Engine::{}: proxy mode='{}', url='{}'", "setProxyConfig",
-              static_cast<std::uint32_t>(mode), url);
-    ProxyConfig replacement{mode, url, user, password};
+              static_cast<std::uint32_t>(replacement.mode), replacement.url);
     ko::lock_guard lock(variableMutex);
     std::swap(proxyConfig, replacement);
 }
 
-Engine::ProxyConfigMode Engine::getProxyMode() const {
+EngineProxy::Mode EngineProxy::getProxyMode() const {
     ko::lock_guard lock(variableMutex);
     return proxyConfig.mode;
 }
 
-std::string Engine::getProxyUrl() const {
+std::string EngineProxy::getProxyUrl() const {
     ko::lock_guard lock(variableMutex);
     return proxyConfig.url;
 }
 
-std::string Engine::getProxyUser() const {
+std::string EngineProxy::getProxyUser() const {
     ko::lock_guard lock(variableMutex);
     return proxyConfig.user;
 }
 
-std::string Engine::getProxyPassword() const {
+std::string EngineProxy::getProxyPassword() const {
     ko::lock_guard lock(variableMutex);
     return proxyConfig.password;
 }
 
-void Engine::addNewRequestWithProxies(RequestPtr request, std::list<std::string> proxies) {
-    writeLine(*logger, log_level::detail, "({}) Engine::{}", request->id(), "addNewRequestWithProxies");
-    enqueueRun(std::move(request), std::move(proxies));
-}
-
-// Part of the same run, which may be cancelled, and another one begun, before the engine comes to it.
-void Engine::addNewRequestNextProxy(RequestPtr request) {
-    writeLine(*logger, log_level::detail, "({}) Engine::{}", request->id(), "addNewRequestNextProxy");
-    const std::uint32_t run = stateOf(*request).activeRun;
-    enqueue([this, run, owned = std::move(request)] {
-        stateOf(*owned).activeRun = run;
-        addRequest(owned);
-    });
-}
-
-void Engine::addProxyConfig(void* easy, RequestPtr request) {
-    stateOf(*request).proxyIsFromList = false;
-    if (request->config.proxy == Proxy::bypass_proxy) return;
-    const ProxyConfigMode mode = getProxyMode();
-    if (mode == ProxyConfigMode::Off) return;
-    if (mode == ProxyConfigMode::Manual) {
-        request->currentProxy = getProxyUrl();
-    } else if (mode == ProxyConfigMode::PACUrl || mode == ProxyConfigMode::WPAD) {
-        takeNextProxy(*request, mode);
+void EngineProxy::addProxyConfig(CURL* easy, Request& request) {
+    stateOf(request).proxyIsFromList = false;
+    if (request.config.proxy == Proxy::bypass_proxy) return;
+    const Mode mode = getProxyMode();
+    if (mode == Mode::Off) return;
+    if (mode == Mode::Manual) {
+        request.currentProxy = getProxyUrl();
+    } else if (mode == Mode::PACUrl || mode == Mode::WPAD) {
+        takeNextProxy(request, mode);
     }
-    const std::string proxy = request->currentProxy.value_or("");
-    writeLine(*logger, log_level::debug, "({}) Engine::{} proxy mode={}, using proxy '{}'", request->id(),
+    const std::string proxy = request.currentProxy.value_or("");
+    writeLine(*logger, log_level::debug, "({}) Engine::{} proxy mode={}, using proxy '{}'", request.id(),
               "addProxyConfig", static_cast<std::uint32_t>(mode), proxy);
     curl_easy_setopt(easy, CURLOPT_PROXY, proxy.c_str());
     curl_easy_setopt(easy, CURLOPT_HTTPPROXYTUNNEL, 1L);
     curl_easy_setopt(easy, CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
     curl_easy_setopt(easy, CURLOPT_NOPROXY, hostsWithoutProxy());
-    if (mode == ProxyConfigMode::Manual) addProxyCredentials(easy, *request);
+    if (mode == Mode::Manual) addProxyCredentials(easy, request);
 }
 
-void Engine::takeNextProxy(Request& request, ProxyConfigMode mode) {
+void EngineProxy::takeNextProxy(Request& request, Mode mode) {
     std::list<std::string>& candidates = request.remainingProxies;
     proxyBlackList.sortProxies(candidates);
     if (logger->verbosity() >= log_level::detail) {
@@ -126,7 +98,7 @@ void Engine::takeNextProxy(Request& request, ProxyConfigMode mode) {
     stateOf(request).proxyIsFromList = true;
 }
 
-void Engine::addProxyCredentials(CURL* easy, const Request& request) {
+void EngineProxy::addProxyCredentials(CURL* easy, const Request& request) const {
     const std::string user = getProxyUser();
     if (user.empty()) return;
     const Escaped escapedUser = escape(easy, user);
@@ -143,23 +115,22 @@ void Engine::addProxyCredentials(CURL* easy, const Request& request) {
 
 // An answer of the server says that the proxy works. Without one the next candidate may do better: true when the request
 // goes there. A proxy that is not the request's own is the only one there is.
-bool Engine::retryWithNextProxy(void* easy, const RequestPtr& request, long responseCode) {
+bool EngineProxy::retryWithNextProxy(CURL* easy, const Request& request, long responseCode) {
     // Off or bypassed since an earlier attempt: that attempt's proxy still counts.
-    if (!request->currentProxy) return false;
+    if (!request.currentProxy) return false;
     if (responseCode != 0) {
-        proxyBlackList.success(*request->currentProxy);
+        proxyBlackList.success(*request.currentProxy);
         return false;
     }
-    proxyBlackList.fail(*request->currentProxy);
+    proxyBlackList.fail(*request.currentProxy);
     long connectCode = -1;
     const CURLcode ret = curl_easy_getinfo(easy, CURLINFO_HTTP_CONNECTCODE, &connectCode);
     KO_ASSERT(ret == CURLE_OK);
-    writeLine(*logger, log_level::always, "({}) Engine::{}: CURLINFO_HTTP_CONNECTCODE='{}'", request->id(),
+    writeLine(*logger, log_level::always, "({}) Engine::{}: CURLINFO_HTTP_CONNECTCODE='{}'", request.id(),
               "processCompletedTasks", connectCode);
-    if (!stateOf(*request).proxyIsFromList || request->remainingProxies.empty()) return false;
-    writeLine(*logger, log_level::detail, "({}) Engine::{}: Retry with another proxy", request->id(),
+    if (!stateOf(request).proxyIsFromList || request.remainingProxies.empty()) return false;
+    writeLine(*logger, log_level::detail, "({}) Engine::{}: Retry with another proxy", request.id(),
               "processCompletedTasks");
-    addNewRequestNextProxy(request);
     return true;
 }
 

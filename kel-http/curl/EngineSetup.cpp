@@ -3,18 +3,15 @@
 // Newer releases have another name for CURLOPT_PROTOCOLS; the devices' releases know this one only.
 #define CURL_DISABLE_DEPRECATION
 
+#include "kel-http/curl/EngineSetup.h"
+
 #include <algorithm>
-#include <cstdlib>
-#include <exception>
 #include <limits>
 #include <new>
 #include <stdexcept>
 #include <utility>
 
-#include "kel-http/curl/ActiveTask.h"
-#include "kel-http/curl/Engine.h"
 #include "kel-http/curl/HeaderCheck.h"
-#include "kel-http/curl/Hooks.h"
 #include "kel-http/curl/LongOption.h"
 #include "kel-http/curl/PartialFile.h"
 #include "kel-http/curl/RequestImpl.h"
@@ -39,72 +36,30 @@ const char* urlForCurl(const std::string& url) {
 
 }  // namespace
 
-// A request that can not be set up fails alone, and false is returned; the engine serves every program part that links
-// it.
-bool Engine::addRequest(RequestPtr request) {
-    try {
-        prepareAddTask(request);
-        return true;
-    } catch (const std::exception& error) {
-        failSetUp(request, error.what());
-    } catch (...) {
-        failSetUp(request, "Unknown error");
-    }
-    return false;
-}
+EngineSetup::EngineSetup(Engine& of_engine, EngineCookies& of_cookies, EngineProxy& of_proxy, logging::Logger& log)
+    : engine(of_engine), cookies(of_cookies), proxy(of_proxy), body(log), logger(&log) {}
 
-void Engine::failSetUp(const RequestPtr& request, const std::string& reason) {
-    writeLine(*logger, log_level::error, "({}) Engine::{}: The request can not be sent: {}", request->id(), "addTask",
-              reason);
-    if (const TaskPtr task = getActiveTask(request)) activeTasks.erase(task->easy);
-    handOver([request, run = stateOf(*request).activeRun, reason] {
-        if (stateOf(*request).isCancelled(run)) return;
-        request->setResponseCode(0);
-        request->notifyFailure(Failure::Other, reason);
-    });
-}
-
-void Engine::prepareAddTask(RequestPtr request) {
-    checkEngineThread();
-    std::function<void()> handler;
-    {
-        ko::lock_guard lock(variableMutex);
-        handler = newRequestHandler;
-    }
-    handler();
-    addTask(std::move(request));
-}
-
-void Engine::addTask(RequestPtr request) {
-    checkEngineThread();
-    // Cancelled when there was nothing to remove yet.
-    if (stateOf(*request).isCancelled(stateOf(*request).activeRun)) return;
-
-    dumpRequest(*request);
-    const TaskPtr task = std::make_shared<ActiveTask>(request);
+void EngineSetup::prepare(const TaskPtr& task) {
     CURL* const easy = task->easy;
-    if (easy == nullptr) throw std::bad_alloc();
-    activeTasks[easy] = task;
-
+    const RequestPtr& request = task->request;
     addCallbacks(easy, *request);
     addTarget(easy, *request);
     addDownloadLimits(easy, *request);
     addRedirects(easy, *request);
     addProgress(easy);
     addTimeout(easy, *request);
-    addCookies(easy, *request);
+    cookies.addCookies(easy, request->config);
     addCredentials(easy, *request);
-    addHTTPMethodToRequest(easy, request, task);
+    body.addHTTPMethodToRequest(easy, request, *task);
     addHeadersToRequest(easy, request, task);
-    addProxyConfig(easy, request);
-    addTlsConfig(easy, request);  // virtual: a derived engine may replace it
+    proxy.addProxyConfig(easy, *request);
+    engine.addTlsConfig(easy, request);  // virtual: a derived engine may replace it
     addIPVersionToRequest(easy, request);
     addLoopSafeguards(easy);
     addFreshState(easy, *request);
-    if (engine_curl_multi_add_handle(multi, easy) != CURLM_OK) std::abort();
 }
 
-void Engine::dumpRequest(const Request& request) {
+void EngineSetup::dumpRequest(const Request& request) const {
     if (logger->verbosity() < log_level::always) return;
     for (const std::string& line : request.config.dump()) {
         writeLine(*logger, log_level::always, "({}) {}", request.id(), line);
@@ -112,7 +67,7 @@ void Engine::dumpRequest(const Request& request) {
 }
 
 // Callbacks get the easy handle, not the task: they find the task only while it is active.
-void Engine::addCallbacks(CURL* easy, Request& request) {
+void EngineSetup::addCallbacks(CURL* easy, Request& request) const {
     curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L);
     curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &Engine::traceTransfer);
     curl_easy_setopt(easy, CURLOPT_DEBUGDATA, logger);
@@ -120,7 +75,7 @@ void Engine::addCallbacks(CURL* easy, Request& request) {
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, stateOf(request).errorBuffer.data());
 }
 
-void Engine::addTarget(CURL* easy, const Request& request) {
+void EngineSetup::addTarget(CURL* easy, const Request& request) {
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
     curl_easy_setopt(easy, CURLOPT_DEFAULT_PROTOCOL, "http");
     curl_easy_setopt(easy, CURLOPT_URL, urlForCurl(request.config.url));
@@ -130,7 +85,7 @@ void Engine::addTarget(CURL* easy, const Request& request) {
     curl_easy_setopt(easy, CURLOPT_HEADERDATA, easy);
 }
 
-void Engine::addDownloadLimits(CURL* easy, const Request& request) {
+void EngineSetup::addDownloadLimits(CURL* easy, const Request& request) const {
     const RequestConfig& config = request.config;
     if (config.size_limit && fitsLongOption(*config.size_limit)) {
         curl_easy_setopt(easy, CURLOPT_MAXFILESIZE, static_cast<long>(*config.size_limit));
@@ -152,7 +107,7 @@ void Engine::addDownloadLimits(CURL* easy, const Request& request) {
     curl_easy_setopt(easy, CURLOPT_RESUME_FROM, static_cast<long>(*offset));
 }
 
-void Engine::addRedirects(CURL* easy, const Request& request) {
+void EngineSetup::addRedirects(CURL* easy, const Request& request) const {
     const RequestConfig& config = request.config;
     if (config.caller_handles_redirects) {
         writeLine(*logger, log_level::detail, "({}) client will handle HTTP redirects for url={}", request.id(),
@@ -164,13 +119,13 @@ void Engine::addRedirects(CURL* easy, const Request& request) {
     writeLine(*logger, log_level::detail, "({}) CURL will handle HTTP redirects for url={}", request.id(), config.url);
 }
 
-void Engine::addProgress(CURL* easy) {
+void EngineSetup::addProgress(CURL* easy) {
     curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &Engine::downloadProgress);
     curl_easy_setopt(easy, CURLOPT_XFERINFODATA, easy);
     curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
 }
 
-void Engine::addTimeout(CURL* easy, const Request& request) {
+void EngineSetup::addTimeout(CURL* easy, const Request& request) const {
     const RequestConfig& config = request.config;
     const std::int64_t timeout = config.timeout.count();
     if (timeout != 0) {
@@ -191,7 +146,7 @@ void Engine::addTimeout(CURL* easy, const Request& request) {
     }
 }
 
-void Engine::addCredentials(CURL* easy, const Request& request) {
+void EngineSetup::addCredentials(CURL* easy, const Request& request) {
     const RequestConfig& config = request.config;
     if (config.user.empty()) return;
     const unsigned long methods =
@@ -201,7 +156,7 @@ void Engine::addCredentials(CURL* easy, const Request& request) {
     curl_easy_setopt(easy, CURLOPT_HTTPAUTH, static_cast<long>(methods));
 }
 
-void Engine::addHeadersToRequest(CURL* easy, RequestPtr request, TaskPtr task) {
+void EngineSetup::addHeadersToRequest(CURL* easy, const RequestPtr& request, const TaskPtr& task) {
     const RequestConfig& config = request->config;
     std::string line;
     for (const auto& [name, value] : config.headers) {
@@ -220,7 +175,7 @@ void Engine::addHeadersToRequest(CURL* easy, RequestPtr request, TaskPtr task) {
     curl_easy_setopt(easy, CURLOPT_HTTPHEADER, task->headers);
 }
 
-void Engine::addIPVersionToRequest(CURL* easy, RequestPtr request) {
+void EngineSetup::addIPVersionToRequest(CURL* easy, const RequestPtr& request) {
     long family = CURL_IPRESOLVE_WHATEVER;
     switch (request->config.ip_version) {
         case IPVersion::Any:
@@ -236,13 +191,20 @@ void Engine::addIPVersionToRequest(CURL* easy, RequestPtr request) {
 }
 
 // What keeps one transfer from holding up the loop that all of them share.
-void Engine::addLoopSafeguards(CURL* easy) {
+void EngineSetup::addLoopSafeguards(CURL* easy) const {
     curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, &Engine::watchSocket);
-    curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, this);
+    curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, &engine);
 #if LIBCURL_VERSION_NUM >= 0x075700
     // A name look-up that hangs is left to itself when its transfer ends; libcurl would wait for it, and all transfers with it.
     curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
 #endif
+}
+
+void EngineSetup::addFreshState(CURL* easy, const Request& request) const {
+    if (!request.config.reset_state) return;
+    cookies.addFreshCookies(easy, request.config);
+    curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
+    curl_easy_setopt(easy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
 }
 
 }  // namespace kel::http

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include "kel-http/curl/EngineTls.h"
+
 #include <stdexcept>
 
 #include "certificate/certificate.h"
-#include "kel-http/curl/Engine.h"
 #include "kel-http/curl/Tls.h"
 #include "kel-http/model/LogLine.h"
 
@@ -82,8 +83,8 @@ void addVerification(CURL* easy, const RequestConfig& config) {
 
 }  // namespace
 
-void Engine::addTlsConfig(void* easy, std::shared_ptr<Request> request) {
-    RequestConfig& config = request->config;
+void EngineTls::addTlsConfig(CURL* easy, Request& request) const {
+    RequestConfig& config = request.config;
     const bool alone = needsOwnConnection(config);
     const bool has_files = tls::hasOwnIdentityFiles(config);
     curl_easy_setopt(easy, CURLOPT_SSLVERSION, curlTlsVersions(config));
@@ -95,7 +96,7 @@ void Engine::addTlsConfig(void* easy, std::shared_ptr<Request> request) {
     }
     if (has_files) {
         writeLine(*logger, log_level::detail, "({}) Configuring own certificate for mTLS (cert={}; pkey={})",
-                  request->id(), *config.own_cert, *config.own_pkey);
+                  request.id(), *config.own_cert, *config.own_pkey);
         addOwnIdentity(easy, config);
     }
     addVerification(easy, config);

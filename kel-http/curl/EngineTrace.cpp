@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include "kel-http/curl/EngineTrace.h"
+
 #include <limits>
 
-#include "kel-http/curl/ActiveTask.h"
-#include "kel-http/curl/Engine.h"
 #include "kel-http/curl/TraceText.h"
 #include "kel-http/model/LogLine.h"
 
@@ -67,28 +67,21 @@ void writeTrace(logging::Logger& logger, const TraceKind& kind, curl_infotype ty
 
 }  // namespace
 
-int Engine::traceTransfer(CURL* easy, curl_infotype type, char* data, std::size_t size, void* logger) {
-    logging::Logger& log = *static_cast<logging::Logger*>(logger);
-    if (log.verbosity() < lowest_threshold) return 0;
-    const TraceKind kind = kindOf(type);
-    if (log.verbosity() < kind.threshold) return 0;
+bool EngineTrace::wants(curl_infotype type) const {
+    if (logger.verbosity() < lowest_threshold) return false;
+    return logger.verbosity() >= kindOf(type).threshold;
+}
 
-    // The engine's destructor frees transfers while libcurl still talks about them.
-    const Engine* const engine = currentEngine;
-    TaskPtr task;
-    if (engine != nullptr && !engine->shuttingDown) {
-        if (const auto found = engine->activeTasks.find(easy); found != engine->activeTasks.end()) task = found->second;
-    }
-    const RequestPtr request = task ? task->request : nullptr;
-    if (isPayload(type) && request && !request->allowsPayloadLogging()) return 0;
+void EngineTrace::write(curl_infotype type, std::string_view text, Engine::ActiveTask* task) const {
+    const Request* const request = task == nullptr ? nullptr : task->request.get();
+    if (isPayload(type) && request != nullptr && !request->allowsPayloadLogging()) return;
 
-    std::string_view text(data, size);
-    if (type == CURLINFO_HEADER_OUT && task) {
-        if (task->tracedLineIsOpen) text = withoutRestOfLine(text);
-        if (size > 0) task->tracedLineIsOpen = data[size - 1] != '\n';
+    if (type == CURLINFO_HEADER_OUT && task != nullptr) {
+        const bool is_rest = task->tracedLineIsOpen;
+        if (!text.empty()) task->tracedLineIsOpen = text.back() != '\n';
+        if (is_rest) text = withoutRestOfLine(text);
     }
-    writeTrace(log, kind, type, request ? request->id() : 0U, text);
-    return 0;
+    writeTrace(logger, kindOf(type), type, request == nullptr ? 0U : request->id(), text);
 }
 
 }  // namespace kel::http

@@ -1,37 +1,42 @@
 // SPDX-License-Identifier: MIT
+#include "kel-http/curl/EngineWait.h"
+
 #include <sys/eventfd.h>
 #include <sys/select.h>
+#include <unistd.h>
 
 #include <algorithm>
 
-#include "kel-http/curl/Engine.h"
-#include "kel-http/curl/Hooks.h"
 #include "kel-http/curl/WaitTime.h"
 #include "kel-http/model/LogLine.h"
 #include "logging/tovanlog.h"
 
 namespace kel::http {
 
-void Engine::doCurlProcessing() {
-    checkEngineThread();
-    writeLine(*logger, log_level::detail, "Engine::{}", "doCurlProcessing");
+EngineWait::EngineWait(logging::Logger& log) : wakeupDescriptor(eventfd(0, 0)), logger(&log) {}
 
+EngineWait::~EngineWait() {
+    close(wakeupDescriptor);
+}
+
+void EngineWait::wakeUp() const {
+    if (eventfd_write(wakeupDescriptor, 1) != 0) tovanlog_write(2, 0, "CurlEngine: Error writing eventfd\n", 34);
+}
+
+void EngineWait::wait(CURLM* multi) {
     long timerMs = -1;
     curl_multi_timeout(multi, &timerMs);
-    const bool woken = canSelect() ? waitWithSelect(timerMs) : waitWithPoll(timerMs);
+    const bool woken = canSelect() ? waitWithSelect(multi, timerMs) : waitWithPoll(multi, timerMs);
     if (woken) drainWakeups();
-
-    int running = 0;
-    engine_curl_multi_perform(multi, &running);
 }
 
 // An fd_set has room for FD_SETSIZE descriptors only: one beyond would be written outside of it, and libcurl leaves
 // such sockets out of its sets without a word, so that their transfers would sleep through every wait.
-bool Engine::canSelect() const {
+bool EngineWait::canSelect() const {
     return wakeupDescriptor < FD_SETSIZE && !beyondSelect;
 }
 
-bool Engine::waitWithSelect(long timerMs) {
+bool EngineWait::waitWithSelect(CURLM* multi, long timerMs) const {
     timeval timeout = waitTime(timerMs);
     fd_set readable;
     fd_set writable;
@@ -49,7 +54,7 @@ bool Engine::waitWithSelect(long timerMs) {
            FD_ISSET(wakeupDescriptor, &readable);
 }
 
-bool Engine::waitWithPoll(long timerMs) {
+bool EngineWait::waitWithPoll(CURLM* multi, long timerMs) const {
     curl_waitfd wakeup{};
     wakeup.fd = wakeupDescriptor;
     wakeup.events = CURL_WAIT_POLLIN;
@@ -58,16 +63,14 @@ bool Engine::waitWithPoll(long timerMs) {
     return result == CURLM_OK && ready > 0 && (wakeup.revents & CURL_WAIT_POLLIN) != 0;
 }
 
-void Engine::drainWakeups() {
+void EngineWait::drainWakeups() const {
     writeLine(*logger, log_level::detail, "Engine::{}: waking up", "doCurlProcessing");
     eventfd_t count = 0;
     if (eventfd_read(wakeupDescriptor, &count) != 0) tovanlog_write(2, 0, "CurlEngine: Error reading eventfd\n", 34);
 }
 
-// libcurl tells of every socket it opens (`CURLOPT_SOCKOPTFUNCTION`).
-int Engine::watchSocket(void* engine, curl_socket_t descriptor, curlsocktype /*purpose*/) {
-    if (descriptor >= FD_SETSIZE) static_cast<Engine*>(engine)->beyondSelect = true;
-    return CURL_SOCKOPT_OK;
+void EngineWait::watch(curl_socket_t descriptor) {
+    if (descriptor >= FD_SETSIZE) beyondSelect = true;
 }
 
 }  // namespace kel::http

@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <list>
+#include <string>
+#include <tl/optional.hpp>
+
+#include "kel-http/curl/ActiveTask.h"
+#include "kel-http/curl/Engine.h"
+#include "kel-http/curl/EngineCompletion.h"
+#include "kel-http/curl/EngineCookies.h"
+#include "kel-http/curl/EngineProxy.h"
+#include "kel-http/curl/EngineSetup.h"
+#include "kel-http/curl/EngineTls.h"
+#include "kel-http/curl/EngineTransfers.h"
+#include "kel-http/curl/EngineWait.h"
+#include "ko/mutex.h"
+#include "ko/thread.h"
+#include "logging/Logger.h"
+
+namespace kel::http {
+
+// The engine of this process, or null.
+extern std::atomic<Engine*> currentEngine;
+
+// What an engine is made of: the thread, the queue of tasks and the order in which things are done. What is done stands in
+// a class for each mechanism. Programs see none of it, so members may come and go.
+struct Engine::Impl {
+    Impl(Engine& owner, const CallbackHandler& handler, ProxyBlackList::Clock clock);
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+
+    // The loop. Engine thread.
+    void thread_loop();
+    void runTasks();
+    void processPendingRequests();
+    void runGuarded(const std::function<void()>& task);
+    void doCurlProcessing();
+    void processCompletedTasks();
+    void flagTermination();
+    void checkEngineThread() const;
+
+    // Any thread.
+    void enqueue(std::function<void()> task);
+    void enqueueRun(RequestPtr request, tl::optional<std::list<std::string>> proxies);
+    void enqueueFor(RequestPtr request, void (Impl::*step)(RequestPtr));
+    void onNewRequest(const std::function<void()>& handler);
+    void requestTermination();
+
+    // The steps of a transfer. Engine thread.
+    bool addRequest(RequestPtr request);
+    void prepareAddTask(RequestPtr request);
+    void addTask(RequestPtr request);
+    void failSetUp(const RequestPtr& request, const std::string& reason);
+    void addNewRequestNextProxy(RequestPtr request);
+    void pauseTask(RequestPtr request);
+    void resumeTask(RequestPtr request);
+    void removeTask(RequestPtr request);
+
+    logging::Logger* const logger;
+    EngineTransfers transfers;
+    EngineCookies cookies;
+    EngineWait waiting;
+    EngineProxy proxy;
+    const EngineTls tls;
+    EngineSetup setup;
+    EngineCompletion completion;
+
+    ko::mutex queueMutex;
+    std::deque<std::function<void()>> taskQueue KO_GUARDED_BY(queueMutex);
+    // Engine thread; a member so that its memory serves every pass of the loop.
+    std::deque<std::function<void()>> runningTasks;
+    ko::mutex handlerMutex;
+    std::function<void()> newRequestHandler KO_GUARDED_BY(handlerMutex);
+    // Engine thread; set by a queued task.
+    bool terminationFlag = false;
+    // Set by the owner, read by callbacks that libcurl may still make while transfers are freed.
+    std::atomic<bool> shuttingDown{false};
+    std::atomic<ko::thread_id> engineThreadId{ko::invalid_thread_id};
+    ko::thread engineThread;
+};
+
+}  // namespace kel::http

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <curl/curl.h>
+
+#include "kel-http/curl/ActiveTask.h"
+#include "kel-http/curl/EngineBody.h"
+#include "kel-http/curl/EngineCookies.h"
+#include "kel-http/curl/EngineProxy.h"
+#include "logging/Logger.h"
+
+namespace kel::http {
+
+// Turns a request into libcurl's options, step by step. Engine thread.
+class EngineSetup {
+ public:
+    // `of_engine` is asked for its TLS options, which a derived one may replace, and is what watches sockets.
+    EngineSetup(Engine& of_engine, EngineCookies& of_cookies, EngineProxy& of_proxy, logging::Logger& log);
+
+    // Describes the request in the log.
+    void dumpRequest(const Request& request) const;
+
+    // All options of the transfer. Throws when it can not be set up; what has been set by then goes with `task`.
+    void prepare(const TaskPtr& task);
+
+ private:
+    void addCallbacks(CURL* easy, Request& request) const;
+    static void addTarget(CURL* easy, const Request& request);
+    void addDownloadLimits(CURL* easy, const Request& request) const;
+    void addRedirects(CURL* easy, const Request& request) const;
+    static void addProgress(CURL* easy);
+    void addTimeout(CURL* easy, const Request& request) const;
+    static void addCredentials(CURL* easy, const Request& request);
+    static void addHeadersToRequest(CURL* easy, const RequestPtr& request, const TaskPtr& task);
+    static void addIPVersionToRequest(CURL* easy, const RequestPtr& request);
+    void addLoopSafeguards(CURL* easy) const;
+    void addFreshState(CURL* easy, const Request& request) const;
+
+    Engine& engine;
+    EngineCookies& cookies;
+    EngineProxy& proxy;
+    const EngineBody body;
+    logging::Logger* const logger;
+};
+
+}  // namespace kel::http

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+#include "kel-http/curl/EngineTransfers.h"
+
+#include <cstdlib>
+#include <new>
+
+#include "kel-http/curl/Hooks.h"
+
+namespace kel::http {
+
+EngineTransfers::EngineTransfers() : multi(curl_multi_init()) {}
+
+TaskPtr EngineTransfers::enter(const RequestPtr& request) {
+    TaskPtr task = std::make_shared<Engine::ActiveTask>(request);
+    if (task->easy == nullptr) throw std::bad_alloc();
+    activeTasks[task->easy] = task;
+    return task;
+}
+
+void EngineTransfers::begin(CURL* easy) {
+    if (engine_curl_multi_add_handle(multi, easy) != CURLM_OK) std::abort();
+}
+
+Engine::ActiveTask* EngineTransfers::find(void* easy) const {
+    const auto found = activeTasks.find(easy);
+    return found == activeTasks.end() ? nullptr : found->second.get();
+}
+
+// Linear on purpose: the map serves libcurl's callbacks, which come often; owners act seldom.
+TaskPtr EngineTransfers::getActiveTask(const RequestPtr& request) const {
+    for (const auto& [easy, task] : activeTasks) {
+        if (task->request == request) return task;
+    }
+    return nullptr;
+}
+
+void EngineTransfers::pause(const Engine::ActiveTask& task) {
+    curl_easy_pause(task.easy, CURLPAUSE_ALL);
+}
+
+// When nobody takes the bytes that were held back libcurl drops them and would go on behind the gap.
+CURLcode EngineTransfers::resume(const Engine::ActiveTask& task) {
+    const CURLcode result = curl_easy_pause(task.easy, CURLPAUSE_CONT);
+    const bool nothing_held = result == CURLE_BAD_FUNCTION_ARGUMENT;  // there is no connection yet
+    return nothing_held ? CURLE_OK : result;
+}
+
+void EngineTransfers::remove(const Engine::ActiveTask& task) {
+    // libcurl reports progress once more while it lets go of a transfer, and this request is to hear nothing.
+    curl_easy_setopt(task.easy, CURLOPT_NOPROGRESS, 1L);
+    curl_multi_remove_handle(multi, task.easy);
+    activeTasks.erase(task.easy);
+}
+
+void EngineTransfers::forget(CURL* easy) {
+    activeTasks.erase(easy);
+}
+
+CURLMsg* EngineTransfers::findCompletedMsg() {
+    int remaining = 0;
+    CURLMsg* message = curl_multi_info_read(multi, &remaining);
+    while (message != nullptr && message->msg != CURLMSG_DONE) message = curl_multi_info_read(multi, &remaining);
+    return message;
+}
+
+TaskPtr EngineTransfers::take(void* easy) {
+    TaskPtr task = activeTasks.at(easy);
+    activeTasks.erase(easy);
+    return task;
+}
+
+void EngineTransfers::letGo(void* easy) {
+    curl_multi_remove_handle(multi, easy);
+}
+
+void EngineTransfers::close() {
+    // Freeing a transfer may call back into the engine, which should then find none rather than a map in pieces.
+    TaskMap unfinished;
+    unfinished.swap(activeTasks);
+    // libcurl loses what it holds back for a paused transfer that is freed without having been removed.
+    for (const auto& [easy, task] : unfinished) curl_multi_remove_handle(multi, easy);
+    unfinished.clear();
+    curl_multi_cleanup(multi);
+}
+
+}  // namespace kel::http

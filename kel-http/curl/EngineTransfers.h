@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <curl/curl.h>
+
+#include <map>
+
+#include "kel-http/curl/ActiveTask.h"
+
+namespace kel::http {
+
+// The transfers in progress, by easy handle, and the multi handle that drives them.
+// Engine thread; made and closed by the engine's owner while that thread is not running.
+class EngineTransfers {
+ public:
+    EngineTransfers();
+    EngineTransfers(const EngineTransfers&) = delete;
+    EngineTransfers& operator=(const EngineTransfers&) = delete;
+
+    CURLM* multiHandle() const { return multi; }
+
+    // A transfer of `request` that libcurl's callbacks find from now on, though it has not begun. Throws std::bad_alloc.
+    TaskPtr enter(const RequestPtr& request);
+    // Has libcurl begin. Stops the process when it refuses.
+    void begin(CURL* easy);
+
+    // Null when there is none.
+    TaskPtr getActiveTask(const RequestPtr& request) const;
+    // The same for libcurl's callbacks, without a reference of their own: transfers come and go on the engine thread only,
+    // and never while libcurl calls back.
+    Engine::ActiveTask* find(void* easy) const;
+    // Throws std::out_of_range when there is none.
+    Engine::ActiveTask& at(void* easy) const { return *activeTasks.at(easy); }
+
+    // Stop and continue the flow of data. What was held back is delivered inside resume(); a result other than CURLE_OK
+    // says that nobody took it.
+    static void pause(const Engine::ActiveTask& task);
+    static CURLcode resume(const Engine::ActiveTask& task);
+
+    // Ends a transfer without a word to its request.
+    void remove(const Engine::ActiveTask& task);
+    // The same for one that libcurl has not begun.
+    void forget(CURL* easy);
+
+    // The next transfer that has completed, or null. Dies with its handle.
+    CURLMsg* findCompletedMsg();
+    // Takes a completed one away, for libcurl to let go of later. Throws std::out_of_range when there is none.
+    TaskPtr take(void* easy);
+    void letGo(void* easy);
+
+    // Frees those that are left, then all that libcurl keeps for them.
+    void close();
+
+ private:
+    using TaskMap = std::map<void*, TaskPtr>;
+
+    CURLM* const multi;
+    TaskMap activeTasks;
+};
+
+}  // namespace kel::http
