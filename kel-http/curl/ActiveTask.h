@@ -3,6 +3,7 @@
 
 #include <curl/curl.h>
 
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -23,6 +24,10 @@ struct Engine::ActiveTask {
     // Asks libcurl for the peer.
     void lookUpPeer();
 
+#ifdef KEL_HTTP_MORE_MEMBERS
+    // Moves all others, in a library that programs built before are run with.
+    std::array<char, 4096> moreMembers{};
+#endif
     std::shared_ptr<Request> request;
     // The run of the request that this is.
     const std::uint32_t run;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <deque>
@@ -61,6 +62,10 @@ struct Engine::Impl {
     void resumeTask(RequestPtr request);
     void removeTask(RequestPtr request);
 
+#ifdef KEL_HTTP_MORE_MEMBERS
+    // Moves all others, in a library that programs built before are run with.
+    std::array<char, 4096> moreMembers{};
+#endif
     logging::Logger* const logger;
     EngineTransfers transfers;
     EngineCookies cookies;

@@ -20,10 +20,16 @@ struct Request::Impl {
     static Impl& of(Request& request) { return *request.impl; }
     static const Impl& of(const Request& request) { return *request.impl; }
 
+#ifdef KEL_HTTP_MORE_MEMBERS
+    // Moves all others, in a library that programs built before are run with.
+    std::array<char, 4096> moreMembers{};
+#endif
     // A cancellation may come when the engine has no transfer to remove: before a queued set-up, or after the
     // completion was handed over. Whoever comes next sees that its run is cancelled, and stops. Runs are counted, since
     // the owner may have begun another one meanwhile. Any thread.
-    bool isCancelled(std::uint32_t run) const { return run < firstWantedRun; }
+    bool isCancelled(std::uint32_t run) const {
+        return run < firstWantedRun;
+    }
     std::atomic<std::uint32_t> lastRun{0};
     std::atomic<std::uint32_t> firstWantedRun{0};
     // Engine thread: the run that the engine is at.
