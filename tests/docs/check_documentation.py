@@ -10,6 +10,17 @@ FENCE = re.compile(r"^```.*?^```$", re.MULTILINE | re.DOTALL)
 LINK = re.compile(r"!?\[[^][]*(?:\[[^][]*\])?[^][]*\]\(([^()\s]+)\)")
 HEADING = re.compile(r"^#+ +(.*)$", re.MULTILINE)
 LICENSE = "SPDX-License-Identifier: MIT"
+# What programs include of the engine: its lines without the blank ones, together.
+ENGINE_HEADERS = ("kel-http/curl/Engine.h", "kel-http/curl/Request.h")
+ENGINE_HEADER_LINES = 220
+SOURCE_LINES = 250
+FUNCTION_LINES = 30
+# Which rooms of kel-http/ each one may include. Of the engine, the client may include no more than requests and downloads need.
+ROOMS = {"model": {"model"}, "curl": {"model", "curl"}, "client": {"model", "client"}, "legacy": {"model", "curl", "legacy"}}
+CLIENT_MAY_INCLUDE = {"kel-http/curl/Request.h", "kel-http/curl/PartialFile.h"}
+# What programs may include of kel-http/, and so may whatever stands for a program here.
+INSTALLED = re.compile(r"kel-http/(curl/(Engine|Hooks|ProxyBlackList|Request|Tls)|legacy/HTTPEngine)\.h")
+PROGRAMS = {"bench", "examples", "tools"}
 # Texts that are no source.
 UNMARKED = {".md", ".txt"}
 UNMARKED_NAMES = {"LICENSE", ".gitignore", "record.json", "changes.json"}
@@ -88,6 +99,65 @@ def every_source_file_names_its_license(root):
         # JSON, which has no comments, says it in quotes.
         if not any(LICENSE in line.replace('"', "") for line in lines):
             yield f"{path.relative_to(root)} lacks the line '{LICENSE}'"
+
+
+def engine_headers_stay_short(root):
+    lines = [line for name in ENGINE_HEADERS for line in (root / name).read_text(encoding="utf-8").splitlines()]
+    filled = sum(1 for line in lines if line.strip())
+    if filled > ENGINE_HEADER_LINES:
+        yield f"{' and '.join(ENGINE_HEADERS)} have {filled} lines, {ENGINE_HEADER_LINES} at most"
+
+
+def sources(root, folders):
+    return [path for path in files(root) if path.suffix in {".cpp", ".h"} and path.relative_to(root).parts[0] in folders]
+
+
+def library_sources(root):
+    return sources(root, {"kel-http", "include"})
+
+
+def function_lengths(lines):
+    """The first line of each function, counted from 1, and how many lines it takes. As clang-format puts it, its closing
+    brace stands alone under its beginning, and all in between is farther to the right: at the margin, or inside a class."""
+    begins = {}
+    for number, line in enumerate(lines, 1):
+        text = line.lstrip()
+        indent = len(line) - len(text)
+        if text == "}" and indent in begins:
+            yield begins[indent], number - begins[indent] + 1
+        elif text and not text.startswith(("#", "//", "}")):
+            begins[indent] = number
+
+
+def library_sources_stay_short(root):
+    for path in library_sources(root):
+        lines = path.read_text(encoding="utf-8").splitlines()
+        if len(lines) > SOURCE_LINES:
+            yield f"{path.relative_to(root)} has {len(lines)} lines, {SOURCE_LINES} at most"
+        for begin, length in function_lengths(lines):
+            if length > FUNCTION_LINES:
+                yield f"{path.relative_to(root)}:{begin}: a function of {length} lines, {FUNCTION_LINES} at most"
+
+
+def may_include(root, path, name):
+    """Whether a source may include that header of kel-http/ or include/kel-http/."""
+    if (root / "include" / name).exists():
+        return True
+    folder, place = path.relative_to(root).parts[:2]
+    room = name.split("/")[1]
+    if folder == "kel-http":
+        return room in ROOMS.get(place, ()) or (place == "client" and name in CLIENT_MAY_INCLUDE)
+    if INSTALLED.fullmatch(name):
+        return folder != "include"
+    # A test looks behind the doors of its own room only.
+    return folder == "tests" and place == room
+
+
+def no_include_runs_upward(root):
+    for path in sources(root, {"kel-http", "include", "tests", *PROGRAMS}):
+        for name in re.findall(r'^#include "(kel-http/(?:\w+/)+\w+\.h)"', path.read_text(encoding="utf-8"), re.MULTILINE):
+            if not may_include(root, path, name):
+                yield f"{path.relative_to(root)} includes {name}, which is not for its room"
 
 
 def main():
