@@ -14,10 +14,11 @@ namespace kel::http {
 Engine::Impl::Impl(Engine& owner, const CallbackHandler& handler, ProxyBlackList::Clock clock)
     : logger(logging::getLogger("HttpClient", 0)),
       cookies(*logger),
+      body(*logger),
       waiting(*logger),
       proxy(clock, *logger),
       tls(*logger),
-      setup(owner, cookies, proxy, *logger),
+      setup(owner, cookies, body, proxy, *logger),
       completion(
           transfers, proxy, handler, [this](RequestPtr request) { addNewRequestNextProxy(std::move(request)); },
           *logger),

@@ -12,6 +12,7 @@
 
 #include "kel-http/curl/ActiveTask.h"
 #include "kel-http/curl/Engine.h"
+#include "kel-http/curl/EngineBody.h"
 #include "kel-http/curl/EngineCompletion.h"
 #include "kel-http/curl/EngineCookies.h"
 #include "kel-http/curl/EngineProxy.h"
@@ -69,6 +70,7 @@ struct Engine::Impl {
     logging::Logger* const logger;
     EngineTransfers transfers;
     EngineCookies cookies;
+    const EngineBody body;
     EngineWait waiting;
     EngineProxy proxy;
     const EngineTls tls;

@@ -36,8 +36,9 @@ const char* urlForCurl(const std::string& url) {
 
 }  // namespace
 
-EngineSetup::EngineSetup(Engine& of_engine, EngineCookies& of_cookies, EngineProxy& of_proxy, logging::Logger& log)
-    : engine(of_engine), cookies(of_cookies), proxy(of_proxy), body(log), logger(&log) {}
+EngineSetup::EngineSetup(Engine& of_engine, EngineCookies& of_cookies, const EngineBody& of_body, EngineProxy& of_proxy,
+                         logging::Logger& log)
+    : engine(of_engine), cookies(of_cookies), body(of_body), proxy(of_proxy), logger(&log) {}
 
 void EngineSetup::prepare(const TaskPtr& task) {
     CURL* const easy = task->easy;

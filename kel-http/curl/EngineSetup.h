@@ -15,7 +15,8 @@ namespace kel::http {
 class EngineSetup {
  public:
     // `of_engine` is asked for its TLS options, which a derived one may replace, and is what watches sockets.
-    EngineSetup(Engine& of_engine, EngineCookies& of_cookies, EngineProxy& of_proxy, logging::Logger& log);
+    EngineSetup(Engine& of_engine, EngineCookies& of_cookies, const EngineBody& of_body, EngineProxy& of_proxy,
+                logging::Logger& log);
 
     // Describes the request in the log.
     void dumpRequest(const Request& request) const;
@@ -38,8 +39,8 @@ class EngineSetup {
 
     Engine& engine;
     EngineCookies& cookies;
+    const EngineBody& body;
     EngineProxy& proxy;
-    const EngineBody body;
     logging::Logger* const logger;
 };
 

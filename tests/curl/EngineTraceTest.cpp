@@ -4,6 +4,8 @@
 #include "curl/LineMatcher.h"
 #include "fixture/EngineTest.h"
 #include "fixture/TestDevice.h"
+#include "kel-http/curl/ActiveTask.h"
+#include "kel-http/curl/EngineTrace.h"
 #include "support/NginxServer.h"
 
 namespace kel::http::test {
@@ -25,6 +27,52 @@ void trace(curl_infotype type, std::string text) {
     CURL* const easy = curl_easy_init();
     EXPECT_EQ(Engine::traceTransfer(easy, type, text.data(), text.size(), logger), 0);
     curl_easy_cleanup(easy);
+}
+
+// The lines on their own: no engine, no transfer that runs.
+class TraceLinesTest : public testing::Test {
+ protected:
+    void write(curl_infotype type, std::string_view text) { EngineTrace(logger).write(type, text, &task); }
+
+    logging::Logger& logger = *logging::getLogger("HttpClient", 0);
+    RecordingRequestPtr request = std::make_shared<RecordingRequest>();
+    Engine::ActiveTask task{request};
+};
+
+TEST_F(TraceLinesTest, NothingIsWantedBelowItsThreshold) {
+    for (int level = 0; level <= 9; ++level) {
+        const LogCapture log("HttpClient", level);
+        const EngineTrace traced(logger);
+        EXPECT_EQ(traced.wants(CURLINFO_TEXT), level >= 3) << level;
+        EXPECT_EQ(traced.wants(CURLINFO_HEADER_OUT), level >= 4) << level;
+        EXPECT_EQ(traced.wants(CURLINFO_DATA_IN), level >= 9) << level;
+        EXPECT_FALSE(traced.wants(CURLINFO_SSL_DATA_IN)) << level;
+    }
+}
+
+TEST_F(TraceLinesTest, LinesBearTheRequestsNumber) {
+    const LogCapture log("HttpClient", 4);
+    request->allocateRequestId();
+    write(CURLINFO_HEADER_IN, "Server: s\r\n");
+    EXPECT_THAT(log.texts(), ElementsAre("(" + std::to_string(request->id()) + ") [header IN] Server: s"));
+}
+
+TEST_F(TraceLinesTest, RestOfALineThatWasSentInPiecesIsLeftOut) {
+    const LogCapture log("HttpClient", 4);
+    write(CURLINFO_HEADER_OUT, "GET / HTTP/1.1\r\nAuthorization: Basic dXNl");
+    write(CURLINFO_HEADER_OUT, "cjpwYXNz\r\nAccept: */*\r\n");
+    EXPECT_THAT(log.texts(), Not(Contains(HasSubstr("cjpwYXNz"))));
+    EXPECT_THAT(log.texts(), Contains(HasSubstr("Accept: */*")));
+}
+
+TEST_F(TraceLinesTest, BodyIsShownToThoseWhoMaySeeItOnly) {
+    const LogCapture log("HttpClient", 9);
+    request->setAllowPayloadLogging(false);
+    write(CURLINFO_DATA_IN, "private");
+    EXPECT_THAT(log.texts(), IsEmpty());
+    request->setAllowPayloadLogging(true);
+    write(CURLINFO_DATA_IN, "public");
+    EXPECT_THAT(log.texts(), Contains(HasSubstr("public")));
 }
 
 // The trace callback without an engine.

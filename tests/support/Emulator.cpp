@@ -10,6 +10,9 @@ namespace {
 // Separated by blanks.
 constexpr const char* Words = KEL_TEST_EMULATOR;
 
+// Looked up before any test has begun: one that takes its process to another mount namespace may change what /proc says.
+const std::filesystem::path Program = std::filesystem::read_symlink("/proc/self/exe");
+
 }  // namespace
 
 bool underEmulator() {
@@ -20,7 +23,7 @@ std::vector<std::string> commandOf(const std::string& program) {
     std::vector<std::string> words;
     std::istringstream list(Words);
     for (std::string word; list >> word;) words.push_back(word);
-    words.push_back(std::filesystem::read_symlink("/proc/self/exe").replace_filename(program));
+    words.push_back(Program.parent_path() / program);
     return words;
 }
 

@@ -12,8 +12,6 @@ bool underEmulator();
 
 // The words that start `program`, one of this build, which stands beside the one that runs: its path, behind the emulator's
 // own words if there is one. The same tests run beside programs of other builds, so no path is compiled in.
-//
-// Errors: std::system_error where the running program can not be found.
 std::vector<std::string> commandOf(const std::string& program);
 
 // How death tests get their process: by executing this program anew, since a fork of one with threads may hang and one
