@@ -3,9 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 #include <thread>
 
@@ -39,6 +42,20 @@ TEST(EventLogTest, WaitsForEventsOfAnotherThread) {
     EXPECT_EQ(log.count("b"), 1U);
     log.clear();
     EXPECT_EQ(log.count(), 0U);
+}
+
+TEST(TemporaryDirectoryTest, IsNotRemovedByAFork) {
+    auto directory = std::make_unique<TemporaryDirectory>();
+    const pid_t fork_of_test = fork();
+    ASSERT_GE(fork_of_test, 0);
+    if (fork_of_test == 0) {
+        directory.reset();
+        _exit(0);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(fork_of_test, &status, 0), fork_of_test);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(std::filesystem::exists(directory->path()));
 }
 
 TEST(TemporaryDirectoryTest, IsRemovedWithItsContent) {

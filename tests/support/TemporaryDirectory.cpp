@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "TemporaryDirectory.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -9,11 +11,13 @@
 
 namespace kel::http::test {
 
-TemporaryDirectory::TemporaryDirectory() : path_(std::filesystem::temp_directory_path() / "kel-test-XXXXXX") {
+TemporaryDirectory::TemporaryDirectory()
+    : path_(std::filesystem::temp_directory_path() / "kel-test-XXXXXX"), owner_(getpid()) {
     if (mkdtemp(path_.data()) == nullptr) throw std::system_error(errno, std::generic_category(), path_);
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
+    if (getpid() != owner_) return;
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
 }

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
 namespace kel::http::test {
 
-// A fresh, empty folder, removed with all it holds at the end.
+// A fresh, empty folder, removed with all it holds at the end, by the process that made it: a fork of a death test, which
+// may end with a copy of it, takes nothing from the others.
 //
 // Errors: the constructor throws std::system_error when the folder can not be made; the destructor says nothing.
 class TemporaryDirectory {
@@ -25,6 +28,7 @@ class TemporaryDirectory {
 
  private:
     std::string path_;
+    pid_t owner_;
 };
 
 }  // namespace kel::http::test
