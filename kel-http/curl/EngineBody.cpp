@@ -14,6 +14,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "kel-http/curl/CurlOption.h"
 #include "kel-http/curl/LongOption.h"
 #include "kel-http/model/LogLine.h"
 #include "ko/assert.h"
@@ -24,12 +25,12 @@ namespace {
 
 // The size goes first: libcurl would otherwise measure the body up to its first zero byte.
 void copyBody(CURL* easy, const std::string& body) {
-    curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
-    curl_easy_setopt(easy, CURLOPT_COPYPOSTFIELDS, body.data());
+    setOption(easy, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+    setOption(easy, CURLOPT_COPYPOSTFIELDS, body.data());
 }
 
 void copyBodyWithMethod(CURL* easy, const char* method, const std::string& body) {
-    curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, method);
+    setOption(easy, CURLOPT_CUSTOMREQUEST, method);
     copyBody(easy, body);
 }
 
@@ -56,7 +57,7 @@ void sendNothing(CURL* easy, std::FILE*& stream) {
     stream = std::fopen("/dev/null", "rb");
     if (stream == nullptr)
         throw std::system_error(errno, std::generic_category(), "Can not open /dev/null for an upload");
-    curl_easy_setopt(easy, CURLOPT_READDATA, stream);
+    setOption(easy, CURLOPT_READDATA, stream);
 }
 
 }  // namespace
@@ -86,16 +87,16 @@ void EngineBody::addHTTPMethodToRequest(CURL* easy, const RequestPtr& request, E
 }
 
 void EngineBody::addUpload(CURL* easy, const Request& request, Engine::ActiveTask& task) const {
-    curl_easy_setopt(easy, CURLOPT_UPLOAD, 1L);
+    setOption(easy, CURLOPT_UPLOAD, 1L);
     if (request.config.body_is_file) {
         addFileUpload(easy, request, task);
         return;
     }
-    curl_easy_setopt(easy, CURLOPT_READFUNCTION, &Engine::putReadFunc);
-    curl_easy_setopt(easy, CURLOPT_READDATA, easy);
-    curl_easy_setopt(easy, CURLOPT_INFILESIZE, static_cast<long>(request.config.body.size()));
-    curl_easy_setopt(easy, CURLOPT_SEEKFUNCTION, &Engine::putSeekFunc);
-    curl_easy_setopt(easy, CURLOPT_SEEKDATA, easy);
+    setOption(easy, CURLOPT_READFUNCTION, &Engine::putReadFunc);
+    setOption(easy, CURLOPT_READDATA, easy);
+    setOption(easy, CURLOPT_INFILESIZE, static_cast<long>(request.config.body.size()));
+    setOption(easy, CURLOPT_SEEKFUNCTION, &Engine::putSeekFunc);
+    setOption(easy, CURLOPT_SEEKDATA, easy);
 }
 
 void EngineBody::addFileUpload(CURL* easy, const Request& request, Engine::ActiveTask& task) const {
@@ -115,9 +116,9 @@ void EngineBody::addFileUpload(CURL* easy, const Request& request, Engine::Activ
         sendNothing(easy, task.uploadFile);
         return;
     }
-    curl_easy_setopt(easy, CURLOPT_READFUNCTION, &Engine::putReadFile);
-    curl_easy_setopt(easy, CURLOPT_READDATA, task.uploadFile);
-    curl_easy_setopt(easy, CURLOPT_INFILESIZE, sizeForCurl(size));
+    setOption(easy, CURLOPT_READFUNCTION, &Engine::putReadFile);
+    setOption(easy, CURLOPT_READDATA, task.uploadFile);
+    setOption(easy, CURLOPT_INFILESIZE, sizeForCurl(size));
     if (!fitsLongOption(size)) {
         writeLine(*logger, log_level::debug, "({}) an upload of {} bytes is sent in chunks", request.id(), size);
     }
@@ -132,7 +133,7 @@ void EngineBody::addMimeForm(CURL* easy, const RequestPtr& request, Engine::Acti
     for (const MimePart& content : request->config.mime_parts) total += addMimePart(task.mime, content);
     writeLine(*logger, log_level::always, "{} {} mine parts, total data size {} bytes", "addHTTPMethodToRequest",
               request->config.mime_parts.size(), total);
-    curl_easy_setopt(easy, CURLOPT_MIMEPOST, task.mime);
+    setOption(easy, CURLOPT_MIMEPOST, task.mime);
 }
 
 // Returns the bytes of its content.

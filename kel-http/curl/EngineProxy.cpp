@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "kel-http/Deployment.h"
+#include "kel-http/curl/CurlOption.h"
 #include "kel-http/curl/RequestImpl.h"
 #include "kel-http/model/LogLine.h"
 #include "ko/assert.h"
@@ -74,10 +75,10 @@ void EngineProxy::addProxyConfig(CURL* easy, Request& request) {
     const std::string proxy = request.currentProxy.value_or("");
     writeLine(*logger, log_level::debug, "({}) Engine::{} proxy mode={}, using proxy '{}'", request.id(),
               "addProxyConfig", static_cast<std::uint32_t>(mode), proxy);
-    curl_easy_setopt(easy, CURLOPT_PROXY, proxy.c_str());
-    curl_easy_setopt(easy, CURLOPT_HTTPPROXYTUNNEL, 1L);
-    curl_easy_setopt(easy, CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
-    curl_easy_setopt(easy, CURLOPT_NOPROXY, hostsWithoutProxy());
+    setOption(easy, CURLOPT_PROXY, proxy.c_str());
+    setOption(easy, CURLOPT_HTTPPROXYTUNNEL, 1L);
+    setOption(easy, CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
+    setOption(easy, CURLOPT_NOPROXY, hostsWithoutProxy());
     if (mode == Mode::Manual) addProxyCredentials(easy, request);
 }
 
@@ -109,7 +110,7 @@ void EngineProxy::addProxyCredentials(CURL* easy, const Request& request) const 
         writeLine(*logger, log_level::error, "({}) {}: Encoding proxy password failed", request.id(), "addProxyConfig");
     } else {
         const std::string credentials = fmt::format("{}:{}", escapedUser.get(), escapedPassword.get());
-        curl_easy_setopt(easy, CURLOPT_PROXYUSERPWD, credentials.c_str());
+        setOption(easy, CURLOPT_PROXYUSERPWD, credentials.c_str());
     }
 }
 

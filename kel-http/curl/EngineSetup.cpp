@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "kel-http/curl/CurlOption.h"
 #include "kel-http/curl/HeaderCheck.h"
 #include "kel-http/curl/LongOption.h"
 #include "kel-http/curl/PartialFile.h"
@@ -69,27 +70,27 @@ void EngineSetup::dumpRequest(const Request& request) const {
 
 // Callbacks get the easy handle, not the task: they find the task only while it is active.
 void EngineSetup::addCallbacks(CURL* easy, Request& request) const {
-    curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L);
-    curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &Engine::traceTransfer);
-    curl_easy_setopt(easy, CURLOPT_DEBUGDATA, logger);
+    setOption(easy, CURLOPT_VERBOSE, 1L);
+    setOption(easy, CURLOPT_DEBUGFUNCTION, &Engine::traceTransfer);
+    setOption(easy, CURLOPT_DEBUGDATA, logger);
     stateOf(request).errorBuffer.front() = '\0';  // an earlier attempt may have left its text
-    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, stateOf(request).errorBuffer.data());
+    setOption(easy, CURLOPT_ERRORBUFFER, stateOf(request).errorBuffer.data());
 }
 
 void EngineSetup::addTarget(CURL* easy, const Request& request) {
-    curl_easy_setopt(easy, CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
-    curl_easy_setopt(easy, CURLOPT_DEFAULT_PROTOCOL, "http");
-    curl_easy_setopt(easy, CURLOPT_URL, urlForCurl(request.config.url));
-    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Engine::writeFunction);
-    curl_easy_setopt(easy, CURLOPT_WRITEDATA, easy);
-    curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &Engine::writeHeader);
-    curl_easy_setopt(easy, CURLOPT_HEADERDATA, easy);
+    setOption(easy, CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
+    setOption(easy, CURLOPT_DEFAULT_PROTOCOL, "http");
+    setOption(easy, CURLOPT_URL, urlForCurl(request.config.url));
+    setOption(easy, CURLOPT_WRITEFUNCTION, &Engine::writeFunction);
+    setOption(easy, CURLOPT_WRITEDATA, easy);
+    setOption(easy, CURLOPT_HEADERFUNCTION, &Engine::writeHeader);
+    setOption(easy, CURLOPT_HEADERDATA, easy);
 }
 
 void EngineSetup::addDownloadLimits(CURL* easy, const Request& request) const {
     const RequestConfig& config = request.config;
     if (config.size_limit && fitsLongOption(*config.size_limit)) {
-        curl_easy_setopt(easy, CURLOPT_MAXFILESIZE, static_cast<long>(*config.size_limit));
+        setOption(easy, CURLOPT_MAXFILESIZE, static_cast<long>(*config.size_limit));
     } else if (config.size_limit) {
         // Where a long is too short for the limit libcurl can not help; the data hook counts on its own.
         writeLine(
@@ -105,7 +106,7 @@ void EngineSetup::addDownloadLimits(CURL* easy, const Request& request) const {
     if (!fitsLongOption(*offset)) {
         throw std::length_error("'" + config.download_path + "' is too large to be resumed on this system: remove it");
     }
-    curl_easy_setopt(easy, CURLOPT_RESUME_FROM, static_cast<long>(*offset));
+    setOption(easy, CURLOPT_RESUME_FROM, static_cast<long>(*offset));
 }
 
 void EngineSetup::addRedirects(CURL* easy, const Request& request) const {
@@ -115,15 +116,15 @@ void EngineSetup::addRedirects(CURL* easy, const Request& request) const {
                   config.url);
         return;
     }
-    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, redirect_limit);
+    setOption(easy, CURLOPT_FOLLOWLOCATION, 1L);
+    setOption(easy, CURLOPT_MAXREDIRS, redirect_limit);
     writeLine(*logger, log_level::detail, "({}) CURL will handle HTTP redirects for url={}", request.id(), config.url);
 }
 
 void EngineSetup::addProgress(CURL* easy) {
-    curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &Engine::downloadProgress);
-    curl_easy_setopt(easy, CURLOPT_XFERINFODATA, easy);
-    curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
+    setOption(easy, CURLOPT_XFERINFOFUNCTION, &Engine::downloadProgress);
+    setOption(easy, CURLOPT_XFERINFODATA, easy);
+    setOption(easy, CURLOPT_NOPROGRESS, 0L);
 }
 
 void EngineSetup::addTimeout(CURL* easy, const Request& request) const {
@@ -133,7 +134,8 @@ void EngineSetup::addTimeout(CURL* easy, const Request& request) const {
         // Cut to the length of a long, a very long time-out could become a very short one.
         constexpr std::int64_t lowest = std::numeric_limits<long>::min();
         constexpr std::int64_t longest = std::numeric_limits<long>::max();
-        curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+        setOption(easy, CURLOPT_NOSIGNAL, 1L);
+        // Unchecked: libcurl refuses a negative one, which means none to it.
         curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(std::clamp(timeout, lowest, longest)));
         writeLine(*logger, log_level::detail, "({}) setting timeout of task to {}", request.id(), timeout);
         if (timeout > longest) {
@@ -142,7 +144,7 @@ void EngineSetup::addTimeout(CURL* easy, const Request& request) const {
         }
     }
     if (config.speed_limit) {
-        curl_easy_setopt(easy, CURLOPT_MAX_RECV_SPEED_LARGE, static_cast<curl_off_t>(*config.speed_limit));
+        setOption(easy, CURLOPT_MAX_RECV_SPEED_LARGE, static_cast<curl_off_t>(*config.speed_limit));
         writeLine(*logger, log_level::debug, "setting speed limit of task to {}", *config.speed_limit);
     }
 }
@@ -152,9 +154,9 @@ void EngineSetup::addCredentials(CURL* easy, const Request& request) {
     if (config.user.empty()) return;
     const unsigned long methods =
         config.auth_method == AuthMethod::BASIC ? CURLAUTH_BASIC | CURLAUTH_ONLY : CURLAUTH_ANY;
-    curl_easy_setopt(easy, CURLOPT_USERNAME, config.user.c_str());
-    curl_easy_setopt(easy, CURLOPT_PASSWORD, config.password.c_str());
-    curl_easy_setopt(easy, CURLOPT_HTTPAUTH, static_cast<long>(methods));
+    setOption(easy, CURLOPT_USERNAME, config.user.c_str());
+    setOption(easy, CURLOPT_PASSWORD, config.password.c_str());
+    setOption(easy, CURLOPT_HTTPAUTH, static_cast<long>(methods));
 }
 
 void EngineSetup::addHeadersToRequest(CURL* easy, const RequestPtr& request, const TaskPtr& task) {
@@ -173,7 +175,7 @@ void EngineSetup::addHeadersToRequest(CURL* easy, const RequestPtr& request, con
     appendHeader(task->headers, "Accept-Charset: ISO-8859-1,utf-8");
     // Uploads go out at once: waiting for a "100 Continue" costs a round trip, or a second where none comes.
     if (config.method == Method::POST || config.method == Method::PUT) appendHeader(task->headers, "Expect:");
-    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, task->headers);
+    setOption(easy, CURLOPT_HTTPHEADER, task->headers);
 }
 
 void EngineSetup::addIPVersionToRequest(CURL* easy, const RequestPtr& request) {
@@ -188,24 +190,24 @@ void EngineSetup::addIPVersionToRequest(CURL* easy, const RequestPtr& request) {
             family = CURL_IPRESOLVE_V6;
             break;
     }
-    curl_easy_setopt(easy, CURLOPT_IPRESOLVE, family);
+    setOption(easy, CURLOPT_IPRESOLVE, family);
 }
 
 // What keeps one transfer from holding up the loop that all of them share.
 void EngineSetup::addLoopSafeguards(CURL* easy) const {
-    curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, &Engine::watchSocket);
-    curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, &engine);
+    setOption(easy, CURLOPT_SOCKOPTFUNCTION, &Engine::watchSocket);
+    setOption(easy, CURLOPT_SOCKOPTDATA, &engine);
 #if LIBCURL_VERSION_NUM >= 0x075700
     // A name look-up that hangs is left to itself when its transfer ends; libcurl would wait for it, and all transfers with it.
-    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
+    setOption(easy, CURLOPT_QUICK_EXIT, 1L);
 #endif
 }
 
 void EngineSetup::addFreshState(CURL* easy, const Request& request) const {
     if (!request.config.reset_state) return;
     cookies.addFreshCookies(easy, request.config);
-    curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
-    curl_easy_setopt(easy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+    setOption(easy, CURLOPT_FRESH_CONNECT, 1L);
+    setOption(easy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
 }
 
 }  // namespace kel::http

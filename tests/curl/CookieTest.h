@@ -11,6 +11,11 @@ namespace kel::http::test {
 
 using Cookies = std::vector<std::string>;
 
+// Names of one host, of its domain and of a host beside it.
+constexpr const char* Device = "device.kel.localhost";
+constexpr const char* Parent = "kel.localhost";
+constexpr const char* Sibling = "other.kel.localhost";
+
 // One engine with a cookie file of its own, and the scripted server under many names: libcurl finds all names that end
 // in ".localhost" on the loopback interface.
 class CookieTest : public EngineTest {

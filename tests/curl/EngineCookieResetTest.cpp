@@ -9,10 +9,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr const char* Device = "device.kel.localhost";
 constexpr const char* Below = "x.device.kel.localhost";
-constexpr const char* Parent = "kel.localhost";
-constexpr const char* Sibling = "other.kel.localhost";
 
 const std::string ListEmpty = "deleteCookiesFromRequest: curl cookie list empty, no cookies to clear";
 

@@ -7,10 +7,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr const char* Device = "device.kel.localhost";
-constexpr const char* Parent = "kel.localhost";
-constexpr const char* Sibling = "other.kel.localhost";
-
 class EngineCookiesTest : public CookieTest {};
 
 // --- kinds of cookies ---
