@@ -10,7 +10,7 @@ namespace kel::http {
 Engine::ActiveTask::ActiveTask(std::shared_ptr<Request> owner)
     : request(std::move(owner)), run(stateOf(*request).activeRun), easy(curl_easy_init()) {}
 
-// The easy handle borrows the lists and the file, so it goes first. Its progress is switched off: cleaning up may
+// The easy handle borrows the lists and the files, so it goes first. Its progress is switched off: cleaning up may
 // otherwise report once more for a transfer that has ended.
 Engine::ActiveTask::~ActiveTask() {
     if (easy != nullptr) {
@@ -19,7 +19,6 @@ Engine::ActiveTask::~ActiveTask() {
     }
     if (mime != nullptr) curl_mime_free(mime);
     if (headers != nullptr) curl_slist_free_all(headers);
-    if (uploadFile != nullptr) std::fclose(uploadFile);
 }
 
 void Engine::ActiveTask::lookUpPeer() {

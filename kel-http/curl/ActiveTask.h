@@ -5,11 +5,14 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
+#include <functional>
+#include <list>
 #include <memory>
 #include <string>
 
 #include "kel-http/curl/Engine.h"
+#include "kel-http/curl/TransferFault.h"
+#include "kel-http/curl/UploadFile.h"
 
 namespace kel::http {
 
@@ -35,8 +38,12 @@ struct Engine::ActiveTask {
     curl_slist* headers = nullptr;
     curl_mime* mime = nullptr;
     // Bytes of an in-memory PUT body that libcurl has taken.
-    std::uint32_t uploadOffset = 0;
-    std::FILE* uploadFile = nullptr;
+    std::uint64_t uploadOffset = 0;
+    // The file of a PUT, or those of a form.
+    std::list<UploadFile> files;
+    TransferFault fault;
+    // The closure that tells the outcome, an Outcome. It is there before the transfer begins, so that telling needs no memory.
+    std::function<void()> outcome;
     // The peer, numeric, as of the last status line; the port is 0 as long as it is not known.
     std::string peerAddress;
     long peerPort = 0;

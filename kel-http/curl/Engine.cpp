@@ -56,20 +56,26 @@ bool Engine::hasEngine() {
     return currentEngine != nullptr;
 }
 
-Engine::Engine(const CallbackHandler& handler) : Engine(handler, &std::chrono::steady_clock::now) {}
+Engine::Engine(const CallbackHandler& callbackHandler) : Engine(callbackHandler, &std::chrono::steady_clock::now) {}
 
-Engine::Engine(const CallbackHandler& handler, ProxyBlackList::Clock clock)
-    : impl(std::make_unique<Impl>(*this, handler, clock)) {
+// Where it throws nothing is left behind: without its thread there is no engine.
+Engine::Engine(const CallbackHandler& callbackHandler, ProxyBlackList::Clock clock)
+    : impl(std::make_unique<Impl>(*this, callbackHandler, clock)) {
+    KO_ASSERT(callbackHandler);
     KO_ASSERT(!currentEngine);
-    currentEngine = this;
-    gate().open();
-    curl_global_init(CURL_GLOBAL_ALL);
     if (!impl->waiting.canWakeUp()) KO_ASSERT(false && "CurlEngine: Error creating eventfd\n");
     impl->cookies.open();
-    impl->engineThread = createEngineTask([this] {
-        blockBrokenPipeSignal();
-        impl->thread_loop();
-    });
+    currentEngine = this;
+    try {
+        impl->engineThread = createEngineTask([this] {
+            blockBrokenPipeSignal();
+            impl->thread_loop();
+        });
+    } catch (...) {
+        currentEngine = nullptr;
+        throw;
+    }
+    gate().open();
 }
 
 Engine::~Engine() {
@@ -78,7 +84,7 @@ Engine::~Engine() {
     // Transfers hold cookies: the cookies go last.
     impl->transfers.close();
     impl->cookies.close();
-    curl_global_cleanup();
+    impl->library.close();
     currentEngine = nullptr;
 }
 
@@ -97,7 +103,7 @@ void Engine::addTlsConfig(void* easy, std::shared_ptr<Request> request) {
 }
 
 void Engine::queueRequest(const std::function<void()>& task) {
-    impl->enqueue(task);
+    impl->enqueue(std::function<void()>(task));
 }
 
 void Engine::onNewRequest(const std::function<void()>& handler) {
@@ -115,20 +121,24 @@ void Engine::addNewRequestWithProxies(std::shared_ptr<Request> request, std::lis
 }
 
 void Engine::tryToCancelRequest(std::shared_ptr<Request> request) {
-    impl->enqueueFor(std::move(request), &Impl::removeTask);
+    impl->enqueueFor(request, &Impl::removeTask);
 }
 
 void Engine::pauseRequest(std::shared_ptr<Request> request) {
-    impl->enqueueFor(std::move(request), &Impl::pauseTask);
+    impl->enqueueFor(request, &Impl::pauseTask);
 }
 
 void Engine::resumeRequest(std::shared_ptr<Request> request) {
-    impl->enqueueFor(std::move(request), &Impl::resumeTask);
+    impl->enqueueFor(request, &Impl::resumeTask);
 }
 
 void Engine::ask(const std::function<void(Engine&)>& question) {
     const EngineGate::Visit visit(gate());
     if (visit.isInside()) question(*currentEngine);
+}
+
+void Engine::settle() {
+    impl->settle();
 }
 
 void Engine::requestTermination() {

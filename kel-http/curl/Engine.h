@@ -51,7 +51,7 @@ class KEL_HTTP_EXPORT Engine {
 
     struct ActiveTask;
 
-    // Starts the engine thread. Any thread.
+    // Starts the engine thread. Any thread. Throws std::bad_alloc, and there is no engine then.
     explicit Engine(const CallbackHandler& callbackHandler);
 
     Engine(const Engine&) = delete;
@@ -70,14 +70,14 @@ class KEL_HTTP_EXPORT Engine {
     static bool hasEngine();
 
     // Queues `task` for the engine thread; tasks run in order, once each. A task queued by a task runs in the next
-    // pass. What a task throws is logged and ends there. Any thread.
+    // pass. What a task throws is logged and ends there. Any thread. Throws std::bad_alloc, with nothing queued.
     void queueRequest(const std::function<void()>& task);
 
     // Replaces the function that is called, on the engine thread, before each transfer is set up. Any thread.
     void onNewRequest(const std::function<void()>& handler);
 
     // Start, drop, pause and continue the transfer of `request`. Any thread. A request that is not active is ignored by
-    // the last three.
+    // the last three, which throw nothing; the first one throws std::bad_alloc, with nothing started.
     void addNewRequest(std::shared_ptr<Request> request);
     void tryToCancelRequest(std::shared_ptr<Request> request);
     void pauseRequest(std::shared_ptr<Request> request);
@@ -101,6 +101,11 @@ class KEL_HTTP_EXPORT Engine {
     // Calls `question` at once if there is an engine, which then does not go away meanwhile, even though its owner may
     // have begun to destroy it. Any thread.
     static void ask(const std::function<void(Engine&)>& question);
+
+    // Waits until everything has run that was queued before, so that the engine holds nothing any more that was cancelled
+    // before: what such a request refers to, an executor for one, may end. Returns at once when the loop has ended.
+    // Neither on the engine thread nor on one that the callback handler waits for.
+    void settle();
 
     // Ends the engine's loop behind the tasks that are queued so far. Any thread.
     void requestTermination();

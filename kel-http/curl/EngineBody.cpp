@@ -1,24 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "kel-http/curl/EngineBody.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <boost/filesystem.hpp>
-#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <string>
-#include <string_view>
-#include <system_error>
 
+#include "kel-http/curl/ContentType.h"
 #include "kel-http/curl/CurlOption.h"
 #include "kel-http/curl/LongOption.h"
 #include "kel-http/model/LogLine.h"
 #include "ko/assert.h"
-#include "logging/tovanlog.h"
 
 namespace kel::http {
 namespace {
@@ -39,25 +33,20 @@ long sizeForCurl(std::uintmax_t size) {
     return fitsLongOption(size) ? static_cast<long>(size) : -1L;
 }
 
-void stopWithoutMemory(std::string_view message) {
-    tovanlog_fatal("%.*s", static_cast<int>(message.size()), message.data());
+// libcurl sends a request again whose connection turns out to be dead, and goes on reading where it was: it has to be told
+// that the body begins anew, each time that a request is about to be sent.
+#if LIBCURL_VERSION_NUM >= 0x075000
+int beginBody(void* task, char* /*peer*/, char* /*own*/, int /*peer_port*/, int /*own_port*/) {
+    EngineBody::rewind(*static_cast<Engine::ActiveTask*>(task));
+    return CURL_PREREQFUNC_OK;
 }
+#endif
 
-// Opening a pipe that nobody writes to would wait for a writer, and all transfers with it.
-std::FILE* openForUpload(const std::string& path) {
-    const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (descriptor < 0) return nullptr;
-    std::FILE* const stream = fdopen(descriptor, "rb");
-    if (stream == nullptr) close(descriptor);
-    return stream;
-}
-
-// Without a stream libcurl would read the upload from the program's standard input, and the engine would wait for it.
-void sendNothing(CURL* easy, std::FILE*& stream) {
-    stream = std::fopen("/dev/null", "rb");
-    if (stream == nullptr)
-        throw std::system_error(errno, std::generic_category(), "Can not open /dev/null for an upload");
-    setOption(easy, CURLOPT_READDATA, stream);
+void addBeginning([[maybe_unused]] CURL* easy, [[maybe_unused]] Engine::ActiveTask& task) {
+#if LIBCURL_VERSION_NUM >= 0x075000
+    setOption(easy, CURLOPT_PREREQFUNCTION, &beginBody);
+    setOption(easy, CURLOPT_PREREQDATA, &task);
+#endif
 }
 
 }  // namespace
@@ -88,6 +77,7 @@ void EngineBody::addHTTPMethodToRequest(CURL* easy, const RequestPtr& request, E
 
 void EngineBody::addUpload(CURL* easy, const Request& request, Engine::ActiveTask& task) const {
     setOption(easy, CURLOPT_UPLOAD, 1L);
+    addBeginning(easy, task);
     if (request.config.body_is_file) {
         addFileUpload(easy, request, task);
         return;
@@ -101,23 +91,20 @@ void EngineBody::addUpload(CURL* easy, const Request& request, Engine::ActiveTas
 
 void EngineBody::addFileUpload(CURL* easy, const Request& request, Engine::ActiveTask& task) const {
     const std::string& path = request.config.body;
-    task.uploadFile = openForUpload(path);
-    if (task.uploadFile == nullptr) {
-        writeLine(*logger, log_level::error, "HTTPClientCurl fopen failed {}", path);
-        sendNothing(easy, task.uploadFile);
-        return;
+    try {
+        task.files.emplace_back(path, task.fault);
+    } catch (const UploadFile::Refused& refused) {
+        if (refused.opened) {
+            writeLine(*logger, log_level::error, "HTTPClientCurl failed to get file size for {}:", path,
+                      refused.what());
+        } else {
+            writeLine(*logger, log_level::error, "HTTPClientCurl fopen failed {}", path);
+        }
+        throw;
     }
-    boost::system::error_code error;
-    const std::uintmax_t size = boost::filesystem::file_size(path, error);
-    if (error) {
-        std::fclose(task.uploadFile);
-        task.uploadFile = nullptr;
-        writeLine(*logger, log_level::error, "HTTPClientCurl failed to get file size for {}:", path, error.message());
-        sendNothing(easy, task.uploadFile);
-        return;
-    }
-    setOption(easy, CURLOPT_READFUNCTION, &Engine::putReadFile);
-    setOption(easy, CURLOPT_READDATA, task.uploadFile);
+    const std::uint64_t size = task.files.back().size();
+    setOption(easy, CURLOPT_READFUNCTION, &UploadFile::readFunction);
+    setOption(easy, CURLOPT_READDATA, &task.files.back());
     setOption(easy, CURLOPT_INFILESIZE, sizeForCurl(size));
     if (!fitsLongOption(size)) {
         writeLine(*logger, log_level::debug, "({}) an upload of {} bytes is sent in chunks", request.id(), size);
@@ -127,52 +114,74 @@ void EngineBody::addFileUpload(CURL* easy, const Request& request, Engine::Activ
 void EngineBody::addMimeForm(CURL* easy, const RequestPtr& request, Engine::ActiveTask& task) const {
     KO_ASSERT(request->config.body.empty());
     task.mime = curl_mime_init(easy);
-    if (task.mime == nullptr) stopWithoutMemory("curl_mime_init() failed\n");
+    if (task.mime == nullptr) throw std::bad_alloc();
 
     std::uint64_t total = 0;
-    for (const MimePart& content : request->config.mime_parts) total += addMimePart(task.mime, content);
+    for (const MimePart& content : request->config.mime_parts) total += addMimePart(task, content);
     writeLine(*logger, log_level::always, "{} {} mine parts, total data size {} bytes", "addHTTPMethodToRequest",
               request->config.mime_parts.size(), total);
     setOption(easy, CURLOPT_MIMEPOST, task.mime);
 }
 
 // Returns the bytes of its content.
-std::uint64_t EngineBody::addMimePart(curl_mime* mime, const MimePart& content) const {
+std::uint64_t EngineBody::addMimePart(Engine::ActiveTask& task, const MimePart& content) const {
     constexpr const char* function = "addHTTPMethodToRequest";
-    curl_mimepart* const part = curl_mime_addpart(mime);
-    if (part == nullptr) stopWithoutMemory("curl_mime_addpart() failed\n");
-    curl_mime_name(part, content.name.c_str());
+    curl_mimepart* const part = curl_mime_addpart(task.mime);
+    if (part == nullptr) throw std::bad_alloc();
+    requireCall(curl_mime_name(part, content.name.c_str()), "the name of a part of the form");
     writeLine(*logger, log_level::debug, "{} mime-name:{}", function, content.name);
     std::uint64_t size = 0;
     if (!content.file_path.empty()) {
-        curl_mime_filedata(part, content.file_path.c_str());
-        curl_mime_filename(part, content.file_path.c_str());
-        size = boost::filesystem::file_size(content.file_path);
+        size = addMimeFile(part, task, content);
         writeLine(*logger, log_level::debug, "{} mime-file name:{}, mime-file size:{}", function, content.file_path,
                   size);
     } else {
-        curl_mime_data(part, content.data.data(), content.data.size());
+        requireCall(curl_mime_data(part, content.data.data(), content.data.size()), "the data of a part of the form");
         size = content.data.size();
         writeLine(*logger, log_level::debug, "{} mime-data size:{}", function, size);
     }
-    if (!content.content_type.empty()) curl_mime_type(part, content.content_type.c_str());
+    const std::string& type = content.content_type;
+    if (!type.empty()) requireCall(curl_mime_type(part, type.c_str()), "the content type of a part of the form");
     return size;
+}
+
+// We read it: libcurl would send whatever the file holds by then, having announced what it held before. So libcurl does
+// not know any more that it is a file, and has to be told the type which it would have chosen.
+std::uint64_t EngineBody::addMimeFile(curl_mimepart* part, Engine::ActiveTask& task, const MimePart& content) {
+    const char* const path = content.file_path.c_str();
+    task.files.emplace_back(content.file_path, task.fault);
+    UploadFile& file = task.files.back();
+    requireCall(curl_mime_data_cb(part, static_cast<curl_off_t>(file.size()), &UploadFile::readFunction,
+                                  &UploadFile::seekFunction, nullptr, &file),
+                "a file of the form");
+    requireCall(curl_mime_filename(part, path), "the file name of a part of the form");
+    if (content.content_type.empty()) {
+        requireCall(curl_mime_type(part, contentTypeOf(content.file_path)), "the content type of a part of the form");
+    }
+    return file.size();
 }
 
 std::size_t EngineBody::read(Engine::ActiveTask& task, void* buffer, std::size_t room) {
     const std::string& body = task.request->config.body;
     if (task.uploadOffset >= body.size()) return 0;
-    const std::size_t bytes = std::min(room, body.size() - task.uploadOffset);
-    std::memcpy(buffer, body.data() + task.uploadOffset, bytes);
-    task.uploadOffset += static_cast<std::uint32_t>(bytes);
+    const auto offset = static_cast<std::size_t>(task.uploadOffset);
+    const std::size_t bytes = std::min(room, body.size() - offset);
+    std::memcpy(buffer, body.data() + offset, bytes);
+    task.uploadOffset += bytes;
     return bytes;
 }
 
 int EngineBody::seek(Engine::ActiveTask& task, curl_off_t offset, int origin) {
     if (origin != SEEK_SET || offset < 0) return CURL_SEEKFUNC_FAIL;
     if (static_cast<std::uint64_t>(offset) > task.request->config.body.size()) return CURL_SEEKFUNC_FAIL;
-    task.uploadOffset = static_cast<std::uint32_t>(offset);
+    task.uploadOffset = static_cast<std::uint64_t>(offset);
     return CURL_SEEKFUNC_OK;
+}
+
+// A form is rewound by libcurl itself.
+void EngineBody::rewind(Engine::ActiveTask& task) {
+    task.uploadOffset = 0;
+    if (task.mime == nullptr && !task.files.empty()) task.files.front().seek(0, SEEK_SET);
 }
 
 }  // namespace kel::http

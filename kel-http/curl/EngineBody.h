@@ -25,11 +25,15 @@ class EngineBody {
     // Goes back to `offset`, for a body that has to be sent again. One of libcurl's CURL_SEEKFUNC_ values.
     static int seek(Engine::ActiveTask& task, curl_off_t offset, int origin);
 
+    // Goes back to the beginning of the body, which is about to be sent, perhaps once more.
+    static void rewind(Engine::ActiveTask& task);
+
  private:
     void addUpload(CURL* easy, const Request& request, Engine::ActiveTask& task) const;
     void addFileUpload(CURL* easy, const Request& request, Engine::ActiveTask& task) const;
     void addMimeForm(CURL* easy, const RequestPtr& request, Engine::ActiveTask& task) const;
-    std::uint64_t addMimePart(curl_mime* mime, const MimePart& content) const;
+    std::uint64_t addMimePart(Engine::ActiveTask& task, const MimePart& content) const;
+    static std::uint64_t addMimeFile(curl_mimepart* part, Engine::ActiveTask& task, const MimePart& content);
 
     logging::Logger* const logger;
 };

@@ -2,8 +2,13 @@
 #include "kel-http/curl/EngineCompletion.h"
 
 #include <array>
+#include <chrono>
+#include <exception>
+#include <new>
+#include <thread>
 #include <utility>
 
+#include "kel-http/curl/Outcome.h"
 #include "kel-http/curl/RequestImpl.h"
 #include "kel-http/model/LogLine.h"
 #include "kel-http/protocol.h"
@@ -93,26 +98,48 @@ EngineCompletion::Completion EngineCompletion::completeTask(void* easy, CURLcode
               curl_easy_strerror(result));
     addTimingData(easy, request);
     addRedirectURL(request, easy);
+    if (task->fault) {
+        writeLine(*logger, log_level::error, "({}) Engine::{}: The transfer has been ended: {}", request->id(),
+                  "processCompletedTasks", task->fault.text());
+    }
 
     // From here on the request belongs to whoever runs the closure, or to its next transfer; libcurl must not write its
     // error text there any more.
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, nullptr);
-    const bool retry = proxy.retryWithNextProxy(easy, *request, responseCode);
-    if (retry) {
-        addNewRequestNextProxy(request);
-    } else {
-        // A run that was cancelled, and perhaps followed by another one, while its completion was on its way.
-        handOver([request, run = task->run, result, responseCode] {
-            if (stateOf(*request).isCancelled(run)) return;
-            Engine::runCallbackHandlerInFsmContext(request, result, responseCode);
-        });
+    const bool retry = tryNextProxy(*task, responseCode);
+    if (!retry) {
+        Outcome& outcome = Outcome::in(task->outcome);
+        outcome.result = result;
+        outcome.responseCode = responseCode;
+        if (task->fault) outcome.setFault(task->fault.text());
+        handOver(task->outcome);
     }
     transfers.letGo(easy);
     return retry ? Completion::retry : Completion::final;
 }
 
-void EngineCompletion::handOver(const std::function<void()>& closure) const noexcept {
-    callbackHandler(closure);
+// What we have ended ourselves says nothing about the proxy. Without memory for another attempt this one was the last.
+bool EngineCompletion::tryNextProxy(Engine::ActiveTask& task, long responseCode) const noexcept {
+    if (task.fault.isOurs()) return false;
+    try {
+        if (!proxy.retryWithNextProxy(task.easy, *task.request, responseCode)) return false;
+        addNewRequestNextProxy(task.request, task.outcome);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+// Asked before the handler has called or kept the closure, so that nobody hears of an outcome twice.
+void EngineCompletion::handOver(std::function<void()>& outcome) const noexcept {
+    constexpr std::chrono::milliseconds pause(10);
+    for (;; std::this_thread::sleep_for(pause)) {
+        try {
+            return callbackHandler(outcome);
+        } catch (const std::bad_alloc&) {
+            if (Outcome::in(outcome).hasBegun()) std::terminate();
+        }
+    }
 }
 
 void Engine::runCallbackHandlerInFsmContext(RequestPtr request, CURLcode result, long responseCode) {
@@ -124,7 +151,9 @@ void Engine::runCallbackHandlerInFsmContext(RequestPtr request, CURLcode result,
     if (result != CURLE_OK) {
         logging::Logger& log = *logging::getLogger("HttpClient", 0);
         const Failure failure = failureOf(result, log);
-        const char* const details = stateOf(*request).errorBuffer.data();
+        // A copy: the hook may run the request again, which clears the text.
+        const std::array<char, CURL_ERROR_SIZE> copy = stateOf(*request).errorBuffer;
+        const char* const details = copy.data();
         if (log.verbosity() >= log_level::always) {
             writeLine(log, log_level::always, "({}) Failed to connect to '{}': {}", request->id(),
                       request->config.fqdn(), details);
@@ -174,10 +203,11 @@ void EngineCompletion::addRedirectURL(const RequestPtr& request, void* easy) {
         curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &url);
     }
     ++stateOf(*request).redirectCount;
-    if (url != nullptr) {
-        stateOf(*request).redirectUrl = std::string(url);
-    } else {
-        stateOf(*request).redirectUrl = tl::nullopt;
+    stateOf(*request).redirectUrl = tl::nullopt;
+    try {
+        if (url != nullptr) stateOf(*request).redirectUrl = std::string(url);
+    } catch (const std::bad_alloc&) {
+        // The answer is worth more than the name of where it came from.
     }
 }
 

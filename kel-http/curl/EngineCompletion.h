@@ -16,8 +16,8 @@ namespace kel::http {
 // outcome is handed over. Engine thread; what handOver() is given runs wherever the callback handler decides.
 class EngineCompletion {
  public:
-    // Sets a request up once more, as a later task.
-    using Retry = std::function<void(RequestPtr)>;
+    // Sets a request up once more, as a later task, which takes its outcome along. Throws std::bad_alloc.
+    using Retry = std::function<void(const RequestPtr&, std::function<void()>&)>;
 
     // Which of them it became.
     enum class Completion { final, retry };
@@ -31,11 +31,12 @@ class EngineCompletion {
     // Completes this one. Throws std::out_of_range when it is not in progress.
     Completion completeTask(void* easy, CURLcode result);
 
-    // Gives `closure` to the callback handler. Nothing may be thrown: an outcome that can not be handed over is lost, and
-    // its owner would wait for ever.
-    void handOver(const std::function<void()>& closure) const noexcept;
+    // Gives an Outcome's closure to the callback handler. Nothing may be thrown: an outcome that can not be handed over is
+    // lost, and its owner would wait for ever. A handler without memory to take it along is asked again.
+    void handOver(std::function<void()>& outcome) const noexcept;
 
  private:
+    bool tryNextProxy(Engine::ActiveTask& task, long responseCode) const noexcept;
     void addTimingData(void* easy, const RequestPtr& request) const;
     static void addRedirectURL(const RequestPtr& request, void* easy);
 

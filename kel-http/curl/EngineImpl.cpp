@@ -2,9 +2,11 @@
 #include "kel-http/curl/EngineImpl.h"
 
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "kel-http/curl/Hooks.h"
+#include "kel-http/curl/Outcome.h"
 #include "kel-http/curl/RequestImpl.h"
 #include "kel-http/model/LogLine.h"
 #include "ko/assert.h"
@@ -20,13 +22,16 @@ Engine::Impl::Impl(Engine& owner, const CallbackHandler& handler, ProxyBlackList
       tls(*logger),
       setup(owner, cookies, body, proxy, *logger),
       completion(
-          transfers, proxy, handler, [this](RequestPtr request) { addNewRequestNextProxy(std::move(request)); },
+          transfers, proxy, handler,
+          [this](const RequestPtr& request, std::function<void()>& outcome) {
+              addNewRequestNextProxy(request, outcome);
+          },
           *logger),
       queueMutex("QueueMutex"),
       handlerMutex("HandlerMutex"),
       newRequestHandler([] {}) {}
 
-void Engine::Impl::enqueue(std::function<void()> task) {
+void Engine::Impl::enqueue(std::function<void()>&& task) {
     {
         ko::lock_guard lock(queueMutex);
         taskQueue.push_back(std::move(task));
@@ -34,8 +39,17 @@ void Engine::Impl::enqueue(std::function<void()> task) {
     waiting.wakeUp();
 }
 
-void Engine::Impl::enqueueFor(RequestPtr request, void (Impl::*step)(RequestPtr)) {
-    enqueue([this, step, owned = std::move(request)] { (this->*step)(owned); });
+void Engine::Impl::enqueueFor(const RequestPtr& request, void (Impl::*step)(RequestPtr)) noexcept {
+    try {
+        enqueue([this, step, owned = request] { (this->*step)(owned); });
+    } catch (const std::bad_alloc&) {
+        Request::Impl& state = stateOf(*request);
+        if (step == &Impl::removeTask) state.cancelAll();
+        if (step == &Impl::pauseTask) state.paused = true;
+        if (step == &Impl::resumeTask) state.paused = false;
+        sweepWanted = true;
+        waiting.wakeUp();
+    }
 }
 
 // A request may still be at work for an earlier run that was cancelled, so what a later one begins with is set when the
@@ -43,24 +57,40 @@ void Engine::Impl::enqueueFor(RequestPtr request, void (Impl::*step)(RequestPtr)
 void Engine::Impl::enqueueRun(RequestPtr request, tl::optional<std::list<std::string>> proxies) {
     const std::uint32_t run = ++stateOf(*request).lastRun;
     if (run == 1 && proxies) request->remainingProxies = *proxies;
-    enqueue([this, run, owned = std::move(request), candidates = std::move(proxies)]() mutable {
-        stateOf(*owned).activeRun = run;
+    std::function<void()> outcome = Outcome::closureFor(request, run);
+    enqueue([this, run, owned = std::move(request), candidates = std::move(proxies),
+             closure = std::move(outcome)]() mutable {
+        stateOf(*owned).beginRun(run);
         if (run > 1) {
             owned->currentProxy = tl::nullopt;
             owned->remainingProxies = candidates ? std::move(*candidates) : std::list<std::string>();
         }
-        if (addRequest(owned) && !candidates) engine_request_added();
+        if (addRequest(owned, std::move(closure)) && !candidates) engine_request_added();
     });
 }
 
 // Part of the same run, which may be cancelled, and another one begun, before the engine comes to it.
-void Engine::Impl::addNewRequestNextProxy(RequestPtr request) {
+void Engine::Impl::addNewRequestNextProxy(const RequestPtr& request, std::function<void()>& outcome) {
+    struct NextAttempt {
+        Impl* impl;
+        RequestPtr request;
+        std::uint32_t run;
+        std::function<void()> outcome;
+        void operator()() {
+            stateOf(*request).activeRun = run;
+            impl->addRequest(request, std::move(outcome));
+        }
+    };
     writeLine(*logger, log_level::detail, "({}) Engine::{}", request->id(), "addNewRequestNextProxy");
-    const std::uint32_t run = stateOf(*request).activeRun;
-    enqueue([this, run, owned = std::move(request)] {
-        stateOf(*owned).activeRun = run;
-        addRequest(owned);
-    });
+    std::function<void()> task = NextAttempt{this, request, stateOf(*request).activeRun, {}};
+    std::function<void()>& carried = task.target<NextAttempt>()->outcome;
+    carried.swap(outcome);
+    try {
+        enqueue(std::move(task));
+    } catch (const std::bad_alloc&) {
+        carried.swap(outcome);
+        throw;
+    }
 }
 
 void Engine::Impl::onNewRequest(const std::function<void()>& handler) {
@@ -73,6 +103,13 @@ void Engine::Impl::requestTermination() {
     enqueue([this] { flagTermination(); });
 }
 
+void Engine::Impl::settle() {
+    KO_ASSERT(engineThreadId != ko::this_thread::get_id());
+    const std::uint32_t ticket = settling.take();
+    waiting.wakeUp();
+    settling.await(ticket);
+}
+
 void Engine::Impl::flagTermination() {
     checkEngineThread();
     terminationFlag = true;
@@ -81,6 +118,7 @@ void Engine::Impl::flagTermination() {
 void Engine::Impl::thread_loop() {
     engineThreadId = ko::this_thread::get_id();
     while (!terminationFlag) runTasks();
+    settling.end();
     writeLine(*logger, log_level::detail, "Engine::{}: Exiting thread loop", "thread_loop");
 }
 
@@ -98,12 +136,15 @@ void Engine::Impl::runTasks() {
 void Engine::Impl::processPendingRequests() {
     checkEngineThread();
     writeLine(*logger, log_level::detail, "Engine::{}", "processPendingRequests");
+    const std::uint32_t tickets = settling.tickets();  // of those who have queued all that they wait for
     {
         ko::lock_guard lock(queueMutex);
         runningTasks.swap(taskQueue);
     }
     // Each task goes as soon as it has run: what it holds must not wait for the rest.
     for (; !runningTasks.empty(); runningTasks.pop_front()) runGuarded(runningTasks.front());
+    if (sweepWanted.exchange(false)) sweep();
+    settling.reach(tickets);
 }
 
 // A throwing task fails alone.
@@ -139,30 +180,29 @@ void Engine::Impl::checkEngineThread() const {
 
 // A request that can not be set up fails alone, and false is returned; the engine serves every program part that links
 // it.
-bool Engine::Impl::addRequest(RequestPtr request) {
+bool Engine::Impl::addRequest(const RequestPtr& request, std::function<void()>&& outcome) {
     try {
-        prepareAddTask(request);
+        prepareAddTask(request, outcome);
         return true;
+    } catch (const std::bad_alloc&) {
+        failSetUp(request, outcome, out_of_memory);
     } catch (const std::exception& error) {
-        failSetUp(request, error.what());
+        failSetUp(request, outcome, error.what());
     } catch (...) {
-        failSetUp(request, "Unknown error");
+        failSetUp(request, outcome, "Unknown error");
     }
     return false;
 }
 
-void Engine::Impl::failSetUp(const RequestPtr& request, const std::string& reason) {
+void Engine::Impl::failSetUp(const RequestPtr& request, std::function<void()>& outcome, const char* reason) noexcept {
     writeLine(*logger, log_level::error, "({}) Engine::{}: The request can not be sent: {}", request->id(), "addTask",
               reason);
+    Outcome::in(outcome).setFault(reason);
     if (const TaskPtr task = transfers.getActiveTask(request)) transfers.forget(task->easy);
-    completion.handOver([request, run = stateOf(*request).activeRun, reason] {
-        if (stateOf(*request).isCancelled(run)) return;
-        request->setResponseCode(0);
-        request->notifyFailure(Failure::Other, reason);
-    });
+    completion.handOver(outcome);
 }
 
-void Engine::Impl::prepareAddTask(RequestPtr request) {
+void Engine::Impl::prepareAddTask(const RequestPtr& request, std::function<void()>& outcome) {
     checkEngineThread();
     std::function<void()> handler;
     {
@@ -170,10 +210,10 @@ void Engine::Impl::prepareAddTask(RequestPtr request) {
         handler = newRequestHandler;
     }
     handler();
-    addTask(std::move(request));
+    addTask(request, outcome);
 }
 
-void Engine::Impl::addTask(RequestPtr request) {
+void Engine::Impl::addTask(const RequestPtr& request, std::function<void()>& outcome) {
     checkEngineThread();
     // Cancelled when there was nothing to remove yet.
     if (stateOf(*request).isCancelled(stateOf(*request).activeRun)) return;
@@ -182,6 +222,7 @@ void Engine::Impl::addTask(RequestPtr request) {
     const TaskPtr task = transfers.enter(request);
     setup.prepare(task);
     transfers.begin(task->easy);
+    task->outcome = std::move(outcome);
 }
 
 void Engine::Impl::pauseTask(RequestPtr request) {
@@ -200,6 +241,23 @@ void Engine::Impl::resumeTask(RequestPtr request) {
 void Engine::Impl::removeTask(RequestPtr request) {
     checkEngineThread();
     if (const TaskPtr task = transfers.getActiveTask(request)) transfers.remove(*task);
+}
+
+void Engine::Impl::sweep() {
+    checkEngineThread();
+    while (const TaskPtr task = transfers.findCancelledTask()) transfers.remove(*task);
+    transfers.forEach([this](const ActiveTask& task) {
+        if (stateOf(*task.request).paused) {
+            EngineTransfers::pause(task);
+            return true;
+        }
+        const CURLcode result = EngineTransfers::resume(task);
+        if (result == CURLE_OK) return true;
+        completion.completeTask(task.easy, result);
+        sweepWanted = true;  // the others' turn comes with the next pass
+        waiting.wakeUp();
+        return false;
+    });
 }
 
 }  // namespace kel::http

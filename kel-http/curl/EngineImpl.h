@@ -11,11 +11,13 @@
 #include <tl/optional.hpp>
 
 #include "kel-http/curl/ActiveTask.h"
+#include "kel-http/curl/CurlLibrary.h"
 #include "kel-http/curl/Engine.h"
 #include "kel-http/curl/EngineBody.h"
 #include "kel-http/curl/EngineCompletion.h"
 #include "kel-http/curl/EngineCookies.h"
 #include "kel-http/curl/EngineProxy.h"
+#include "kel-http/curl/EngineSettling.h"
 #include "kel-http/curl/EngineSetup.h"
 #include "kel-http/curl/EngineTls.h"
 #include "kel-http/curl/EngineTransfers.h"
@@ -47,27 +49,35 @@ struct Engine::Impl {
     void checkEngineThread() const;
 
     // Any thread.
-    void enqueue(std::function<void()> task);
+    // Leaves `task` as it is when it throws std::bad_alloc.
+    void enqueue(std::function<void()>&& task);
+    // Throws std::bad_alloc, with nothing queued.
     void enqueueRun(RequestPtr request, tl::optional<std::list<std::string>> proxies);
-    void enqueueFor(RequestPtr request, void (Impl::*step)(RequestPtr));
+    // Without memory the engine looks at all transfers instead, and finds out what is wished from their requests.
+    void enqueueFor(const RequestPtr& request, void (Impl::*step)(RequestPtr)) noexcept;
+    void settle();
     void onNewRequest(const std::function<void()>& handler);
     void requestTermination();
 
     // The steps of a transfer. Engine thread.
-    bool addRequest(RequestPtr request);
-    void prepareAddTask(RequestPtr request);
-    void addTask(RequestPtr request);
-    void failSetUp(const RequestPtr& request, const std::string& reason);
-    void addNewRequestNextProxy(RequestPtr request);
+    bool addRequest(const RequestPtr& request, std::function<void()>&& outcome);
+    void prepareAddTask(const RequestPtr& request, std::function<void()>& outcome);
+    void addTask(const RequestPtr& request, std::function<void()>& outcome);
+    void failSetUp(const RequestPtr& request, std::function<void()>& outcome, const char* reason) noexcept;
+    // Leaves `outcome` as it is when it throws std::bad_alloc.
+    void addNewRequestNextProxy(const RequestPtr& request, std::function<void()>& outcome);
     void pauseTask(RequestPtr request);
     void resumeTask(RequestPtr request);
     void removeTask(RequestPtr request);
+    // Does what could not be queued.
+    void sweep();
 
 #ifdef KEL_HTTP_MORE_MEMBERS
     // Moves all others, in a library that programs built before are run with.
     std::array<char, 4096> moreMembers{};
 #endif
     logging::Logger* const logger;
+    CurlLibrary library;
     EngineTransfers transfers;
     EngineCookies cookies;
     const EngineBody body;
@@ -76,6 +86,7 @@ struct Engine::Impl {
     const EngineTls tls;
     EngineSetup setup;
     EngineCompletion completion;
+    EngineSettling settling;
 
     ko::mutex queueMutex;
     std::deque<std::function<void()>> taskQueue KO_GUARDED_BY(queueMutex);
@@ -85,6 +96,8 @@ struct Engine::Impl {
     std::function<void()> newRequestHandler KO_GUARDED_BY(handlerMutex);
     // Engine thread; set by a queued task.
     bool terminationFlag = false;
+    // Something could not be queued for want of memory. Any thread.
+    std::atomic<bool> sweepWanted{false};
     // Set by the owner, read by callbacks that libcurl may still make while transfers are freed.
     std::atomic<bool> shuttingDown{false};
     std::atomic<ko::thread_id> engineThreadId{ko::invalid_thread_id};

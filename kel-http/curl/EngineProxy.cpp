@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "kel-http/Deployment.h"
@@ -106,12 +107,14 @@ void EngineProxy::addProxyCredentials(CURL* easy, const Request& request) const 
     const Escaped escapedPassword = escape(easy, getProxyPassword());
     if (!escapedUser) {
         writeLine(*logger, log_level::error, "({}) {}: Encoding proxy username failed", request.id(), "addProxyConfig");
-    } else if (!escapedPassword) {
-        writeLine(*logger, log_level::error, "({}) {}: Encoding proxy password failed", request.id(), "addProxyConfig");
-    } else {
-        const std::string credentials = fmt::format("{}:{}", escapedUser.get(), escapedPassword.get());
-        setOption(easy, CURLOPT_PROXYUSERPWD, credentials.c_str());
+        throw std::bad_alloc();
     }
+    if (!escapedPassword) {
+        writeLine(*logger, log_level::error, "({}) {}: Encoding proxy password failed", request.id(), "addProxyConfig");
+        throw std::bad_alloc();
+    }
+    const std::string credentials = fmt::format("{}:{}", escapedUser.get(), escapedPassword.get());
+    setOption(easy, CURLOPT_PROXYUSERPWD, credentials.c_str());
 }
 
 // An answer of the server says that the proxy works. Without one the next candidate may do better: true when the request

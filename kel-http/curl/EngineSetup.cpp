@@ -35,6 +35,20 @@ const char* urlForCurl(const std::string& url) {
     return url.find('\0') == std::string::npos ? url.c_str() : "";
 }
 
+// Whatever else goes wrong, nothing is read from the program's standard input, which is what libcurl sends by default.
+std::size_t readNothing(char* /*buffer*/, std::size_t /*size*/, std::size_t /*nitems*/, void* /*data*/) {
+    return CURL_READFUNC_ABORT;
+}
+
+// With another method libcurl would take the offset for the request's own body, and skip as much of that.
+void requireGet(const RequestConfig& config, std::uintmax_t present_bytes) {
+    if (config.method == Method::GET) return;
+    throw std::invalid_argument(
+        fmt::format("Only a GET can resume a download, not a {}: '{}' has {} bytes already, remove the file or do not "
+                    "ask to resume",
+                    config.method, config.download_path, present_bytes));
+}
+
 }  // namespace
 
 EngineSetup::EngineSetup(Engine& of_engine, EngineCookies& of_cookies, const EngineBody& of_body, EngineProxy& of_proxy,
@@ -70,6 +84,7 @@ void EngineSetup::dumpRequest(const Request& request) const {
 
 // Callbacks get the easy handle, not the task: they find the task only while it is active.
 void EngineSetup::addCallbacks(CURL* easy, Request& request) const {
+    setOption(easy, CURLOPT_READFUNCTION, &readNothing);  // before all others: they may be refused
     setOption(easy, CURLOPT_VERBOSE, 1L);
     setOption(easy, CURLOPT_DEBUGFUNCTION, &Engine::traceTransfer);
     setOption(easy, CURLOPT_DEBUGDATA, logger);
@@ -102,6 +117,8 @@ void EngineSetup::addDownloadLimits(CURL* easy, const Request& request) const {
 
     const auto offset = partialFileSize(config.download_path);
     if (!offset) return;
+    if (config.method != Method::GET && *offset == 0) return;
+    requireGet(config, *offset);
     // libcurl would refuse the number and send the whole file, to be appended to what is there.
     if (!fitsLongOption(*offset)) {
         throw std::length_error("'" + config.download_path + "' is too large to be resumed on this system: remove it");

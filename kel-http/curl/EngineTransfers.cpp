@@ -5,10 +5,17 @@
 #include <new>
 
 #include "kel-http/curl/Hooks.h"
+#include "kel-http/curl/RequestImpl.h"
 
 namespace kel::http {
 
-EngineTransfers::EngineTransfers() : multi(curl_multi_init()) {}
+EngineTransfers::EngineTransfers() : multi(curl_multi_init()) {
+    if (multi == nullptr) throw std::bad_alloc();
+}
+
+EngineTransfers::~EngineTransfers() {
+    close();
+}
 
 TaskPtr EngineTransfers::enter(const RequestPtr& request) {
     TaskPtr task = std::make_shared<Engine::ActiveTask>(request);
@@ -18,7 +25,9 @@ TaskPtr EngineTransfers::enter(const RequestPtr& request) {
 }
 
 void EngineTransfers::begin(CURL* easy) {
-    if (engine_curl_multi_add_handle(multi, easy) != CURLM_OK) std::abort();
+    const CURLMcode result = engine_curl_multi_add_handle(multi, easy);
+    if (result == CURLM_OUT_OF_MEMORY) throw std::bad_alloc();
+    if (result != CURLM_OK) std::abort();
 }
 
 Engine::ActiveTask* EngineTransfers::find(void* easy) const {
@@ -30,6 +39,13 @@ Engine::ActiveTask* EngineTransfers::find(void* easy) const {
 TaskPtr EngineTransfers::getActiveTask(const RequestPtr& request) const {
     for (const auto& [easy, task] : activeTasks) {
         if (task->request == request) return task;
+    }
+    return nullptr;
+}
+
+TaskPtr EngineTransfers::findCancelledTask() const {
+    for (const auto& [easy, task] : activeTasks) {
+        if (stateOf(*task->request).isCancelled(task->run)) return task;
     }
     return nullptr;
 }
@@ -74,6 +90,7 @@ void EngineTransfers::letGo(void* easy) {
 }
 
 void EngineTransfers::close() {
+    if (multi == nullptr) return;
     // Freeing a transfer may call back into the engine, which should then find none rather than a map in pieces.
     TaskMap unfinished;
     unfinished.swap(activeTasks);
@@ -81,6 +98,7 @@ void EngineTransfers::close() {
     for (const auto& [easy, task] : unfinished) curl_multi_remove_handle(multi, easy);
     unfinished.clear();
     curl_multi_cleanup(multi);
+    multi = nullptr;
 }
 
 }  // namespace kel::http

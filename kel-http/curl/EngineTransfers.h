@@ -13,7 +13,9 @@ namespace kel::http {
 // Engine thread; made and closed by the engine's owner while that thread is not running.
 class EngineTransfers {
  public:
+    // Throws std::bad_alloc.
     EngineTransfers();
+    ~EngineTransfers();
     EngineTransfers(const EngineTransfers&) = delete;
     EngineTransfers& operator=(const EngineTransfers&) = delete;
 
@@ -21,11 +23,20 @@ class EngineTransfers {
 
     // A transfer of `request` that libcurl's callbacks find from now on, though it has not begun. Throws std::bad_alloc.
     TaskPtr enter(const RequestPtr& request);
-    // Has libcurl begin. Stops the process when it refuses.
+    // Has libcurl begin. Throws std::bad_alloc; stops the process when libcurl refuses for another reason.
     void begin(CURL* easy);
 
     // Null when there is none.
     TaskPtr getActiveTask(const RequestPtr& request) const;
+    // One whose request has been cancelled, or null.
+    TaskPtr findCancelledTask() const;
+    // Calls `step` for one after the other until it says false, which it has to when it has ended a transfer.
+    template <typename Step>
+    void forEach(Step step) const {
+        for (const auto& [easy, task] : activeTasks) {
+            if (!step(*task)) return;
+        }
+    }
     // The same for libcurl's callbacks, without a reference of their own: transfers come and go on the engine thread only,
     // and never while libcurl calls back.
     Engine::ActiveTask* find(void* easy) const;
@@ -48,13 +59,13 @@ class EngineTransfers {
     TaskPtr take(void* easy);
     void letGo(void* easy);
 
-    // Frees those that are left, then all that libcurl keeps for them.
+    // Frees those that are left, then all that libcurl keeps for them. The second call does nothing.
     void close();
 
  private:
     using TaskMap = std::map<void*, TaskPtr>;
 
-    CURLM* const multi;
+    CURLM* multi;
     TaskMap activeTasks;
 };
 

@@ -10,6 +10,7 @@
 #include <tl/optional.hpp>
 
 #include "kel-http/TimingData.h"
+#include "kel-http/curl/HeaderBudget.h"
 #include "kel-http/curl/Request.h"
 
 namespace kel::http {
@@ -30,8 +31,24 @@ struct Request::Impl {
     bool isCancelled(std::uint32_t run) const {
         return run < firstWantedRun;
     }
+    void cancelAll() {
+        firstWantedRun = lastRun + 1;
+    }
+    // Whether nobody has told the outcome of this run yet; he who asks is going to. Any thread.
+    bool beginOutcome(std::uint32_t run) {
+        return toldRun.exchange(run) != run;
+    }
+    // Engine thread: nothing of an earlier run is left to be read as this one's. The count of completions goes on.
+    void beginRun(std::uint32_t run) {
+        activeRun = run;
+        timingData = tl::nullopt;
+        redirectUrl = tl::nullopt;
+        headerBudget = HeaderBudget();
+    }
+
     std::atomic<std::uint32_t> lastRun{0};
     std::atomic<std::uint32_t> firstWantedRun{0};
+    std::atomic<std::uint32_t> toldRun{0};
     // Engine thread: the run that the engine is at.
     std::uint32_t activeRun = 0;
 
@@ -44,6 +61,8 @@ struct Request::Impl {
     std::atomic<bool> payloadLogging{true};
     std::atomic<std::uint16_t> requestId{0};
     tl::optional<TimingData> timingData;
+    // Engine thread: what peers may still send in header lines, through all proxies that are tried.
+    HeaderBudget headerBudget;
     // Engine thread: the present attempt's proxy came from remainingProxies.
     bool proxyIsFromList = false;
     // libcurl writes its error text here (`CURLOPT_ERRORBUFFER`) until the transfer is handed over.

@@ -178,11 +178,11 @@ TEST_F(EngineCallbacksTest, ReceiverThatFailsRefusesTheBytesAndIsLogged) {
     });
 }
 
-TEST_F(EngineCallbacksTest, OtherExceptionsOfTheReceiverPass) {
+TEST_F(EngineCallbacksTest, OtherExceptionsOfTheReceiverEndItsTransferToo) {
     on_data = [](std::string_view) -> int { throw std::logic_error("bug"); };
     withActive(get(), [](void* easy) {
         std::array<char, 4> bytes{};
-        EXPECT_THROW(Engine::writeFunction(bytes.data(), 1, 4, easy), std::logic_error);
+        EXPECT_EQ(Engine::writeFunction(bytes.data(), 1, 4, easy), 0U);
     });
 }
 

@@ -157,7 +157,7 @@ TEST_F(EngineDestructionTest, NoDescriptorIsLost) {
         upload.body_is_file = true;
         for (const char* const path : {"/etc/hosts", "/nonexistent/file", "/etc"}) {
             upload.body = path;
-            run(upload)->outcome.await("end");
+            run(upload)->outcome.awaitCount(1);
         }
         RequestConfig secure = get();
         secure.url = nginx.tlsUrl("/status/200");

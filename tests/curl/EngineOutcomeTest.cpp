@@ -9,6 +9,7 @@
 #include "fixture/RecordingRequest.h"
 #include "fixture/TestClock.h"
 #include "kel-http/curl/EngineCompletion.h"
+#include "kel-http/curl/Outcome.h"
 
 namespace kel::http::test {
 namespace {
@@ -23,9 +24,10 @@ class EngineOutcomeTest : public ::testing::Test {
     ~EngineOutcomeTest() override { transfers.close(); }
 
     CURL* begin() {
-        CURL* const easy = transfers.enter(request)->easy;
-        transfers.begin(easy);
-        return easy;
+        const TaskPtr task = transfers.enter(request);
+        task->outcome = Outcome::closureFor(request, 1);
+        transfers.begin(task->easy);
+        return task->easy;
     }
 
     logging::Logger& log = *logging::getLogger("HttpClient", 0);
@@ -34,9 +36,20 @@ class EngineOutcomeTest : public ::testing::Test {
     std::vector<RequestPtr> again;
     EngineTransfers transfers;
     EngineProxy proxy{&TestClock::now, log};
-    EngineCompletion completion{transfers, proxy,
-                                [this](const std::function<void()>& closure) { handedOver.push_back(closure); },
-                                [this](const RequestPtr& next) { again.push_back(next); }, log};
+    EngineCompletion completion{transfers, proxy, [this](const std::function<void()>& closure) { take(closure); },
+                                [this](const RequestPtr& next, std::function<void()>&) { retry(next); }, log};
+
+    void take(const std::function<void()>& closure) {
+        handedOver.push_back(closure);
+        if (handlerFailures-- > 0) throw std::bad_alloc();
+    }
+    int handlerFailures = 0;
+
+    void retry(const RequestPtr& next) {
+        if (retryFails) throw std::bad_alloc();
+        again.push_back(next);
+    }
+    bool retryFails = false;
 };
 
 TEST_F(EngineOutcomeTest, AFailureIsHandedOverAndItsTransferIsGone) {
@@ -58,6 +71,46 @@ TEST_F(EngineOutcomeTest, AnAttemptWithoutAnAnswerGoesOnWithTheNextProxy) {
     EXPECT_EQ(completion.completeTask(easy, CURLE_COULDNT_CONNECT), EngineCompletion::Completion::retry);
     EXPECT_THAT(again, ElementsAre(request));
     EXPECT_THAT(handedOver, IsEmpty());
+}
+
+TEST_F(EngineOutcomeTest, WithoutMemoryForAnotherAttemptTheFailureIsTheOutcome) {
+    proxy.setProxyConfig({EngineProxy::Mode::PACUrl, "", "", ""});
+    request->remainingProxies = {"A", "B"};
+    retryFails = true;
+    CURL* const easy = begin();
+    proxy.addProxyConfig(easy, *request);
+    EXPECT_EQ(completion.completeTask(easy, CURLE_COULDNT_CONNECT), EngineCompletion::Completion::final);
+    ASSERT_THAT(handedOver, SizeIs(1));
+    handedOver.front()();
+    EXPECT_THAT(request->outcome.events(), ElementsAre(StartsWith("failure 5: ")));
+}
+
+TEST_F(EngineOutcomeTest, WhatTheLibraryHasEndedIsToldInItsOwnWords) {
+    CURL* const easy = begin();
+    transfers.at(easy).fault.note(TransferFault::Side::peer, "too much");
+    EXPECT_EQ(completion.completeTask(easy, CURLE_WRITE_ERROR), EngineCompletion::Completion::final);
+    handedOver.front()();
+    EXPECT_THAT(request->outcome.events(), ElementsAre("failure 2: too much"));
+}
+
+// A proxy is not to blame for a file that ends early.
+TEST_F(EngineOutcomeTest, WhatIsOurOwnFaultIsNotTriedAgain) {
+    proxy.setProxyConfig({EngineProxy::Mode::PACUrl, "", "", ""});
+    request->remainingProxies = {"A", "B"};
+    CURL* const easy = begin();
+    proxy.addProxyConfig(easy, *request);
+    transfers.at(easy).fault.note(TransferFault::Side::own, "a hook");
+    EXPECT_EQ(completion.completeTask(easy, CURLE_ABORTED_BY_CALLBACK), EngineCompletion::Completion::final);
+    EXPECT_THAT(again, IsEmpty());
+}
+
+TEST_F(EngineOutcomeTest, AHandlerWithoutMemoryIsAskedAgainAndTheOutcomeIsToldOnce) {
+    handlerFailures = 2;
+    CURL* const easy = begin();
+    completion.completeTask(easy, CURLE_COULDNT_CONNECT);
+    ASSERT_THAT(handedOver, SizeIs(3));  // this handler kept the closure each time
+    for (const auto& closure : handedOver) closure();
+    EXPECT_THAT(request->outcome.events(), SizeIs(1));
 }
 
 TEST_F(EngineOutcomeTest, ATransferThatIsNotInProgressIsRefused) {

@@ -17,6 +17,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <set>
 
 #include "support/Deadline.h"
 
@@ -42,8 +43,6 @@ struct State {
     std::atomic<bool> eventfd_fails{false};
     std::atomic<bool> write_fails{false};
     std::atomic<bool> read_fails{false};
-    std::atomic<bool> mime_init_fails{false};
-    std::atomic<bool> mime_part_fails{false};
     std::atomic<std::size_t> send_limit{0};
 
     std::mutex mutex;
@@ -51,6 +50,7 @@ struct State {
     std::vector<std::string> options;
     std::vector<Interposed::RawLine> raw_lines;
     std::map<CURLINFO, Answer> answers;
+    std::set<std::string> failing;
     std::optional<std::vector<std::string>> cookie_lines;
     std::optional<long> timer;
     bool names_are_held = false;
@@ -172,6 +172,11 @@ void note(CURLoption option, const std::string& value) {
     note(nameOf(option), value);
 }
 
+bool fails(const std::string& call) {
+    const std::lock_guard lock(state().mutex);
+    return state().failing.count(call) != 0;
+}
+
 void reset() {
     State& now = state();
     now.calls.clear();
@@ -181,13 +186,12 @@ void reset() {
     now.eventfd_fails = false;
     now.write_fails = false;
     now.read_fails = false;
-    now.mime_init_fails = false;
-    now.mime_part_fails = false;
     now.send_limit = 0;
     const std::lock_guard lock(now.mutex);
     now.options.clear();
     now.raw_lines.clear();
     now.answers.clear();
+    now.failing.clear();
     now.cookie_lines.reset();
     now.timer.reset();
     now.names_are_held = false;
@@ -264,12 +268,9 @@ void Interposed::answerCookieList(const std::vector<std::string>& lines) {
     state().cookie_lines = lines;
 }
 
-void Interposed::failMimeInit() {
-    state().mime_init_fails = true;
-}
-
-void Interposed::failMimePart() {
-    state().mime_part_fails = true;
+void Interposed::fail(const std::string& call) {
+    const std::lock_guard lock(state().mutex);
+    state().failing.insert(call);
 }
 
 void Interposed::holdNames() {
@@ -290,6 +291,7 @@ void Interposed::limitSends(std::size_t bytes) {
 
 }  // namespace kel::http::test
 
+using kel::http::test::fails;
 using kel::http::test::next;
 using kel::http::test::state;
 
@@ -360,7 +362,9 @@ CURLcode curl_easy_setopt(CURL* easy, CURLoption option, ...) {
     std::va_list arguments;
     va_start(arguments, option);
     CURLcode result = CURLE_OK;
-    if (option >= CURLOPTTYPE_OFF_T) {
+    if (fails(kel::http::test::nameOf(option))) {
+        result = CURLE_OUT_OF_MEMORY;
+    } else if (option >= CURLOPTTYPE_OFF_T) {
         const auto number = va_arg(arguments, curl_off_t);
         kel::http::test::note(option, std::to_string(number));
         result = real(easy, option, number);
@@ -405,7 +409,8 @@ CURLcode curl_easy_getinfo(CURL* easy, CURLINFO info, ...) {
         const std::lock_guard lock(state().mutex);
         if (info == CURLINFO_COOKIELIST && state().cookie_lines) {
             curl_slist* list = nullptr;
-            for (const std::string& line : *state().cookie_lines) list = curl_slist_append(list, line.c_str());
+            static auto* const append = next<curl_slist*(curl_slist*, const char*)>("curl_slist_append");
+            for (const std::string& line : *state().cookie_lines) list = append(list, line.c_str());
             *static_cast<curl_slist**>(target) = list;
             return CURLE_OK;
         }
@@ -427,12 +432,70 @@ CURLcode curl_easy_getinfo(CURL* easy, CURLINFO info, ...) {
 
 curl_mime* curl_mime_init(CURL* easy) {
     static auto* const real = next<curl_mime*(CURL*)>("curl_mime_init");
-    return state().mime_init_fails ? nullptr : real(easy);
+    return fails("curl_mime_init") ? nullptr : real(easy);
 }
 
 curl_mimepart* curl_mime_addpart(curl_mime* mime) {
     static auto* const real = next<curl_mimepart*(curl_mime*)>("curl_mime_addpart");
-    return state().mime_part_fails ? nullptr : real(mime);
+    return fails("curl_mime_addpart") ? nullptr : real(mime);
+}
+
+CURLcode curl_mime_name(curl_mimepart* part, const char* name) {
+    static auto* const real = next<CURLcode(curl_mimepart*, const char*)>("curl_mime_name");
+    return fails("curl_mime_name") ? CURLE_OUT_OF_MEMORY : real(part, name);
+}
+
+CURLcode curl_mime_filename(curl_mimepart* part, const char* name) {
+    static auto* const real = next<CURLcode(curl_mimepart*, const char*)>("curl_mime_filename");
+    return fails("curl_mime_filename") ? CURLE_OUT_OF_MEMORY : real(part, name);
+}
+
+CURLcode curl_mime_type(curl_mimepart* part, const char* type) {
+    static auto* const real = next<CURLcode(curl_mimepart*, const char*)>("curl_mime_type");
+    return fails("curl_mime_type") ? CURLE_OUT_OF_MEMORY : real(part, type);
+}
+
+CURLcode curl_mime_data(curl_mimepart* part, const char* data, std::size_t size) {
+    static auto* const real = next<CURLcode(curl_mimepart*, const char*, std::size_t)>("curl_mime_data");
+    return fails("curl_mime_data") ? CURLE_OUT_OF_MEMORY : real(part, data, size);
+}
+
+CURLcode curl_mime_data_cb(curl_mimepart* part, curl_off_t size, curl_read_callback read, curl_seek_callback seek,
+                           curl_free_callback release, void* argument) {
+    static auto* const real =
+        next<CURLcode(curl_mimepart*, curl_off_t, curl_read_callback, curl_seek_callback, curl_free_callback, void*)>(
+            "curl_mime_data_cb");
+    return fails("curl_mime_data_cb") ? CURLE_OUT_OF_MEMORY : real(part, size, read, seek, release, argument);
+}
+
+curl_slist* curl_slist_append(curl_slist* list, const char* line) {
+    static auto* const real = next<curl_slist*(curl_slist*, const char*)>("curl_slist_append");
+    return fails("curl_slist_append") ? nullptr : real(list, line);
+}
+
+CURLM* curl_multi_init() {
+    static auto* const real = next<CURLM*()>("curl_multi_init");
+    return fails("curl_multi_init") ? nullptr : real();
+}
+
+CURLSH* curl_share_init() {
+    static auto* const real = next<CURLSH*()>("curl_share_init");
+    return fails("curl_share_init") ? nullptr : real();
+}
+
+CURLcode curl_global_init(long flags) {
+    static auto* const real = next<CURLcode(long)>("curl_global_init");
+    return fails("curl_global_init") ? CURLE_FAILED_INIT : real(flags);
+}
+
+CURL* curl_easy_init() {
+    static auto* const real = next<CURL*()>("curl_easy_init");
+    return fails("curl_easy_init") ? nullptr : real();
+}
+
+CURLMcode curl_multi_add_handle(CURLM* multi, CURL* easy) {
+    static auto* const real = next<CURLMcode(CURLM*, CURL*)>("curl_multi_add_handle");
+    return fails("curl_multi_add_handle") ? CURLM_OUT_OF_MEMORY : real(multi, easy);
 }
 
 int pthread_attr_setstacksize(pthread_attr_t* attributes, std::size_t bytes) noexcept {

@@ -59,9 +59,8 @@ class Interposed {
     void answerInfo(CURLINFO info, CURLcode result, curl_off_t value);
     // The same for the list of cookies, a line each.
     void answerCookieList(const std::vector<std::string>& lines);
-    // The next call of curl_mime_init() or curl_mime_addpart() has no memory.
-    void failMimeInit();
-    void failMimePart();
+    // From now on this call has no memory: "curl_mime_init", or an option, "CURLOPT_COPYPOSTFIELDS".
+    void fail(const std::string& call);
     // Name look-ups wait for release; each name is then found on 127.0.0.1.
     void holdNames();
     void releaseNames();

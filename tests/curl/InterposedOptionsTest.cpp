@@ -77,26 +77,23 @@ TEST_F(InterposedOptionsTest, PlainGetSetsItsOptionsInOrder) {
     options.erase(std::remove_if(options.begin(), options.end(), own), options.end());
     EXPECT_THAT(
         options,
-        ElementsAre("CURLOPT_VERBOSE=1", "CURLOPT_DEBUGFUNCTION=set", "CURLOPT_DEBUGDATA=set",
-                    "CURLOPT_ERRORBUFFER=set", "CURLOPT_181=3", "CURLOPT_DEFAULT_PROTOCOL=http",
-                    "CURLOPT_URL=" + server.url("/plain"), "CURLOPT_WRITEFUNCTION=set", "CURLOPT_WRITEDATA=easy",
-                    "CURLOPT_HEADERFUNCTION=set", "CURLOPT_HEADERDATA=easy", "CURLOPT_FOLLOWLOCATION=1",
-                    "CURLOPT_MAXREDIRS=5", "CURLOPT_XFERINFOFUNCTION=set", "CURLOPT_XFERINFODATA=easy",
-                    "CURLOPT_NOPROGRESS=0", "CURLOPT_SHARE=set", "CURLOPT_COOKIEFILE=" + cookieFile(), Default_headers,
-                    "CURLOPT_SSLVERSION=5", "CURLOPT_SSL_CTX_DATA=set", "CURLOPT_SSL_CTX_FUNCTION=set",
-                    "CURLOPT_SSL_VERIFYPEER=1", "CURLOPT_SSL_VERIFYHOST=2",
-                    "CURLOPT_CAINFO=/etc/ssl/certs/ca-certificates.crt", "CURLOPT_CAPATH=null", "CURLOPT_IPRESOLVE=0",
-                    "CURLOPT_322=1", "CURLOPT_ERRORBUFFER=null", "CURLOPT_NOPROGRESS=1"));
+        ElementsAre(
+            "CURLOPT_READFUNCTION=set", "CURLOPT_VERBOSE=1", "CURLOPT_DEBUGFUNCTION=set", "CURLOPT_DEBUGDATA=set",
+            "CURLOPT_ERRORBUFFER=set", "CURLOPT_181=3", "CURLOPT_DEFAULT_PROTOCOL=http",
+            "CURLOPT_URL=" + server.url("/plain"), "CURLOPT_WRITEFUNCTION=set", "CURLOPT_WRITEDATA=easy",
+            "CURLOPT_HEADERFUNCTION=set", "CURLOPT_HEADERDATA=easy", "CURLOPT_FOLLOWLOCATION=1", "CURLOPT_MAXREDIRS=5",
+            "CURLOPT_XFERINFOFUNCTION=set", "CURLOPT_XFERINFODATA=easy", "CURLOPT_NOPROGRESS=0", "CURLOPT_SHARE=set",
+            "CURLOPT_COOKIEFILE=" + cookieFile(), Default_headers, "CURLOPT_SSLVERSION=5", "CURLOPT_SSL_CTX_DATA=set",
+            "CURLOPT_SSL_CTX_FUNCTION=set", "CURLOPT_SSL_VERIFYPEER=1", "CURLOPT_SSL_VERIFYHOST=2",
+            "CURLOPT_CAINFO=/etc/ssl/certs/ca-certificates.crt", "CURLOPT_CAPATH=null", "CURLOPT_IPRESOLVE=0",
+            "CURLOPT_322=1", "CURLOPT_ERRORBUFFER=null", "CURLOPT_NOPROGRESS=1"));
 }
 
 TEST_F(InterposedOptionsTest, EveryOptionHasItsPlace) {
-    writeWholeFile(directory.path("partial"), "01234");
     RequestConfig config = get();
     config.method = Method::POST;
     config.body = "body";
     config.size_limit = 1000U;
-    config.resume = true;
-    config.download_path = directory.path("partial");
     config.timeout = std::chrono::milliseconds(20000);
     config.speed_limit = 4000000000U;
     config.user = "user";
@@ -106,7 +103,6 @@ TEST_F(InterposedOptionsTest, EveryOptionHasItsPlace) {
     config.cookie_jar = CookieJar::rw_cookies;
     const Options in_order = {"CURLOPT_HEADERDATA=easy",
                               "CURLOPT_MAXFILESIZE=1000",
-                              "CURLOPT_RESUME_FROM=5",
                               "CURLOPT_FOLLOWLOCATION=1",
                               "CURLOPT_NOPROGRESS=0",
                               "CURLOPT_NOSIGNAL=1",
@@ -135,6 +131,21 @@ TEST_F(InterposedOptionsTest, EveryOptionHasItsPlace) {
         if (std::find(in_order.begin(), in_order.end(), option) != in_order.end()) found.push_back(option);
     }
     EXPECT_EQ(found, in_order);
+}
+
+TEST_F(InterposedOptionsTest, OffsetOfAResumedDownloadStandsBehindTheSizeLimit) {
+    writeWholeFile(directory.path("partial"), "01234");
+    RequestConfig config = get();
+    config.size_limit = 1000U;
+    config.resume = true;
+    config.download_path = directory.path("partial");
+    EXPECT_THAT(only(optionsOf(config), {"CURLOPT_MAXFILESIZE", "CURLOPT_RESUME_FROM", "CURLOPT_FOLLOWLOCATION"}),
+                ElementsAre("CURLOPT_MAXFILESIZE=1000", "CURLOPT_RESUME_FROM=5", "CURLOPT_FOLLOWLOCATION=1"));
+}
+
+// What libcurl would send of its own accord comes from the program's standard input.
+TEST_F(InterposedOptionsTest, ReadFunctionComesBeforeAllOtherOptions) {
+    EXPECT_EQ(optionsOf(get("/plain")).front(), "CURLOPT_READFUNCTION=set");
 }
 
 TEST_F(InterposedOptionsTest, WhatIsNotAskedForIsNotSet) {
@@ -252,7 +263,7 @@ TEST_F(InterposedOptionsTest, EachIpVersionHasItsNumber) {
 TEST_F(InterposedOptionsTest, GetSetsNothingForItsMethod) {
     RequestConfig config = get();
     config.body = "body";
-    EXPECT_THAT(only(optionsOf(config), Method_and_body), IsEmpty());
+    EXPECT_THAT(only(optionsOf(config), Method_and_body), ElementsAre("CURLOPT_READFUNCTION=set"));
 }
 
 TEST_F(InterposedOptionsTest, SizeOfABodyIsSetBeforeTheBody) {
@@ -260,42 +271,47 @@ TEST_F(InterposedOptionsTest, SizeOfABodyIsSetBeforeTheBody) {
     config.body = std::string("a\0b", 3);
     config.method = Method::POST;
     EXPECT_THAT(only(optionsOf(config), Method_and_body),
-                ElementsAre("CURLOPT_POSTFIELDSIZE=3", "CURLOPT_COPYPOSTFIELDS=set"));
+                ElementsAre("CURLOPT_READFUNCTION=set", "CURLOPT_POSTFIELDSIZE=3", "CURLOPT_COPYPOSTFIELDS=set"));
     config.method = Method::DELETE;
     EXPECT_THAT(only(optionsOf(config), Method_and_body),
-                ElementsAre("CURLOPT_CUSTOMREQUEST=DELETE", "CURLOPT_POSTFIELDSIZE=3", "CURLOPT_COPYPOSTFIELDS=set"));
+                ElementsAre("CURLOPT_READFUNCTION=set", "CURLOPT_CUSTOMREQUEST=DELETE", "CURLOPT_POSTFIELDSIZE=3",
+                            "CURLOPT_COPYPOSTFIELDS=set"));
     config.method = Method::PATCH;
     config.body.clear();
     EXPECT_THAT(only(optionsOf(config), Method_and_body),
-                ElementsAre("CURLOPT_CUSTOMREQUEST=PATCH", "CURLOPT_POSTFIELDSIZE=0", "CURLOPT_COPYPOSTFIELDS=set"));
+                ElementsAre("CURLOPT_READFUNCTION=set", "CURLOPT_CUSTOMREQUEST=PATCH", "CURLOPT_POSTFIELDSIZE=0",
+                            "CURLOPT_COPYPOSTFIELDS=set"));
 }
 
 TEST_F(InterposedOptionsTest, PutIsReadFromMemoryAndMayBeRewound) {
     RequestConfig config = get();
     config.method = Method::PUT;
     config.body = "body";
-    EXPECT_THAT(only(optionsOf(config), Method_and_body),
-                ElementsAre("CURLOPT_UPLOAD=1", "CURLOPT_READFUNCTION=set", "CURLOPT_READDATA=easy",
-                            "CURLOPT_INFILESIZE=4", "CURLOPT_SEEKFUNCTION=set", "CURLOPT_SEEKDATA=easy"));
+    EXPECT_THAT(
+        only(optionsOf(config), Method_and_body),
+        ElementsAre("CURLOPT_READFUNCTION=set", "CURLOPT_UPLOAD=1", "CURLOPT_READFUNCTION=set", "CURLOPT_READDATA=easy",
+                    "CURLOPT_INFILESIZE=4", "CURLOPT_SEEKFUNCTION=set", "CURLOPT_SEEKDATA=easy"));
 }
 
-TEST_F(InterposedOptionsTest, FileIsReadFromItsStreamAndMayNotBeRewound) {
+TEST_F(InterposedOptionsTest, FileIsReadByUsAndMayNotBeRewoundByLibcurl) {
     writeWholeFile(directory.path("file"), "bytes");
     RequestConfig config = get();
     config.method = Method::PUT;
     config.body = directory.path("file");
     config.body_is_file = true;
-    EXPECT_THAT(only(optionsOf(config), Method_and_body), ElementsAre("CURLOPT_UPLOAD=1", "CURLOPT_READFUNCTION=set",
-                                                                      "CURLOPT_READDATA=set", "CURLOPT_INFILESIZE=5"));
+    EXPECT_THAT(only(optionsOf(config), Method_and_body),
+                ElementsAre("CURLOPT_READFUNCTION=set", "CURLOPT_UPLOAD=1", "CURLOPT_READFUNCTION=set",
+                            "CURLOPT_READDATA=set", "CURLOPT_INFILESIZE=5"));
 }
 
-TEST_F(InterposedOptionsTest, FileThatCanNotBeReadHasNoReadFunction) {
+TEST_F(InterposedOptionsTest, FileThatCanNotBeReadIsNotGivenToLibcurl) {
     RequestConfig config = get();
     config.method = Method::PUT;
     config.body_is_file = true;
     for (const std::string& path : {std::string("/nonexistent/file"), directory.path()}) {
         config.body = path;
-        EXPECT_THAT(only(optionsOf(config), Method_and_body), ElementsAre("CURLOPT_UPLOAD=1", "CURLOPT_READDATA=set"));
+        EXPECT_THAT(only(optionsOf(config), Method_and_body),
+                    ElementsAre("CURLOPT_READFUNCTION=set", "CURLOPT_UPLOAD=1"));
     }
 }
 
@@ -303,7 +319,8 @@ TEST_F(InterposedOptionsTest, FormIsHandedOverAsAWhole) {
     RequestConfig config = get();
     config.method = Method::POST;
     config.mime_parts.push_back({"name", "data", "", ""});
-    EXPECT_THAT(only(optionsOf(config), Method_and_body), ElementsAre("CURLOPT_MIMEPOST=set"));
+    EXPECT_THAT(only(optionsOf(config), Method_and_body),
+                ElementsAre("CURLOPT_READFUNCTION=set", "CURLOPT_MIMEPOST=set"));
 }
 
 // --- headers ---

@@ -193,26 +193,26 @@ TEST_F(InterposedProxyTest, EngineNotTheRequestHasTheCredentials) {
     EXPECT_EQ(optionsOf(config).back(), "CURLOPT_PROXYUSERPWD=user:password");
 }
 
-TEST_F(InterposedProxyTest, UserThatCanNotBeEscapedIsAnErrorInTheLog) {
+TEST_F(InterposedProxyTest, UserThatCanNotBeEscapedFailsTheRequest) {
     engine().setProxyConfig(Mode::Manual, "", "the user", "the password");
     unescapable = "the user";
     const LogCapture log("HttpClient", 1);
-    EXPECT_EQ(optionsOf(get()), common(""));
+    optionsOf(get());
     EXPECT_THAT(log.lines(), Contains(EngineLine(1, '(' + std::to_string(request->id()) +
                                                         ") addProxyConfig: Encoding proxy username failed")));
     EXPECT_EQ(log.count("Encoding proxy"), 1U);
-    EXPECT_THAT(request->outcome.events(), ElementsAre("end"));
+    EXPECT_THAT(request->outcome.events(), ElementsAre("failure 2: Out of memory"));
 }
 
-TEST_F(InterposedProxyTest, PasswordThatCanNotBeEscapedIsAnErrorInTheLog) {
+TEST_F(InterposedProxyTest, PasswordThatCanNotBeEscapedFailsTheRequest) {
     engine().setProxyConfig(Mode::Manual, "", "the user", "the password");
     unescapable = "the password";
     const LogCapture log("HttpClient", 1);
-    EXPECT_EQ(optionsOf(get()), common(""));
+    optionsOf(get());
     EXPECT_THAT(log.lines(), Contains(EngineLine(1, '(' + std::to_string(request->id()) +
                                                         ") addProxyConfig: Encoding proxy password failed")));
     EXPECT_EQ(log.count("Encoding proxy"), 1U);
-    EXPECT_THAT(request->outcome.events(), ElementsAre("end"));
+    EXPECT_THAT(request->outcome.events(), ElementsAre("failure 2: Out of memory"));
 }
 
 }  // namespace

@@ -267,12 +267,5 @@ TEST_F(InterposedDeathTest, EngineWithoutAWakeUpDescriptorStops) {
                  "kel-http/curl/Engine.*Assertion 'false && \"CurlEngine: Error creating eventfd\\\\n\"' failed");
 }
 
-TEST_F(InterposedDeathTest, FormWithoutMemoryStops) {
-    EXPECT_DEATH(runUntilDeath([](Interposed& interposed) { interposed.failMimeInit(); }, form()),
-                 "curl_mime_init\\(\\) failed");
-    EXPECT_DEATH(runUntilDeath([](Interposed& interposed) { interposed.failMimePart(); }, form()),
-                 "curl_mime_addpart\\(\\) failed");
-}
-
 }  // namespace
 }  // namespace kel::http::test
