@@ -6,6 +6,7 @@
 
 #include <array>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
 
 #include "curl/LineMatcher.h"
@@ -18,6 +19,7 @@
 namespace kel::http::test {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -346,6 +348,83 @@ TEST_F(EngineBodyTest, MissingFormFileFailsTheRequest) {
     EXPECT_FALSE(log.contains("mine parts"));
     drain();
     EXPECT_EQ(server.connectionCount(), 0U);
+}
+
+TEST_F(EngineBodyTest, FormFileThatIsNoFileFailsTheRequest) {
+    const std::string pipe = directory.path("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string& path : {pipe, directory.path(), std::string("/dev/zero")}) {
+        EXPECT_THAT(finish(formOf({{"name", "", path, ""}}))->outcome.events(),
+                    ElementsAre("failure 2: Can not send '" + path + "': it is no regular file"));
+    }
+    drain();
+    EXPECT_EQ(server.connectionCount(), 0U);
+}
+
+TEST_F(EngineBodyTest, TypeOfAFormFileIsThatOfItsName) {
+    for (const auto& [name, type] : {std::pair("a.txt", "text/plain"), std::pair("a.PNG", "image/png"),
+                                     std::pair("a.html", "text/html"), std::pair("a", "application/octet-stream")}) {
+        const std::string path = directory.path(name);
+        writeWholeFile(path, "content");
+        EXPECT_THAT(received(formOf({{"name", "", path, ""}})).body,
+                    HasSubstr("filename=\"" + path + "\"\r\nContent-Type: " + type + "\r\n\r\ncontent\r\n"));
+    }
+}
+
+TEST_F(EngineBodyTest, FormFileIsSentAgainAfterARedirect) {
+    writeWholeFile(directory.path("file"), std::string(1U << 20U, 'f'));
+    server.enqueue(Reply::redirect("/second", 307));
+    const ReceivedRequest request = received(formOf({{"name", "", directory.path("file"), ""}}));
+    EXPECT_EQ(request.target, "/second");
+    EXPECT_EQ(request.body, server.requests().at(0).body);
+}
+
+// More than all buffers on the way hold: much of the file is read only after the server goes on.
+constexpr std::size_t Large = 14U << 20U;
+
+void makeLarge(const std::string& path) {
+    writeWholeFile(path, "l");
+    std::filesystem::resize_file(path, Large);
+}
+
+TEST_F(EngineBodyTest, FileThatGrowsIsSentAsItWasAnnounced) {
+    const std::string path = directory.path("log");
+    for (const bool form : {false, true}) {
+        makeLarge(path);
+        server.enqueue(Reply(200).stallBeforeRequestBody());
+        const std::size_t blocks = server.requests().size() + 1;
+        const auto upload = run(form ? formOf({{"name", "", path, ""}}) : uploadOf(path));
+        server.awaitHeaderBlocks(blocks);
+        std::ofstream(path, std::ios::app) << "GET /smuggled HTTP/1.1\r\nHost: x\r\n\r\n" << std::string(50000, 'm');
+        server.release();
+        upload->outcome.awaitCount(1);
+        EXPECT_THAT(upload->outcome.events(), ElementsAre("end"));
+        drain();
+        EXPECT_EQ(received(get("/next")).target, "/next");
+        const auto requests = server.requests();
+        const std::string& body = requests.at(requests.size() - 2).body;
+        EXPECT_EQ(body.find("smuggled"), std::string::npos);
+        if (!form) {
+            EXPECT_EQ(body.size(), Large);
+        }
+    }
+}
+
+TEST_F(EngineBodyTest, FileThatBecomesShorterEndsTheRequestAndIsNamed) {
+    const std::string path = directory.path("log");
+    for (const bool form : {false, true}) {
+        makeLarge(path);
+        server.enqueue(Reply(200).stallBeforeRequestBody());
+        const auto upload = run(form ? formOf({{"name", "", path, ""}}) : uploadOf(path));
+        server.awaitHeaderBlocks(form ? 2 : 1);
+        ASSERT_EQ(truncate(path.c_str(), 1000), 0);
+        server.release();
+        upload->outcome.awaitCount(1);
+        EXPECT_THAT(
+            upload->outcome.events(),
+            ElementsAre(AllOf(StartsWith("failure 2: The file '" + path + "' became shorter while it was sent: "),
+                              HasSubstr(" bytes of 14680064 were left"))));
+    }
 }
 
 TEST_F(EngineBodyTest, FormPartsOfOtherMethodsAreIgnored) {

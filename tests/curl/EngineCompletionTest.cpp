@@ -353,6 +353,53 @@ TEST_F(EngineCompletionTest, RequestThatCouldNotBeSetUpHasNoUrl) {
     EXPECT_EQ(request->getRedirectCount(), 0U);
 }
 
+TEST_F(EngineCompletionTest, EachRunBeginsWithoutWhatTheOneBeforeHasLeft) {
+    server.enqueue(Reply(200));
+    RequestConfig config = get();
+    config.timing_data = true;
+    const auto request = finish(config);
+    ASSERT_TRUE(request->getTimingData());
+    ASSERT_TRUE(request->getRedirectUrl());
+    drain();
+    request->config.timing_data = false;
+    request->config.headers[""] = "can not be sent";
+    request->runRequest();
+    request->outcome.awaitCount(2);
+    EXPECT_FALSE(request->getTimingData());
+    EXPECT_FALSE(request->getRedirectUrl());
+    EXPECT_EQ(request->getRedirectCount(), 1U);  // how many have completed, in all runs
+}
+
+// The text stands in a buffer of the request's, which the next run clears.
+TEST_F(EngineCompletionTest, TextOfAFailureOutlivesAnotherRunFromWithinItsHook) {
+    struct Repeating : RecordingRequest {
+        using RecordingRequest::RecordingRequest;
+        void notifyFailure(Failure failure, std::string_view text) override {
+            if (outcome.count() == 0) {
+                runRequest();
+                engineHasBegun.get_future().wait();
+            }
+            RecordingRequest::notifyFailure(failure, text);
+        }
+        std::promise<void> engineHasBegun;
+    };
+    stopEngine();
+    startEngine(Handler::posting);
+    const ClosedPort closed;
+    RequestConfig config = get();
+    config.url = closed.url();
+    const auto request = std::make_shared<Repeating>(config);
+    int begun = 0;
+    engine().onNewRequest([&] {
+        if (++begun == 2) engine().queueRequest([&] { request->engineHasBegun.set_value(); });
+    });
+    request->runRequest();
+    request->outcome.awaitCount(2);
+    const std::string text = request->outcome.events().at(0);
+    EXPECT_THAT(text, StartsWith("failure 5: "));
+    EXPECT_THAT(text, HasSubstr("connect to server"));
+}
+
 // --- timing ---
 
 TEST_F(EngineCompletionTest, TimingIsCollectedOnDemandOnly) {

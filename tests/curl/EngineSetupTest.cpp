@@ -272,6 +272,44 @@ TEST_F(EngineSetupTest, ResumingADirectoryFailsTheRequestWithTheSystemsText) {
     EXPECT_EQ(server.connectionCount(), 0U);
 }
 
+// libcurl would take the offset for the request's own body, and read as much from standard input.
+TEST_F(EngineSetupTest, OnlyAGetCanResume) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("partial");
+    writeWholeFile(path, "01234");
+    for (const Method method : {Method::POST, Method::PUT, Method::DELETE, Method::PATCH}) {
+        RequestConfig config = get();
+        config.method = method;
+        config.body = "body";
+        config.resume = true;
+        config.download_path = path;
+        EXPECT_EQ(outcomeOf(config),
+                  fmt::format("failure 2: Only a GET can resume a download, not a {}: '{}' has 5 bytes "
+                              "already, remove the file or do not ask to resume",
+                              method, path));
+    }
+    drain();
+    EXPECT_EQ(server.connectionCount(), 0U);
+}
+
+TEST_F(EngineSetupTest, OtherMethodsMayBeginWhereThereIsNothingToResume) {
+    const TemporaryDirectory directory;
+    writeWholeFile(directory.path("empty"), "");
+    server.onRequest([](const ReceivedRequest&) { return Reply(200); });
+    for (const std::string& path : {directory.path("empty"), directory.path("none")}) {
+        for (const Method method : {Method::POST, Method::PUT, Method::DELETE, Method::PATCH}) {
+            RequestConfig config = get();
+            config.method = method;
+            config.body = "body";
+            config.resume = true;
+            config.download_path = path;
+            EXPECT_EQ(outcomeOf(config), "end");
+            EXPECT_EQ(server.requests().back().body, "body");
+            EXPECT_FALSE(server.requests().back().header("Range"));
+        }
+    }
+}
+
 TEST_F(EngineSetupTest, ServerThatCanNotGoOnIsARangeError) {
     const TemporaryDirectory directory;
     writeWholeFile(directory.path("partial"), "01234");

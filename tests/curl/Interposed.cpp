@@ -44,6 +44,8 @@ struct State {
     std::atomic<bool> write_fails{false};
     std::atomic<bool> read_fails{false};
     std::atomic<std::size_t> send_limit{0};
+    std::atomic<int> sends_to_reset{0};
+    std::atomic<int> reset_socket{-1};
 
     std::mutex mutex;
     std::condition_variable changed;
@@ -187,6 +189,8 @@ void reset() {
     now.write_fails = false;
     now.read_fails = false;
     now.send_limit = 0;
+    now.sends_to_reset = 0;
+    now.reset_socket = -1;
     const std::lock_guard lock(now.mutex);
     now.options.clear();
     now.raw_lines.clear();
@@ -283,6 +287,10 @@ void Interposed::releaseNames() {
     const std::lock_guard lock(state().mutex);
     state().names_are_held = false;
     state().changed.notify_all();
+}
+
+void Interposed::resetAtSend(int number) {
+    state().sends_to_reset = number;
 }
 
 void Interposed::limitSends(std::size_t bytes) {
@@ -531,7 +539,23 @@ int getaddrinfo(const char* name, const char* service, const addrinfo* hints, ad
 
 ssize_t send(int socket, const void* bytes, std::size_t count, int flags) {
     static auto* const real = next<ssize_t(int, const void*, std::size_t, int)>("send");
+    if (state().sends_to_reset > 0 && --state().sends_to_reset == 0) {
+        state().reset_socket = socket;
+        shutdown(socket, SHUT_RD);  // there is something to read: the bad news
+        errno = EAGAIN;
+        return -1;
+    }
     const std::size_t limit = state().send_limit;
     return real(socket, bytes, limit == 0 ? count : std::min(count, limit), flags);
+}
+
+ssize_t recv(int socket, void* buffer, std::size_t count, int flags) {
+    static auto* const real = next<ssize_t(int, void*, std::size_t, int)>("recv");
+    if (socket == state().reset_socket && (flags & MSG_PEEK) == 0) {
+        state().reset_socket = -1;
+        errno = ECONNRESET;
+        return -1;
+    }
+    return real(socket, buffer, count, flags);
 }
 }

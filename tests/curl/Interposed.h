@@ -66,6 +66,8 @@ class Interposed {
     void releaseNames();
     // Every send(2) takes so many bytes at most.
     void limitSends(std::size_t bytes);
+    // The so many-th send(2) from now on takes nothing, and its connection turns out to be reset.
+    void resetAtSend(int number);
 };
 
 }  // namespace kel::http::test
