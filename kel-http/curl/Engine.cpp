@@ -103,7 +103,7 @@ void Engine::addTlsConfig(void* easy, std::shared_ptr<Request> request) {
 }
 
 void Engine::queueRequest(const std::function<void()>& task) {
-    impl->enqueue(std::function<void()>(task));
+    impl->queue.push(std::function<void()>(task));
 }
 
 void Engine::onNewRequest(const std::function<void()>& handler) {

@@ -107,15 +107,17 @@ EngineCompletion::Completion EngineCompletion::completeTask(void* easy, CURLcode
     // error text there any more.
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, nullptr);
     const bool retry = tryNextProxy(*task, responseCode);
-    if (!retry) {
-        Outcome& outcome = Outcome::in(task->outcome);
-        outcome.result = result;
-        outcome.responseCode = responseCode;
-        if (task->fault) outcome.setFault(task->fault.text());
-        handOver(task->outcome);
-    }
+    if (!retry) tell(*task, result, responseCode);
     transfers.letGo(easy);
     return retry ? Completion::retry : Completion::final;
+}
+
+void EngineCompletion::tell(Engine::ActiveTask& task, CURLcode result, long responseCode) const noexcept {
+    Outcome& outcome = Outcome::in(task.outcome);
+    outcome.result = result;
+    outcome.responseCode = responseCode;
+    if (task.fault) outcome.setFault(task.fault.text());
+    handOver(task.outcome);
 }
 
 // What we have ended ourselves says nothing about the proxy. Without memory for another attempt this one was the last.

@@ -36,6 +36,7 @@ class EngineCompletion {
     void handOver(std::function<void()>& outcome) const noexcept;
 
  private:
+    void tell(Engine::ActiveTask& task, CURLcode result, long responseCode) const noexcept;
     bool tryNextProxy(Engine::ActiveTask& task, long responseCode) const noexcept;
     void addTimingData(void* easy, const RequestPtr& request) const;
     static void addRedirectURL(const RequestPtr& request, void* easy);

@@ -18,6 +18,7 @@ Engine::Impl::Impl(Engine& owner, const CallbackHandler& handler, ProxyBlackList
       cookies(*logger),
       body(*logger),
       waiting(*logger),
+      queue(waiting, *logger),
       proxy(clock, *logger),
       tls(*logger),
       setup(owner, cookies, body, proxy, *logger),
@@ -27,21 +28,12 @@ Engine::Impl::Impl(Engine& owner, const CallbackHandler& handler, ProxyBlackList
               addNewRequestNextProxy(request, outcome);
           },
           *logger),
-      queueMutex("QueueMutex"),
       handlerMutex("HandlerMutex"),
       newRequestHandler([] {}) {}
 
-void Engine::Impl::enqueue(std::function<void()>&& task) {
-    {
-        ko::lock_guard lock(queueMutex);
-        taskQueue.push_back(std::move(task));
-    }
-    waiting.wakeUp();
-}
-
 void Engine::Impl::enqueueFor(const RequestPtr& request, void (Impl::*step)(RequestPtr)) noexcept {
     try {
-        enqueue([this, step, owned = request] { (this->*step)(owned); });
+        queue.push([this, step, owned = request] { (this->*step)(owned); });
     } catch (const std::bad_alloc&) {
         Request::Impl& state = stateOf(*request);
         if (step == &Impl::removeTask) state.cancelAll();
@@ -58,8 +50,8 @@ void Engine::Impl::enqueueRun(RequestPtr request, tl::optional<std::list<std::st
     const std::uint32_t run = ++stateOf(*request).lastRun;
     if (run == 1 && proxies) request->remainingProxies = *proxies;
     std::function<void()> outcome = Outcome::closureFor(request, run);
-    enqueue([this, run, owned = std::move(request), candidates = std::move(proxies),
-             closure = std::move(outcome)]() mutable {
+    queue.push([this, run, owned = std::move(request), candidates = std::move(proxies),
+                closure = std::move(outcome)]() mutable {
         stateOf(*owned).beginRun(run);
         if (run > 1) {
             owned->currentProxy = tl::nullopt;
@@ -86,7 +78,7 @@ void Engine::Impl::addNewRequestNextProxy(const RequestPtr& request, std::functi
     std::function<void()>& carried = task.target<NextAttempt>()->outcome;
     carried.swap(outcome);
     try {
-        enqueue(std::move(task));
+        queue.push(std::move(task));
     } catch (const std::bad_alloc&) {
         carried.swap(outcome);
         throw;
@@ -100,7 +92,7 @@ void Engine::Impl::onNewRequest(const std::function<void()>& handler) {
 }
 
 void Engine::Impl::requestTermination() {
-    enqueue([this] { flagTermination(); });
+    queue.push([this] { flagTermination(); });
 }
 
 void Engine::Impl::settle() {
@@ -132,31 +124,13 @@ void Engine::Impl::runTasks() {
     processCompletedTasks();
 }
 
-// A task queued meanwhile waits for the next pass.
 void Engine::Impl::processPendingRequests() {
     checkEngineThread();
     writeLine(*logger, log_level::detail, "Engine::{}", "processPendingRequests");
     const std::uint32_t tickets = settling.tickets();  // of those who have queued all that they wait for
-    {
-        ko::lock_guard lock(queueMutex);
-        runningTasks.swap(taskQueue);
-    }
-    // Each task goes as soon as it has run: what it holds must not wait for the rest.
-    for (; !runningTasks.empty(); runningTasks.pop_front()) runGuarded(runningTasks.front());
+    queue.runTasks();
     if (sweepWanted.exchange(false)) sweep();
     settling.reach(tickets);
-}
-
-// A throwing task fails alone.
-void Engine::Impl::runGuarded(const std::function<void()>& task) {
-    try {
-        task();
-    } catch (const std::exception& error) {
-        writeLine(*logger, log_level::error, "Engine::{}: A queued task failed: {}", "processPendingRequests",
-                  error.what());
-    } catch (...) {
-        writeLine(*logger, log_level::error, "Engine::{}: A queued task failed", "processPendingRequests");
-    }
 }
 
 void Engine::Impl::doCurlProcessing() {

@@ -4,7 +4,6 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <list>
 #include <string>
@@ -17,6 +16,7 @@
 #include "kel-http/curl/EngineCompletion.h"
 #include "kel-http/curl/EngineCookies.h"
 #include "kel-http/curl/EngineProxy.h"
+#include "kel-http/curl/EngineQueue.h"
 #include "kel-http/curl/EngineSettling.h"
 #include "kel-http/curl/EngineSetup.h"
 #include "kel-http/curl/EngineTls.h"
@@ -42,15 +42,12 @@ struct Engine::Impl {
     void thread_loop();
     void runTasks();
     void processPendingRequests();
-    void runGuarded(const std::function<void()>& task);
     void doCurlProcessing();
     void processCompletedTasks();
     void flagTermination();
     void checkEngineThread() const;
 
     // Any thread.
-    // Leaves `task` as it is when it throws std::bad_alloc.
-    void enqueue(std::function<void()>&& task);
     // Throws std::bad_alloc, with nothing queued.
     void enqueueRun(RequestPtr request, tl::optional<std::list<std::string>> proxies);
     // Without memory the engine looks at all transfers instead, and finds out what is wished from their requests.
@@ -82,16 +79,13 @@ struct Engine::Impl {
     EngineCookies cookies;
     const EngineBody body;
     EngineWait waiting;
+    EngineQueue queue;
     EngineProxy proxy;
     const EngineTls tls;
     EngineSetup setup;
     EngineCompletion completion;
     EngineSettling settling;
 
-    ko::mutex queueMutex;
-    std::deque<std::function<void()>> taskQueue KO_GUARDED_BY(queueMutex);
-    // Engine thread; a member so that its memory serves every pass of the loop.
-    std::deque<std::function<void()>> runningTasks;
     ko::mutex handlerMutex;
     std::function<void()> newRequestHandler KO_GUARDED_BY(handlerMutex);
     // Engine thread; set by a queued task.
