@@ -27,7 +27,7 @@ namespace kel::http {
 //           then end without a word to their requests: cancel them first.
 // Outcome:  a completed transfer is handed, as a closure, to the callback handler, which decides where it runs: at
 //           once, on the engine thread, or posted to a thread of its choice. Closures may outlive the engine. The
-//           handler must not be empty and must not throw.
+//           handler must not be empty and must not throw, save std::bad_alloc: it is asked again then.
 // Derived:  the thread runs from the base class's constructor on, so no request may be queued before the most derived
 //           constructor has returned, and the most derived destructor calls stop() first.
 // Settings: libcurl's own environment variables ("http_proxy" and its kin) apply as long as no proxy is set here; a

@@ -73,6 +73,22 @@ TEST_F(EngineLimitsTest, HeadersOfRedirectsCountTogether) {
     EXPECT_THAT(outcomeOf(get()), ElementsAre(Too_many_lines));
 }
 
+// The proxy is to blame, so another one may help.
+TEST_F(EngineLimitsTest, EndlessAnswersOfAProxyLeadToTheNextOne) {
+    ScriptedServer target(Family::OtherIPv4);
+    target.onRequest([](const ReceivedRequest&) { return Reply(200); });
+    Reply endless(200);
+    for (int i = 0; i < 2500; ++i) endless.interim(103, {"Link: </a>"});
+    const CountingProxy good;
+    engine().setProxyConfig(Engine::ProxyConfigMode::PACUrl, "", "", "");
+    RequestConfig config;
+    config.url = target.url();
+    config.proxies = {server.url(), good.url()};
+    server.enqueue(endless);
+    EXPECT_THAT(outcomeOf(config), ElementsAre("end"));
+    EXPECT_THAT(good.requests(), SizeIs(1));
+}
+
 TEST_F(EngineLimitsTest, HeadersThatWaitedForTheEndOfAPauseCountAsWell) {
     Reply reply(200);
     reply.chunked().body("body").pause();
@@ -113,7 +129,8 @@ TEST_F(EngineLimitsTest, AServerThatAsksForCredentialsForEverIsLeft) {
     config.user = "user";
     config.password = "password";
     config.caller_handles_redirects = true;  // otherwise libcurl counts these rounds as redirects
-    EXPECT_THAT(outcomeOf(config), ElementsAre("failure 2: The server or a proxy asks for credentials again and again"));
+    EXPECT_THAT(outcomeOf(config),
+                ElementsAre("failure 2: The server or a proxy asks for credentials again and again"));
     EXPECT_THAT(server.requests(), SizeIs(Le(11U)));
 }
 
