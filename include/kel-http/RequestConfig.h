@@ -108,10 +108,10 @@ struct KEL_HTTP_EXPORT RequestConfig {
     // sent with GET.
     std::string body;
 
-    // PUT only: `body` names a file whose content is sent. A file that can not be read sends an empty body. Such an
-    // upload can not be repeated, so a server that asks for credentials fails it, and so does one that redirects with
-    // 301, 302, 307 or 308: put credentials into an "Authorization" header, and send the file to the final URL. Default:
-    // false.
+    // PUT only: `body` names a file whose content is sent. One that can not be read, or is no regular file, fails the
+    // request; exactly as many bytes are sent as it has when the request begins. Such an upload can not be repeated, so a
+    // server that asks for credentials fails it, and so does one that redirects with 301, 302, 307 or 308: put credentials
+    // into an "Authorization" header, and send the file to the final URL. Default: false.
     bool body_is_file;
 
     // Parts of a multipart form, in order; POST only. When there are any, `body` must be empty, else the process stops.
@@ -181,8 +181,8 @@ struct KEL_HTTP_EXPORT RequestConfig {
     // Collect ResponseData::timing_data. Default: false.
     bool timing_data;
 
-    // Download: go on where the file at the target path ends. For GET only: with other methods libcurl skips as much of
-    // the request's own body. Default: false.
+    // Download: go on where the file at the target path ends. For GET only: with another method the request fails, unless
+    // there is nothing yet. Default: false.
     bool resume;
 
     // Download: keep the partial file of a transfer that did not end well. Default: false.
