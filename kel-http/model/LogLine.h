@@ -19,18 +19,15 @@ constexpr int detail = 8;   // every step of the engine
 constexpr int payload = 9;  // bodies, and what is as long
 }  // namespace log_level
 
+// Formats a line and writes it, whatever the logger's verbosity.
+void writeFormatted(logging::Logger& logger, int level, std::string_view format, fmt::format_args arguments) noexcept;
+
 // Formats a line and writes it, when the logger wants lines of that level: nothing is formatted in vain. The arguments
-// are evaluated in any case, so a costly one asks for the level first.
+// are evaluated in any case, so a costly one asks for the level first. What can not be formatted, also for want of
+// memory, costs the line its arguments: nothing is thrown.
 template <typename... Args>
-void writeLine(logging::Logger& logger, int level, std::string_view format, const Args&... args) {
-    if (logger.verbosity() < level) return;
-    try {
-        const fmt::string_view pattern(format.data(), format.size());
-        logger.write(level, fmt::vformat(pattern, fmt::make_format_args(args...)));
-    } catch (const fmt::format_error&) {
-        // A line that can not be formatted must not end a transfer; its pattern tells what was meant.
-        logger.write(level, format);
-    }
+void writeLine(logging::Logger& logger, int level, std::string_view format, const Args&... args) noexcept {
+    if (logger.verbosity() >= level) writeFormatted(logger, level, format, fmt::make_format_args(args...));
 }
 
 }  // namespace kel::http
