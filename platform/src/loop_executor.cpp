@@ -11,7 +11,8 @@
 
 namespace ko {
 
-loop_executor::loop_executor() : descriptor_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+loop_executor::loop_executor()
+    : queue_(make_queue()), spare_(make_queue()), descriptor_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     KO_ASSERT(descriptor_ >= 0);
 }
 

@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "ko/thread_executor.h"
 
+#include <memory>
 #include <utility>
 
 #include "run_tasks.h"
 
 namespace ko {
 
-thread_executor::thread_executor(const char* name) {
+// The two queues change places for as long as the executor lives. Both are made here: the thread could tell nobody that it
+// has found no memory.
+thread_executor::thread_executor(const char* name) : queue_(make_queue()) {
     thread_id id = invalid_thread_id;
-    thread_ = thread::create_thread(name, {}, id, [this] { run(); });
+    const auto tasks = std::make_shared<batch>(make_queue());
+    thread_ = thread::create_thread(name, {}, id, [this, tasks] { run(*tasks); });
 }
 
 thread_executor::~thread_executor() {
@@ -29,8 +33,7 @@ void thread_executor::post(std::function<void()> task, int /*tag*/) {
     if (std::exchange(sleeping_, false)) wake_up_.notify_one();
 }
 
-void thread_executor::run() {
-    batch tasks;
+void thread_executor::run(batch& tasks) {
     while (wait_for_tasks(tasks)) run_tasks(tasks);
 }
 

@@ -7,11 +7,13 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <thread>
 #include <vector>
 
 #include "Waiting.h"
 #include "ko/thread.h"
+#include "support/AllocationFailure.h"
 #include "support/Instruments.h"
 
 namespace {
@@ -34,6 +36,36 @@ TEST(LoopExecutorTest, DrainingAnEmptyQueueReturnsAtOnce) {
     ko::loop_executor executor;
     EXPECT_EQ(0U, executor.drain());
     EXPECT_FALSE(is_readable(executor.descriptor()));
+}
+
+TEST(LoopExecutorTest, PostTakesNoMemoryForSixtyFourTasks) {
+    using kel::http::test::FailAllocation;
+    if (!FailAllocation::isPossible()) GTEST_SKIP();
+    ko::loop_executor executor;
+    for (int round = 0; round < 3; ++round) {
+        {
+            const FailAllocation failure(1, FailAllocation::Extent::all);
+            for (int i = 0; i < 64; ++i) executor.post([] {}, tag);
+        }
+        EXPECT_EQ(64U, executor.drain());
+    }
+}
+
+TEST(LoopExecutorTest, PostThatFindsNoMemoryQueuesNothing) {
+    using kel::http::test::FailAllocation;
+    if (!FailAllocation::isPossible()) GTEST_SKIP();
+    ko::loop_executor executor;
+    for (int i = 0; i < 64; ++i) executor.post([] {}, tag);
+    bool ran = false;
+    {
+        const FailAllocation failure(1);
+        EXPECT_THROW(executor.post([&ran] { ran = true; }, tag), std::bad_alloc);
+    }
+    EXPECT_EQ(64U, executor.drain());
+    EXPECT_FALSE(ran);
+    executor.post([&ran] { ran = true; }, tag);
+    EXPECT_EQ(1U, executor.drain());
+    EXPECT_TRUE(ran);
 }
 
 TEST(LoopExecutorTest, PostRunsNothing) {

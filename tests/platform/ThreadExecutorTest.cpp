@@ -5,12 +5,14 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include "Waiting.h"
+#include "support/AllocationFailure.h"
 
 namespace {
 
@@ -45,6 +47,56 @@ TEST(ThreadExecutorTest, TaskOfASleepingExecutorRuns) {
         executor.post([&ran] { ran.set(); }, tag);
         ASSERT_TRUE(ran.await());
     }
+}
+
+// While it holds, the tasks behind it wait.
+void hold(ko::thread_executor& executor, Event& begun, Event& end) {
+    executor.post(
+        [&] {
+            begun.set();
+            EXPECT_TRUE(end.await());
+        },
+        tag);
+    ASSERT_TRUE(begun.await());
+}
+
+TEST(ThreadExecutorTest, PostTakesNoMemoryForSixtyFourTasks) {
+    using kel::http::test::FailAllocation;
+    if (!FailAllocation::isPossible()) GTEST_SKIP();
+    ko::thread_executor executor("Tasks");
+    for (int round = 0; round < 3; ++round) {
+        Event begun;
+        Event end;
+        Event ran;
+        hold(executor, begun, end);
+        {
+            const FailAllocation failure(1, FailAllocation::Extent::all);
+            for (int i = 0; i < 63; ++i) executor.post([] {}, tag);
+            executor.post([&ran] { ran.set(); }, tag);
+        }
+        end.set();
+        ASSERT_TRUE(ran.await());
+    }
+}
+
+TEST(ThreadExecutorTest, PostThatFindsNoMemoryQueuesNothing) {
+    using kel::http::test::FailAllocation;
+    if (!FailAllocation::isPossible()) GTEST_SKIP();
+    int ran = 0;
+    {
+        Event begun;
+        Event end;
+        ko::thread_executor executor("Tasks");
+        hold(executor, begun, end);
+        for (int i = 0; i < 64; ++i) executor.post([&ran] { ++ran; }, tag);
+        {
+            const FailAllocation failure(1);
+            EXPECT_THROW(executor.post([&ran] { ++ran; }, tag), std::bad_alloc);
+        }
+        executor.post([&ran] { ++ran; }, tag);
+        end.set();
+    }
+    EXPECT_EQ(65, ran);
 }
 
 TEST(ThreadExecutorTest, TasksOfManyThreadsAllRunEachThreadsInOrder) {

@@ -21,7 +21,9 @@ class executor {
     //
     // `tag` says what kind of task it is, for statistics or priorities; an implementation may ignore it.
     // Ownership: the task is moved in. It may be destroyed without having run when the executor ends first.
-    // Errors:    an empty task stops the process when its turn comes, and so does an exception leaving a task.
+    // Errors:    std::bad_alloc, with nothing queued and the task destroyed; the library posts an outcome again then, every
+    //            10 ms on the same thread, and leaves progress out. Anything else that is thrown stops the process. An
+    //            empty task does so when its turn comes, and so does an exception leaving a task.
     virtual void post(std::function<void()> task, int tag) = 0;
 
  protected:

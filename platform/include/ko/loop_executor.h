@@ -24,6 +24,7 @@ class loop_executor final : public executor {
     loop_executor(const loop_executor&) = delete;
     loop_executor& operator=(const loop_executor&) = delete;
 
+    // Takes no memory for the first 64 tasks that wait.
     void post(std::function<void()> task, int tag) override;
 
     // Readable (for select, poll, epoll) as long as tasks wait. Owned by this object: do not read, write or close it.

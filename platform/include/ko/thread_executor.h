@@ -29,6 +29,7 @@ class thread_executor final : public executor {
     thread_executor(const thread_executor&) = delete;
     thread_executor& operator=(const thread_executor&) = delete;
 
+    // Takes no memory for the first 64 tasks that wait.
     void post(std::function<void()> task, int tag) override;
 
     // Of the thread on which the tasks run. Any thread.
@@ -37,7 +38,7 @@ class thread_executor final : public executor {
  private:
     using batch = std::vector<std::function<void()>>;
 
-    void run();
+    void run(batch& tasks);
     bool wait_for_tasks(batch& tasks) KO_EXCLUDES(mutex_);
 
     ko::mutex mutex_{"ExecutorMutex"};
