@@ -3,12 +3,20 @@
 
 #include "kel-http/Deployment.h"
 #include "kel-http/model/LogLine.h"
+#include "kel-http/model/MemoryShortage.h"
 #include "ko/mutex.h"
 
 namespace {
 
 // The executor's interface asks for a second argument, which says nothing here.
 constexpr int reserved = 0;
+
+// Too long for a std::string that takes no memory, so there is one for all completions. Never destroyed, as an engine
+// with static storage is used until the very end.
+const std::string& completion_name() {
+    static const auto& name = *new std::string("handle_engine_callback");
+    return name;
+}
 
 }  // namespace
 
@@ -40,6 +48,7 @@ HTTPEngine::HTTPEngine(const std::string& name, Executor& executor)
       logger_(*logging::getLogger("HTTPEngine", 0)),
       executor_(executor) {
     kel::http::writeLine(logger_, kel::http::log_level::info, "HTTPEngine: {} Curl Engine instantiated", name_);
+    completion_name();
     executor_.post(presence_.guard(&HTTPEngine::set_http_proxy), reserved, "InitializeProxy");
 }
 
@@ -56,5 +65,5 @@ void HTTPEngine::set_http_proxy() {
 }
 
 void HTTPEngine::handle_engine_callback(const std::function<void()>& callback) {
-    executor_.post(callback, reserved, "handle_engine_callback");
+    kel::http::untilMemorySuffices([&] { executor_.post(callback, reserved, completion_name()); });
 }

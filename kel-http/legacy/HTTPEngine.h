@@ -19,8 +19,9 @@
 //          hooks on the engine thread.
 // Life:    `executor` has to outlive the engine. Tasks that are still queued there when the engine goes are harmless:
 //          completions run nevertheless, the set-up of the proxy does nothing.
-// Needs:   an executor whose post() does not throw once the constructor has returned. A completion that can not be
-//          posted stops the process.
+// Needs:   an executor whose post() throws nothing but std::bad_alloc once the constructor has returned. For want of memory
+//          a completion is posted again every 10 ms, which holds up the engine thread; one that can not be posted for
+//          another reason stops the process.
 class KEL_HTTP_EXPORT HTTPEngine : public kel::http::Engine {
  public:
     // Starts the engine thread and posts a task "InitializeProxy", which calls set_http_proxy(). `name` appears in the

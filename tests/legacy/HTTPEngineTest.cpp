@@ -7,11 +7,13 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <thread>
 
 #include "fixture/LogCapture.h"
 #include "legacy/TaskQueue.h"
+#include "support/AllocationFailure.h"
 #include "support/Deadline.h"
 #include "support/OpenDescriptors.h"
 
@@ -39,6 +41,20 @@ class ComplainingQueue : public TaskQueue {
         TaskQueue::post(std::move(task), reserved, name);
         throw std::runtime_error("nearly full");
     }
+};
+
+// Has no memory for the first completions.
+class ForgetfulQueue : public TaskQueue {
+ public:
+    void post(std::function<void()> task, int reserved, const std::string& name) override {
+        if (name == "handle_engine_callback" && refused < 2) {
+            ++refused;
+            throw std::bad_alloc();
+        }
+        TaskQueue::post(std::move(task), reserved, name);
+    }
+
+    int refused = 0;
 };
 
 int enginesThreads() {
@@ -185,6 +201,37 @@ TEST(HTTPEngineTest, ExceptionOfTheExecutorArrivesAsItIs) {
         EXPECT_STREQ(error.what(), "no room for InitializeProxy");
     }
     EXPECT_THAT(log.texts("HTTPEngine"), ElementsAre("HTTPEngine: test Curl Engine instantiated"));
+}
+
+TEST(HTTPEngineTest, CompletionIsPostedAgainWhenTheExecutorFindsNoMemory) {
+    ForgetfulQueue queue;
+    HTTPEngine engine("test", queue);
+    queue.runNext();
+    bool ran = false;
+    engine.handle_engine_callback([&ran] { ran = true; });
+    EXPECT_EQ(queue.refused, 2);
+    EXPECT_EQ(queue.size(), 1U);
+    EXPECT_EQ(queue.runNext(), "handle_engine_callback");
+    EXPECT_TRUE(ran);
+}
+
+TEST(HTTPEngineTest, CompletionIsPostedOnceThoughAnAllocationFails) {
+    if (!FailAllocation::isPossible()) GTEST_SKIP();
+    TaskQueue queue;
+    HTTPEngine engine("test", queue);
+    queue.runNext();
+    const std::function<void()> completion = [kept = std::make_shared<int>()] {};
+    failEachAllocation([&](std::size_t succeeding) {
+        std::size_t refused = 0;
+        {
+            const FailAllocation failure(succeeding + 1);
+            engine.handle_engine_callback(completion);
+            refused = failure.refused();
+        }
+        EXPECT_EQ(queue.size(), 1U);
+        EXPECT_EQ(queue.runNext(), "handle_engine_callback");
+        return refused;
+    });
 }
 
 TEST(HTTPEngineTest, TaskOfAnEngineThatNeverCameAboutDoesNothing) {
