@@ -5,11 +5,20 @@
 
 #include "kel-http/curl/Engine.h"
 #include "kel-http/curl/RequestImpl.h"
+#include "kel-http/model/LogLine.h"
 
 namespace kel::http {
 namespace {
 
 std::atomic<std::uint16_t> next_id{1};
+
+void tellMissingEngine(std::uint16_t id) {
+    writeLine(
+        *logging::getLogger("HttpClient", 0), log_level::error,
+        "({}) Request::{}: There is no engine: nothing is sent, and no callback will come. Make a kel::http::Engine "
+        "before the first request, and keep it until the last one has ended",
+        id, "runRequest");
+}
 
 }  // namespace
 
@@ -21,7 +30,9 @@ Request::~Request() = default;
 
 void Request::runRequest() {
     allocateRequestId();
-    Engine::ask([this](Engine& engine) {
+    bool has_engine = false;
+    Engine::ask([this, &has_engine](Engine& engine) {
+        has_engine = true;
         if (config.proxies.empty()) return engine.addNewRequest(shared_from_this());
         const auto choice = static_cast<std::uint32_t>(config.proxy);
         if (choice > 0) {
@@ -31,6 +42,7 @@ void Request::runRequest() {
         }
         engine.addNewRequestWithProxies(shared_from_this(), config.proxies);
     });
+    if (!has_engine) tellMissingEngine(id());
 }
 
 void Request::tryToCancelRequest() {

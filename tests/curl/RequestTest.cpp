@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "fixture/EngineTest.h"
+#include "fixture/LogCapture.h"
 #include "support/VirtualPlace.h"
 
 namespace kel::http::test {
@@ -93,6 +94,19 @@ TEST(RequestTest, WithoutAnEngineOnlyIdAndPauseChange) {
     EXPECT_FALSE(request->isPaused());
     EXPECT_THAT(request->hooks.events(), IsEmpty());
     EXPECT_EQ(request.use_count(), 1);
+}
+
+TEST(RequestTest, WithoutAnEngineOneLineSaysWhatToDo) {
+    const auto request = std::make_shared<RecordingRequest>();
+    const LogCapture log("HttpClient", 1);
+    request->runRequest();
+    request->tryToCancelRequest();
+    EXPECT_THAT(log.texts(),
+                testing::ElementsAre(
+                    "(" + std::to_string(request->id()) +
+                    ") Request::runRequest: There is no engine: nothing is sent, and no callback will come. Make "
+                    "a kel::http::Engine before the first request, and keep it until the last one has ended"));
+    EXPECT_EQ(log.lines().at(0).level, 1);
 }
 
 TEST(RequestTest, WithoutAnEngineNobodyAsksForTheOwner) {
