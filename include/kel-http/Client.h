@@ -56,8 +56,8 @@ class KEL_HTTP_EXPORT Client {
     // Threads:   the thread that first used this client. Any other one stops the process.
     // Ownership: everything is copied; the client lives on until the outcome has been delivered.
     // Units:     config.timeout in milliseconds, 0 for none; config.speed_limit in bytes per second.
-    // Errors:    nothing is thrown; a failed transfer arrives in `error_cb`. An empty callback stops the process.
-    // Needs:     an Engine. Without one nothing is sent and no callback comes.
+    // Errors:    std::bad_alloc, with nothing started; a failed transfer arrives in `error_cb`. An empty callback stops the process.
+    // Needs:     an Engine. Without one nothing is sent and no callback comes; one line at level 1 says so.
     virtual RequestId start_request(const RequestConfig& config, const LogFilter& filter,
                                     const ResponseCallback& response_cb, const ErrorCallback& error_cb) = 0;
 
@@ -70,7 +70,7 @@ class KEL_HTTP_EXPORT Client {
     // save after a power cut, as nothing is synced. With config.resume the body is appended to `path` itself: one
     // download at a time. `progress_cb` is called about once a second, and whenever a body is complete, that of a
     // followed redirect included; never after the outcome.
-    // Errors:    what can not be written ends in ClientFailure::WriteFailed; what the server can not resume in
+    // Errors:    std::bad_alloc, with nothing started; what can not be written ends in ClientFailure::WriteFailed; what the server can not resume in
     //            RangeError; resuming what is no file in Other.
     virtual RequestId start_download(const RequestConfig& config, const std::string& path, const LogFilter& filter,
                                      const ResponseCallback& response_cb, const ErrorCallback& error_cb,
@@ -97,6 +97,7 @@ class KEL_HTTP_EXPORT Client {
     // The same two calls for callers that keep handles instead of ids. Callbacks are dropped once the handle is gone,
     // and destroying the handle of a running request cancels it. An empty `progress_cb` is allowed here.
     // Threads:   the client's, also for destroying the handle.
+    // Errors:    std::bad_alloc, with nothing started.
     Handle start_request(const RequestConfig& config, const LogFilter& filter,
                          const std::function<void(const ResponseData&)>& response_cb,
                          const std::function<void(const ErrorData&)>& error_cb);

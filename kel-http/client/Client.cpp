@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kel-http/Client.h"
 
+#include <new>
 #include <utility>
 
 #include "kel-http/client/ClientImpl.h"
@@ -9,69 +10,6 @@
 #include "ko/assert.h"
 
 namespace kel::http {
-namespace {
-
-// A handle may outlive its client, and must not keep it alive.
-std::function<void()> cancel_action(Client& client, Client::RequestId id) {
-    if (auto* const owned = dynamic_cast<ClientImpl*>(&client)) {
-        return [weak = owned->weak_from_this(), id] {
-            if (const auto alive = weak.lock()) alive->cancel_request(id);
-        };
-    }
-    return [&client, id] { client.cancel_request(id); };
-}
-
-template <typename Data>
-auto without_id(const std::function<void(const Data&)>& callback) {
-    return [callback](Client::RequestId, const Data& data) { callback(data); };
-}
-
-// Progress may be nobody's concern.
-auto without_id(const std::function<void(const ProgressData&)>& callback) {
-    return [callback](Client::RequestId, const ProgressData& data) {
-        if (callback) callback(data);
-    };
-}
-
-}  // namespace
-
-Client::~Client() = default;
-
-Client::Handle Client::start_request(const RequestConfig& config, const LogFilter& filter,
-                                     const std::function<void(const ResponseData&)>& response_cb,
-                                     const std::function<void(const ErrorData&)>& error_cb) {
-    KO_ASSERT(response_cb);
-    KO_ASSERT(error_cb);
-    Handle handle;
-    const RequestId id =
-        start_request(config, filter, ResponseCallback(handle.wrap(ko::CallbackType::once, without_id(response_cb))),
-                      ErrorCallback(handle.wrap(ko::CallbackType::once, without_id(error_cb))));
-    handle.set_cancel_action(cancel_action(*this, id));
-    return handle;
-}
-
-Client::Handle Client::start_download(const RequestConfig& config, const std::string& path, const LogFilter& filter,
-                                      const std::function<void(const ResponseData&)>& response_cb,
-                                      const std::function<void(const ErrorData&)>& error_cb,
-                                      const std::function<void(const ProgressData&)>& progress_cb) {
-    KO_ASSERT(response_cb);
-    KO_ASSERT(error_cb);
-    Handle handle;
-    const RequestId id = start_download(
-        config, path, filter, ResponseCallback(handle.wrap(ko::CallbackType::once, without_id(response_cb))),
-        ErrorCallback(handle.wrap(ko::CallbackType::once, without_id(error_cb))),
-        ProgressCallback(handle.wrap(ko::CallbackType::repeating, without_id(progress_cb))));
-    handle.set_cancel_action(cancel_action(*this, id));
-    return handle;
-}
-
-void Client::pause(RequestId id) {
-    pause_request(id);
-}
-
-void Client::resume(RequestId id) {
-    resume_request(id);
-}
 
 std::shared_ptr<Client> createClient(ko::executor& executor, logging::Logger& logger) {
     return createClient(executor, logger, ClientOptions());
@@ -103,9 +41,8 @@ Client::RequestId ClientImpl::start_request(const RequestConfig& config, const L
     KO_ASSERT(response_cb);
     KO_ASSERT(error_cb);
     check_thread();
-    const RequestId id = do_start_request(config);
-    KO_ASSERT(id != NoRequestId);
-    request_infos.emplace(id, RequestInfo{response_cb, error_cb, {}, filter});
+    const RequestId id = next_id();
+    run(id, make_request(id, config), {response_cb, error_cb, {}, filter});
     log_request(logger, id, config, filter);
     return id;
 }
@@ -117,32 +54,43 @@ Client::RequestId ClientImpl::start_download(const RequestConfig& config, const 
     KO_ASSERT(error_cb);
     KO_ASSERT(progress_cb);
     check_thread();
-    const RequestId id = do_start_download(config, path);
-    KO_ASSERT(id != NoRequestId);
-    request_infos.emplace(id, RequestInfo{response_cb, error_cb, progress_cb, filter});
+    const RequestId id = next_id();
+    run(id, make_download(id, config, path), {response_cb, error_cb, progress_cb, filter});
     log_request(logger, id, config, filter);
     return id;
 }
 
-Client::RequestId ClientImpl::do_start_request(const RequestConfig& config) {
+Client::RequestId ClientImpl::next_id() {
     const RequestId id = allocate_request_id();
-    run(id, std::make_shared<CurlRequest>(shared_from_this(), id, config));
+    KO_ASSERT(id != NoRequestId);
     return id;
 }
 
-Client::RequestId ClientImpl::do_start_download(const RequestConfig& config, const std::string& path) {
-    const RequestId id = allocate_request_id();
+std::shared_ptr<ClientImpl::CurlRequest> ClientImpl::make_request(RequestId id, const RequestConfig& config) {
+    return std::make_shared<CurlRequest>(shared_from_this(), id, config);
+}
+
+std::shared_ptr<ClientImpl::CurlRequest> ClientImpl::make_download(RequestId id, const RequestConfig& config,
+                                                                   const std::string& path) {
     auto digest = options.download_digest ? options.download_digest() : nullptr;
-    const auto request = std::make_shared<CurlRequest>(shared_from_this(), id, config, path, std::move(digest));
+    auto request = std::make_shared<CurlRequest>(shared_from_this(), id, config, path, std::move(digest));
     // Files may be large, and are not for the log.
     request->setAllowPayloadLogging(false);
-    run(id, request);
-    return id;
+    return request;
 }
 
-void ClientImpl::run(RequestId id, const std::shared_ptr<CurlRequest>& request) {
-    requests.emplace(id, request);
-    request->runRequest();
+// Everything is in place before the engine hears of the request. What has been queued there can not be taken back: the
+// caller, who is told that nothing has been started, may start it again.
+void ClientImpl::run(RequestId id, const std::shared_ptr<CurlRequest>& request, RequestInfo&& info) {
+    try {
+        requests.emplace(id, request);
+        request_infos.emplace(id, std::move(info));
+        request->runRequest();
+    } catch (...) {
+        request_infos.erase(id);
+        requests.erase(id);
+        throw;
+    }
 }
 
 void ClientImpl::pause_request(RequestId id) {
@@ -200,8 +148,13 @@ void ClientImpl::on_progress(RequestId id, const ProgressData& data) {
     check_thread();
     const auto info = request_infos.find(id);
     if (info == request_infos.end()) return;
-    // A copy: the callback may cancel its own request.
-    const ProgressCallback progress_cb = info->second.progress_cb;
+    ProgressCallback progress_cb;
+    try {
+        // A copy: the callback may cancel its own request.
+        progress_cb = info->second.progress_cb;
+    } catch (const std::bad_alloc&) {
+        return;  // the next report tells more
+    }
     if (progress_cb) progress_cb(id, data);
 }
 

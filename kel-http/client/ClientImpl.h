@@ -42,9 +42,11 @@ class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl
     };
 
     void check_thread();
-    RequestId do_start_request(const RequestConfig& config);
-    RequestId do_start_download(const RequestConfig& config, const std::string& path);
-    void run(RequestId id, const std::shared_ptr<CurlRequest>& request);
+    RequestId next_id();
+    std::shared_ptr<CurlRequest> make_request(RequestId id, const RequestConfig& config);
+    std::shared_ptr<CurlRequest> make_download(RequestId id, const RequestConfig& config, const std::string& path);
+    // Starts it, or throws with nothing started and nothing kept.
+    void run(RequestId id, const std::shared_ptr<CurlRequest>& request, RequestInfo&& info);
     void do_cancel_request(RequestId id);
 
     // Ends the request's life here: its entry, or an empty one when it was cancelled or has ended before.
