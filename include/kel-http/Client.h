@@ -97,6 +97,8 @@ class KEL_HTTP_EXPORT Client {
     // The same two calls for callers that keep handles instead of ids. Callbacks are dropped once the handle is gone,
     // and destroying the handle of a running request cancels it. An empty `progress_cb` is allowed here.
     // Threads:   the client's, also for destroying the handle.
+    // Ownership: a handle may outlive its client, of whatever class that is; it then does nothing. A class of a
+    //            program's own ends on the client's thread.
     // Errors:    std::bad_alloc, with nothing started.
     Handle start_request(const RequestConfig& config, const LogFilter& filter,
                          const std::function<void(const ResponseData&)>& response_cb,

@@ -4,6 +4,7 @@
 
 #include "kel-http/Client.h"
 #include "kel-http/client/ClientImpl.h"
+#include "kel-http/client/ForeignClients.h"
 #include "ko/assert.h"
 
 namespace kel::http {
@@ -22,10 +23,10 @@ struct CancelOwn {
 // The same for classes of the program.
 struct CancelForeign {
     void operator()() const {
-        client->cancel_request(id);
+        if (Client* const alive = presence->client()) alive->cancel_request(id);
     }
 
-    Client* client;
+    ForeignClients::PresencePtr presence;
     Client::RequestId id = NoRequestId;
 };
 
@@ -43,7 +44,7 @@ void start_with_handle(Client& client, Client::Handle& handle, const Start& star
     if (auto* const own = dynamic_cast<ClientImpl*>(&client)) {
         start_with(handle, CancelOwn{own->weak_from_this()}, start);
     } else {
-        start_with(handle, CancelForeign{&client}, start);
+        start_with(handle, CancelForeign{ForeignClients::presence_of(client)}, start);
     }
 }
 
@@ -61,7 +62,9 @@ auto without_id(const std::function<void(const ProgressData&)>& callback) {
 
 }  // namespace
 
-Client::~Client() = default;
+Client::~Client() {
+    ForeignClients::leave(*this);
+}
 
 Client::Handle Client::start_request(const RequestConfig& config, const LogFilter& filter,
                                      const std::function<void(const ResponseData&)>& response_cb,

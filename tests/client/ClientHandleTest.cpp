@@ -176,6 +176,65 @@ TEST_F(ClientHandleTest, PauseAndResumeGoByTheirId) {
     EXPECT_THAT(client.events, ElementsAre("pause 7", "resume 8"));
 }
 
+// --- beyond the end of a client that is of the program's own class ---
+
+std::vector<std::string> cancelled;
+
+// Notes cancellations where they survive it.
+class MortalClient : public NotingClient {
+ public:
+    void cancel_request(RequestId id) override { cancelled.push_back("cancel " + std::to_string(id)); }
+};
+
+// Always at the same address.
+class ForeignClientTest : public testing::Test {
+ protected:
+    ForeignClientTest() { cancelled.clear(); }
+
+    Client::Handle start() {
+        return client->start_request(
+            config, {}, [](const ResponseData&) {}, [](const ErrorData&) {});
+    }
+    Client::Handle startDownload() {
+        return client->start_download(
+            config, "path", {}, [](const ResponseData&) {}, [](const ErrorData&) {}, {});
+    }
+
+    std::optional<MortalClient> client = std::make_optional<MortalClient>();
+    const RequestConfig config;
+};
+
+TEST_F(ForeignClientTest, HandleDroppedBehindItsClientDoesNothing) {
+    std::optional<Client::Handle> request = start();
+    std::optional<Client::Handle> download = startDownload();
+    client.reset();
+    request.reset();
+    download.reset();
+    EXPECT_THAT(cancelled, IsEmpty());
+}
+
+TEST_F(ForeignClientTest, HandleOfAnEarlierClientAtTheSameAddressDoesNothing) {
+    std::optional<Client::Handle> earlier = start();
+    client.emplace();
+    std::optional<Client::Handle> later = start();
+    earlier.reset();
+    EXPECT_THAT(cancelled, IsEmpty());
+    later.reset();
+    EXPECT_THAT(cancelled, ElementsAre("cancel 5"));
+}
+
+TEST_F(ForeignClientTest, ClientsDoNotDisturbEachOther) {
+    MortalClient other;
+    std::optional<Client::Handle> handle = start();
+    std::optional<Client::Handle> of_other = other.start_request(
+        config, {}, [](const ResponseData&) {}, [](const ErrorData&) {});
+    client.reset();
+    of_other.reset();
+    EXPECT_THAT(cancelled, ElementsAre("cancel 5"));
+    handle.reset();
+    EXPECT_THAT(cancelled, ElementsAre("cancel 5"));
+}
+
 using ClientHandleDeathTest = ClientHandleTest;
 
 TEST_F(ClientHandleDeathTest, AnEmptyCallbackStopsTheProcess) {
