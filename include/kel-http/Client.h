@@ -32,6 +32,10 @@ struct KelHttpClientTag {};
 //            Without one a request is accepted, but nothing is sent and no callback comes. Cancel what is still running
 //            before the engine is destroyed: it ends transfers without a word, and the client would wait for ever. The
 //            executor has to outlive the engine.
+// Memory:    an outcome is never lost for want of memory. When there is none for the response, ClientFailure::Other with
+//            the text "Out of memory" comes instead, also for a download that is in its place by then. When the
+//            executor's post() throws std::bad_alloc, it is called again every 10 ms by the thread that completes
+//            transfers, which waits. Progress and log lines may be left out.
 // Callbacks: as later tasks on the executor, never inside a call of this class. They may call the client, also to start
 //            or cancel requests, and may drop it. They must not throw.
 class KEL_HTTP_EXPORT Client {

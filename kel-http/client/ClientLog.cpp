@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <functional>
+#include <new>
 #include <string>
 #include <thread>
 
@@ -96,16 +97,21 @@ std::size_t thread_tag() {
     return std::hash<std::thread::id>()(std::this_thread::get_id());
 }
 
-void log_request(logging::Logger& logger, Client::RequestId id, const RequestConfig& config, const LogFilter& filter) {
+// Here and below: what there is no memory for costs the rest of the lines, not the request that they tell of.
+void log_request(logging::Logger& logger, Client::RequestId id, const RequestConfig& config,
+                 const LogFilter& filter) try {
     if (is_silent(filter) || logger.verbosity() < log_level::debug) return;
     writeLine(logger, log_level::debug, "[tid={}]HTTP({}) => {} {}", thread_tag(), id,
               static_cast<std::uint32_t>(config.method),
               filter.url_filter ? filter.url_filter(config.url) : config.url);
     log_headers_and_body(true, logger, config.headers, config.body, logs_request_payload(logger, filter.mode),
                          filter.header_filter, filter.request_body_filter);
+} catch (const std::bad_alloc&) {
+    return;
 }
 
-void log_response(logging::Logger& logger, Client::RequestId id, const ResponseData& data, const LogFilter& filter) {
+void log_response(logging::Logger& logger, Client::RequestId id, const ResponseData& data,
+                  const LogFilter& filter) try {
     if (is_silent(filter) || logger.verbosity() < log_level::debug) return;
     // Prepared but not used below: the caller's own filter decides, and the allow-list leaves "Set-Cookie" out anyway.
     LogFilter concealing = filter;
@@ -116,6 +122,8 @@ void log_response(logging::Logger& logger, Client::RequestId id, const ResponseD
     log_headers_and_body(false, logger, data.headers, data.body,
                          logs_response_payload(logger, filter.mode, data.status), filter.header_filter,
                          filter.response_body_filter);
+} catch (const std::bad_alloc&) {
+    return;
 }
 
 void log_error(logging::Logger& logger, Client::RequestId id, const ErrorData& data, const LogFilter& filter) {

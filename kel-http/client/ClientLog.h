@@ -6,7 +6,8 @@
 #include "kel-http/Client.h"
 #include "logging/Logger.h"
 
-// What a client writes about its requests, under the caller's LogFilter. Executor thread.
+// What a client writes about its requests, under the caller's LogFilter. Executor thread. None of them
+// throws for want of memory.
 namespace kel::http {
 
 // How the thread is named in a client's lines.

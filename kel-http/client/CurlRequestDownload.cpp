@@ -1,18 +1,22 @@
 // SPDX-License-Identifier: MIT
-#include <boost/filesystem.hpp>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
 #include <fstream>
+#include <new>
 #include <stdexcept>
+#include <system_error>
 
 #include "kel-http/client/CurlRequest.h"
 #include "kel-http/curl/PartialFile.h"
 #include "kel-http/model/LogLine.h"
+#include "kel-http/model/MemoryShortage.h"
 #include "ko/filesystem.h"
 #include "ko/to_hex.h"
 
 namespace kel::http {
-
-namespace fs = boost::filesystem;
-
 namespace {
 
 // Makes a stream forget what it holds back, which closing it would write. std::ofstream has no call for that; its buffer
@@ -33,27 +37,30 @@ ClientImpl::CurlRequest::~CurlRequest() {
 }
 
 // A file that was closed but could not be renamed is whole, and stays. The target itself is never removed.
-void ClientImpl::CurlRequest::give_up_download() {
+void ClientImpl::CurlRequest::give_up_download() noexcept {
     if (!output || !output->is_open()) return;
     output->close();
     if (config.keep_partial_download || temporary_path.empty()) return;
-    boost::system::error_code ignored;
-    fs::remove(temporary_path, ignored);
+    unlink(temporary_path.c_str());
 }
 
-std::unique_ptr<std::ofstream> ClientImpl::CurlRequest::open_download() {
-    auto file = std::make_unique<std::ofstream>();
+// Opening takes memory when the file is there already: it is this request's by then, which removes it.
+void ClientImpl::CurlRequest::open_download() {
     if (!isFileName(*download_path)) throw std::runtime_error("Failed to open file");
+    auto file = std::make_unique<std::ofstream>();
     if (config.resume) {
         if (const auto size = partialFileSize(*download_path)) resume_offset = static_cast<std::uint32_t>(*size);
-        file->open(*download_path, std::ios::out | std::ios::app);
+        output = std::move(file);
+        output->open(*download_path, std::ios::out | std::ios::app);
     } else {
         boost::system::error_code ignored;
         temporary_path = ko::filesystem::unique_path(*download_path + ".downloading-%%%%%%%%", ignored).string();
-        file->open(temporary_path);
+        output = std::move(file);
+        output->open(temporary_path);
     }
-    if (file->fail()) throw std::runtime_error("Failed to open file");
-    return file;
+    if (!output->fail()) return;
+    output.reset();
+    throw std::runtime_error("Failed to open file");
 }
 
 // The target itself holds nothing back: when this request is given up, its owner may resume the file at once, from the
@@ -69,7 +76,18 @@ bool ClientImpl::CurlRequest::write_download(std::string_view data) {
 }
 
 bool ClientImpl::CurlRequest::finish_download() {
-    if (config.resume) return finish_appending();
+    try {
+        return config.resume ? finish_appending() : finish_replacing();
+    } catch (const std::bad_alloc&) {
+        notifyFailure(Failure::Other, out_of_memory);
+        return false;
+    }
+}
+
+// The logger, which may take memory, comes before the file is complete: one that is not yet is removed when the download
+// is given up.
+bool ClientImpl::CurlRequest::finish_replacing() {
+    logging::Logger& log = *logging::getLogger("CurlRequest", 0);
     if (!output && temporary_path.empty() && !create_empty_file()) {
         notifyFailure(Failure::WriteFailed, "Failed to write empty response");
         return false;
@@ -78,7 +96,7 @@ bool ClientImpl::CurlRequest::finish_download() {
         notifyFailure(Failure::WriteFailed, temporary_path);
         return false;
     }
-    return move_into_place();
+    return move_into_place(log);
 }
 
 // A full disk may show at the last flush only.
@@ -93,9 +111,8 @@ bool ClientImpl::CurlRequest::create_empty_file() try {
     boost::system::error_code error;
     temporary_path = ko::filesystem::unique_path(*download_path + ".%%%%%%%%", error).string();
     if (error) return false;
-    std::ofstream file(temporary_path);
-    file.close();
-    return file.good();
+    const int file = open(temporary_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    return file >= 0 && close(file) == 0;
 } catch (const std::exception&) {
     // Random numbers may be a matter of descriptors, of which there may be none left.
     return false;
@@ -106,13 +123,11 @@ bool ClientImpl::CurlRequest::close_output() {
     return output->good();
 }
 
-bool ClientImpl::CurlRequest::move_into_place() {
-    logging::Logger& log = *logging::getLogger("CurlRequest", 0);
+bool ClientImpl::CurlRequest::move_into_place(logging::Logger& log) {
     writeLine(log, log_level::debug, "{}: Renaming tmp file {} to {}", "notifyDataEnd", temporary_path, *download_path);
-    boost::system::error_code error;
-    fs::rename(temporary_path, *download_path, error);
-    if (error) {
-        writeLine(log, log_level::error, "{}: Rename failed - {}", "notifyDataEnd", error.message());
+    if (std::rename(temporary_path.c_str(), download_path->c_str()) != 0) {
+        const std::string reason = std::generic_category().message(errno);
+        writeLine(log, log_level::error, "{}: Rename failed - {}", "notifyDataEnd", reason);
         notifyFailure(Failure::WriteFailed, *download_path);
         return false;
     }

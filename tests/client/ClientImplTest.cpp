@@ -201,14 +201,14 @@ TEST_F(ClientImplDeathTest, WhatARequestReportsOnAnotherThreadStopsTheProcess) {
     const auto owner = std::make_shared<ClientImpl>(immediate, logger());
     client = owner;
     bindElsewhere();
-    ClientImpl::CurlRequest request(owner, 1, {});
-    request.notifyHeader("HTTP/1.1 200 OK\r\n\r\n");
-    request.setResponseCode(200);
-    EXPECT_DEATH(request.notifyDataEnd(), on_foreign_thread);
-    request.setResponseCode(0);
-    EXPECT_DEATH(request.notifyFailure(Failure::Timeout, "text"), on_foreign_thread);
-    ClientImpl::CurlRequest download(owner, 1, {}, "path");
-    EXPECT_DEATH(download.reportDownloadProgress(9, 9), on_foreign_thread);
+    const auto request = std::make_shared<ClientImpl::CurlRequest>(owner, 1, RequestConfig());
+    request->notifyHeader("HTTP/1.1 200 OK\r\n\r\n");
+    request->setResponseCode(200);
+    EXPECT_DEATH(request->notifyDataEnd(), on_foreign_thread);
+    request->setResponseCode(0);
+    EXPECT_DEATH(request->notifyFailure(Failure::Timeout, "text"), on_foreign_thread);
+    const auto download = std::make_shared<ClientImpl::CurlRequest>(owner, 1, RequestConfig(), "path");
+    EXPECT_DEATH(download->reportDownloadProgress(9, 9), on_foreign_thread);
 }
 
 TEST_F(ClientImplDeathTest, AnEmptyCallbackStopsTheProcess) {

@@ -278,20 +278,20 @@ class CancellationWatch : public ClientImpl::CurlRequest {
 TEST_F(CurlRequestTest, AFailureCancelsItsRequestBeforeAnythingIsPosted) {
     for (const Failure failure : {Failure::Timeout, Failure::AuthFailure}) {
         const std::size_t posted = executor.tags().size();
-        CancellationWatch request(executor);
-        request.reportDownloadProgress(100, 100);
-        fail(request, failure);
-        EXPECT_THAT(request.posted_before, ElementsAre(posted));
+        const auto request = std::make_shared<CancellationWatch>(executor);
+        request->reportDownloadProgress(100, 100);
+        fail(*request, failure);
+        EXPECT_THAT(request->posted_before, ElementsAre(posted));
         EXPECT_EQ(executor.tags().size(), posted + 2);
     }
 }
 
 TEST_F(CurlRequestTest, AnErrorStatusCancelsNothing) {
     for (const Failure failure : {Failure::AuthFailure, Failure::HttpError}) {
-        CancellationWatch request(executor);
-        receiveHead(request);
-        fail(request, failure, "unheard", 404);
-        EXPECT_THAT(request.posted_before, IsEmpty());
+        const auto request = std::make_shared<CancellationWatch>(executor);
+        receiveHead(*request);
+        fail(*request, failure, "unheard", 404);
+        EXPECT_THAT(request->posted_before, IsEmpty());
     }
     EXPECT_THAT(executor.tags(), ElementsAre(4035, 4035));
 }
