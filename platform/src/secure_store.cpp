@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "sec/secure_store.h"
 
+#include <fcntl.h>
 #include <openssl/crypto.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -26,17 +29,39 @@ struct Secret {
     Der der;
 };
 
-// False when there is no such file, or when it is empty or has more than `limit` bytes.
+// All transfers wait for this file: opening it must not wait for whoever writes to a pipe.
+struct File {
+    explicit File(const std::string& path) : descriptor(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {}
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    ~File() {
+        if (descriptor >= 0) close(descriptor);
+    }
+
+    const int descriptor;
+};
+
+// False as well when the file is shorter than that by now.
+bool read_all(int descriptor, unsigned char* bytes, std::size_t size) {
+    while (size > 0) {
+        const ssize_t taken = read(descriptor, bytes, size);
+        if (taken == 0 || (taken < 0 && errno != EINTR)) return false;
+        if (taken < 0) continue;
+        bytes += taken;
+        size -= static_cast<std::size_t>(taken);
+    }
+    return true;
+}
+
+// False when there is no such regular file, or when it is empty or has more than `limit` bytes. Read without a buffer,
+// which would keep the key.
 bool read_file(const std::string& path, unsigned int limit, Der& der) {
-    std::ifstream file;
-    file.rdbuf()->pubsetbuf(nullptr, 0);  // its buffer would keep the key
-    file.open(path, std::ios::binary | std::ios::ate);
-    const std::streamoff size = file ? std::streamoff(file.tellg()) : 0;
-    if (size <= 0 || size > static_cast<std::streamoff>(limit)) return false;
-    der.resize(static_cast<std::size_t>(size));
-    file.seekg(0);
-    file.read(reinterpret_cast<char*>(der.data()), static_cast<std::streamsize>(size));
-    return file.good();
+    const File file(path);
+    struct stat status {};
+    if (file.descriptor < 0 || fstat(file.descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    if (status.st_size <= 0 || status.st_size > static_cast<off_t>(limit)) return false;
+    der.resize(static_cast<std::size_t>(status.st_size));
+    return read_all(file.descriptor, der.data(), der.size());
 }
 
 int copy(const Der& der, unsigned char* buffer, unsigned int* length) {

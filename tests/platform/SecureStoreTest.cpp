@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <openssl/x509.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -108,6 +110,25 @@ TEST_F(SecureStoreTest, BufferHasToHoldTheWholeFile) {
     EXPECT_NE(0, too_small.result);
     EXPECT_TRUE(too_small.untouched(9));
     EXPECT_NE(0, Answer(sec_get_priv_key, 0, 0).result);
+}
+
+TEST_F(SecureStoreTest, PipeThatNobodyWritesToFailsAtOnce) {
+    ASSERT_EQ(0, mkfifo(folder.file("device_cert.der").c_str(), 0600));
+    ASSERT_EQ(0, mkfifo(folder.file("device_key.der").c_str(), 0600));
+    use(folder.path());
+    for (const Getter get : {sec_get_deviceCert, sec_get_priv_key}) {
+        const Answer answer(get);
+        EXPECT_NE(0, answer.result);
+        EXPECT_TRUE(answer.untouched());
+    }
+}
+
+TEST_F(SecureStoreTest, WhatIsNoFileFails) {
+    ASSERT_EQ(0, mkdir(folder.file("device_cert.der").c_str(), 0700));
+    ASSERT_EQ(0, symlink("/dev/zero", folder.file("device_key.der").c_str()));
+    use(folder.path());
+    EXPECT_NE(0, Answer(sec_get_deviceCert).result);
+    EXPECT_NE(0, Answer(sec_get_priv_key).result);
 }
 
 TEST_F(SecureStoreTest, UnknownSlotAndNullPointersFail) {
