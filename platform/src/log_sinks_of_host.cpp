@@ -6,9 +6,11 @@
 
 #include <memory>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "ko/host.h"
+#include "log_text.h"
 
 namespace ko {
 namespace host {
@@ -26,11 +28,14 @@ spdlog::string_view_t view(std::string_view text) {
     return {text.data(), text.size()};
 }
 
-// Flushed line by line: a log is read most often after the process has died.
+// Flushed line by line: a log is read most often after the process has died. Its texts are in part what strangers sent;
+// none of them may pass for a line of its own, or command the terminal on which the log is read.
 LogSink write_to(std::shared_ptr<spdlog::sinks::sink> sink, const char* pattern) {
     sink->set_pattern(pattern);
     return [sink = std::move(sink)](const LogLine& line) {
-        sink->log(spdlog::details::log_msg(view(line.logger), severity(line.level), view(line.text)));
+        std::string escaped;
+        const std::string_view text = logging::printable(line.text, escaped);
+        sink->log(spdlog::details::log_msg(view(line.logger), severity(line.level), view(text)));
         sink->flush();
     };
 }

@@ -59,9 +59,27 @@ TEST(LogSinkTest, TextWithBracesIsTakenLiterally) {
     EXPECT_NE(std::string::npos, folder.lines_of("log")[0].find("[{}] [error] {} %v {0}"));
 }
 
+TEST(LogSinkTest, TextForgesNoLine) {
+    const TemporaryFolder folder;
+    ko::host::log_to_file(folder.file("log"))(
+        {"tovanlog", 1, "one\n2026-01-01 [HttpClient] [error] two\x1B[2J \xC3\xA9\xFF"});
+    const auto lines = folder.lines_of("log");
+    ASSERT_EQ(1U, lines.size());
+    EXPECT_NE(std::string::npos, lines[0].find("one\\x0A2026-01-01 [HttpClient] [error] two\\x1B[2J \xC3\xA9\\xFF"));
+}
+
 TEST(LogSinkTest, SyslogTakesLinesOfEveryLevel) {
     const LogSink sink = ko::host::log_to_syslog("kel-http-test");
     for (int level = 1; level <= 9; ++level) EXPECT_NO_THROW(sink({"HttpClient", level, "text"}));
+}
+
+TEST(LogSinkDeathTest, StandardErrorIsNotCommanded) {
+    EXPECT_EXIT(
+        {
+            ko::host::log_to_stderr()({"HttpClient", 2, "\x1B[2Jcareful\nnow"});
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "\\[warning\\] \\\\x1B\\[2Jcareful\\\\x0Anow\n");
 }
 
 TEST(LogSinkDeathTest, StandardErrorGetsTheLine) {
