@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <exception>
 #include <string>
 
 #include "certificate/certificate.h"
@@ -129,14 +128,11 @@ bool hasOwnIdentityFiles(const RequestConfig& config) {
 }
 
 CURLcode setupSSLCTXCallback(CURL* curl, void* sslctx, void* config) {
-    if (config == nullptr) {
+    try {
+        if (config != nullptr) return setUpContext(curl, sslctx, config);
         return fail(CURLE_BAD_FUNCTION_ARGUMENT, "CURLcode kel::http::tls::setupSSLCTXCallback(CURL*, void*, void*)",
                     "Missing RequestConfig");
-    }
-    try {
-        return setUpContext(curl, sslctx, config);
-    } catch (const std::exception&) {
-        // No exception may pass through libcurl.
+    } catch (...) {  // no exception may pass through libcurl, whatever a secure store or a log throws
         return CURLE_FAILED_INIT;
     }
 }

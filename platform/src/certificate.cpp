@@ -5,8 +5,9 @@
 #include <openssl/ssl.h>
 #include <unistd.h>
 
+#include <new>
+
 #include "host_settings.h"
-#include "ko/assert.h"
 
 namespace certificate {
 namespace {
@@ -18,6 +19,12 @@ const std::string* find_path(const std::string& name) {
     return found == bundles.end() ? nullptr : &found->second;
 }
 
+// Negative when there is no memory.
+int require_index(int index) {
+    if (index < 0) throw std::bad_alloc();
+    return index;
+}
+
 void free_text(void* /*context*/, void* text, CRYPTO_EX_DATA* /*data*/, int /*index*/, long /*argl*/, void* /*argp*/) {
     OPENSSL_free(text);
 }
@@ -25,8 +32,7 @@ void free_text(void* /*context*/, void* text, CRYPTO_EX_DATA* /*data*/, int /*in
 }  // namespace
 
 int sslctx_data_index() {
-    static const int index = SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, &free_text);
-    KO_ASSERT(index >= 0);
+    static const int index = require_index(SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, &free_text));
     return index;
 }
 

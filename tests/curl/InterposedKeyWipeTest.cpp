@@ -36,10 +36,13 @@ int keys_left = 0;
 
 // What the secure store tells of its answers' lengths is wrong.
 bool lengths_are_wrong = false;
+// It throws what is no std::exception.
+bool store_throws = false;
 
 using StoreFunction = int (*)(int, unsigned char*, unsigned int*);
 
 int askStore(StoreFunction real, int slot, unsigned char* buffer, unsigned int* length) {
+    if (store_throws) throw slot;
     const int result = real(slot, buffer, length);
     if (lengths_are_wrong) *length = 1;
     return result;
@@ -93,7 +96,7 @@ using ::testing::StartsWith;
 class InterposedKeyWipeTest : public testing::Test {
  protected:
     InterposedKeyWipeTest() { wiped().clear(); }
-    ~InterposedKeyWipeTest() override { lengths_are_wrong = false; }
+    ~InterposedKeyWipeTest() override { lengths_are_wrong = store_throws = false; }
 
     CURLcode setUpWith(const std::string& certificate_bytes, const std::string& key_bytes) {
         writeWholeFile(directory.path("device_cert.der"), certificate_bytes);
@@ -126,6 +129,13 @@ TEST_F(InterposedKeyWipeTest, BufferOfTheKeyIsWipedWhateverBecomesOfIt) {
 TEST_F(InterposedKeyWipeTest, LengthThatTheStoreTellsDoesNotMatter) {
     lengths_are_wrong = true;
     EXPECT_EQ(setUpWith(certificate, key), CURLE_OK);
+}
+
+TEST_F(InterposedKeyWipeTest, WhateverTheStoreThrowsEndsItsConnectionAlone) {
+    store_throws = true;
+    const std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> context(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
+    RequestConfig config;
+    EXPECT_EQ(tls::setupSSLCTXCallback(nullptr, context.get(), &config), CURLE_FAILED_INIT);
 }
 
 TEST_F(InterposedKeyWipeTest, NoKeyIsLeftInMemoryThatIsGivenBack) {
