@@ -4,7 +4,9 @@
 #include <stdexcept>
 
 #include "certificate/certificate.h"
+#include "kel-http/curl/CurlOption.h"
 #include "kel-http/curl/Tls.h"
+#include "kel-http/curl/TlsFiles.h"
 #include "kel-http/model/LogLine.h"
 
 namespace kel::http {
@@ -43,42 +45,78 @@ const char* pathOrNull(const std::string& path) {
     return path.empty() ? nullptr : path.c_str();
 }
 
+bool isMissing(CURLcode result) {
+    return result == CURLE_NOT_BUILT_IN || result == CURLE_UNKNOWN_OPTION;
+}
+
+// A libcurl without TLS can do without: it makes no connection that versions would matter to.
+void setVersions(CURL* easy, const RequestConfig& config) {
+    const CURLcode result = curl_easy_setopt(easy, CURLOPT_SSLVERSION, curlTlsVersions(config));
+    if (result != CURLE_OK && !isMissing(result)) refuseOption(CURLOPT_SSLVERSION, result);
+}
+
+// A libcurl with another TLS library than OpenSSL has no such function. Requests to which it would only bring the
+// device's identity go on, http among them; no verifier may be left out.
+void setContextFunction(CURL* easy, RequestConfig& config) {
+    CURLcode result = curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, &config);
+    if (result == CURLE_OK) result = curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, &tls::setupSSLCTXCallback);
+    if (result == CURLE_OK) return;
+    if (!isMissing(result)) refuseOption(CURLOPT_SSL_CTX_FUNCTION, result);
+    if (needsOwnConnection(config)) throw std::runtime_error("libcurl was built without OpenSSL");
+}
+
 void addOwnConnection(CURL* easy) {
-    curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
-    curl_easy_setopt(easy, CURLOPT_FORBID_REUSE, 1L);
-    curl_easy_setopt(easy, CURLOPT_SSL_SESSIONID_CACHE, 0L);
+    setOption(easy, CURLOPT_FRESH_CONNECT, 1L);
+    setOption(easy, CURLOPT_FORBID_REUSE, 1L);
+    setOption(easy, CURLOPT_SSL_SESSIONID_CACHE, 0L);
     // With HTTP/2 others would join the connection while it is in use.
-    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    setOption(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
 }
 
 void addOwnIdentity(CURL* easy, const RequestConfig& config) {
-    curl_easy_setopt(easy, CURLOPT_SSLCERT, config.own_cert->c_str());
-    curl_easy_setopt(easy, CURLOPT_SSLCERTTYPE, "PEM");
-    curl_easy_setopt(easy, CURLOPT_SSLKEY, config.own_pkey->c_str());
-    curl_easy_setopt(easy, CURLOPT_SSLKEYTYPE, "PEM");
+    requireReadyKey(*config.own_pkey);
+    setOption(easy, CURLOPT_SSLCERT, config.own_cert->c_str());
+    setOption(easy, CURLOPT_SSLCERTTYPE, "PEM");
+    setOption(easy, CURLOPT_SSLKEY, config.own_pkey->c_str());
+    setOption(easy, CURLOPT_SSLKEYTYPE, "PEM");
+    // Without a pass phrase OpenSSL asks for one, on the terminal or on standard input, and all transfers wait.
+    setOption(easy, CURLOPT_KEYPASSWD, "");
 }
 
 // Null is not libcurl's default: it means that no file is trusted.
 void setCaFile(CURL* easy, const tl::optional<std::string>& file) {
     if (file) {
-        curl_easy_setopt(easy, CURLOPT_CAINFO, pathOrNull(*file));
+        requireRegularFile("ca_file", *file);
+        setOption(easy, CURLOPT_CAINFO, pathOrNull(*file));
     } else if (certificate::ca_pem_exists("default")) {
-        curl_easy_setopt(easy, CURLOPT_CAINFO, certificate::ca_path("default").c_str());
+        const std::string bundle = certificate::ca_path("default");
+        requireRegularFile("the platform's CA bundle", bundle);
+        setOption(easy, CURLOPT_CAINFO, bundle.c_str());
     } else {
-        curl_easy_setopt(easy, CURLOPT_CAINFO, static_cast<char*>(nullptr));
+        setOption(easy, CURLOPT_CAINFO, static_cast<char*>(nullptr));
     }
+}
+
+void setCaFolder(CURL* easy, const tl::optional<std::string>& folder) {
+    if (folder && !folder->empty()) {
+        requireRegularCertificates(*folder);
+        setOption(easy, CURLOPT_CAPATH, folder->c_str());
+        return;
+    }
+    // Unchecked: not every TLS library has folders, and without them none is trusted anyway.
+    curl_easy_setopt(easy, CURLOPT_CAPATH, static_cast<char*>(nullptr));
 }
 
 void addVerification(CURL* easy, const RequestConfig& config) {
     if (!config.tls_verify) {
-        curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 0L);
-        curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 0L);
+        setOption(easy, CURLOPT_SSL_VERIFYHOST, 0L);
+        setOption(easy, CURLOPT_SSL_VERIFYPEER, 0L);
         return;
     }
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
-    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
+    setOption(easy, CURLOPT_SSL_VERIFYPEER, 1L);
+    setOption(easy, CURLOPT_SSL_VERIFYHOST, 2L);
     setCaFile(easy, config.ca_file);
-    curl_easy_setopt(easy, CURLOPT_CAPATH, config.ca_dir ? pathOrNull(*config.ca_dir) : nullptr);
+    setCaFolder(easy, config.ca_dir);
 }
 
 }  // namespace
@@ -86,14 +124,11 @@ void addVerification(CURL* easy, const RequestConfig& config) {
 void EngineTls::addTlsConfig(CURL* easy, Request& request) const {
     RequestConfig& config = request.config;
     const bool alone = needsOwnConnection(config);
+    if (config.own_cert) requireRegularFile("own_cert", *config.own_cert);
+    if (config.own_pkey) requireRegularFile("own_pkey", *config.own_pkey);
     const bool has_files = tls::hasOwnIdentityFiles(config);
-    curl_easy_setopt(easy, CURLOPT_SSLVERSION, curlTlsVersions(config));
-    if (alone || !has_files) {
-        curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, &config);
-        const CURLcode result = curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, &tls::setupSSLCTXCallback);
-        // Not without its verifier.
-        if (alone && result != CURLE_OK) throw std::runtime_error("libcurl was built without OpenSSL");
-    }
+    setVersions(easy, config);
+    if (alone || !has_files) setContextFunction(easy, config);
     if (has_files) {
         writeLine(*logger, log_level::detail, "({}) Configuring own certificate for mTLS (cert={}; pkey={})",
                   request.id(), *config.own_cert, *config.own_pkey);

@@ -14,7 +14,8 @@ class EngineTls {
  public:
     explicit EngineTls(logging::Logger& log) : logger(&log) {}
 
-    // The options of a transfer, which borrows the request's configuration. Throws when a verifier can not be installed.
+    // The options of a transfer, which borrows the request's configuration. Throws when a verifier can not be installed, when
+    // libcurl refuses what trust or identity depends on, and what `TlsFiles.h` throws.
     void addTlsConfig(CURL* easy, Request& request) const;
 
  private:

@@ -102,6 +102,16 @@ TEST_F(ClientTlsIdentityTest, DeviceIsPresentedUnlessTheRequestHasFiles) {
     EXPECT_EQ(bodyOf(who()), "CN=test device");
 }
 
+TEST_F(ClientTlsIdentityTest, PipeInThePlaceOfAFileIsNamedInTheError) {
+    const TemporaryDirectory directory;
+    const std::string pipe = directory.path("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    RequestConfig config = withFiles(user);
+    config.own_pkey = pipe;
+    EXPECT_EQ(errorOf(config).message, "own_pkey: '" + pipe + "' is no regular file: name a PEM file");
+    EXPECT_EQ(bodyOf(withFiles(user)), "CN=test user");
+}
+
 TEST_F(ClientTlsIdentityTest, ConnectionOfOneIdentityDoesNotServeTheOther) {
     RequestConfig device = who();
     RequestConfig files = withFiles(user);

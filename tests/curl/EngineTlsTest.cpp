@@ -2,6 +2,8 @@
 #include <fmt/format.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <memory>
 
@@ -269,6 +271,153 @@ TEST_F(EngineTlsTest, VerifierDoesNotAnswerForTheHostsName) {
     EXPECT_EQ(outcomeOf(config), Untrusted);
     config.tls_verify = false;
     EXPECT_EQ(outcomeOf(config), "end");
+}
+
+// --- files that must not hold up the engine ---
+
+using TlsOption = tl::optional<std::string> RequestConfig::*;
+
+class EngineTlsFilesTest : public EngineTlsTest {
+ protected:
+    std::string pipe(const std::string& name) const {
+        const std::string path = directory.path(name);
+        EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+        return path;
+    }
+    RequestConfig withFiles() const {
+        RequestConfig config = to(nginx);
+        config.ca_file = TestCertificates::shared().caFile();
+        config.own_cert = TestCertificates::shared().server().certificate_file;
+        config.own_pkey = TestCertificates::shared().server().key_file;
+        return config;
+    }
+    void expectOthersToGoOn() const {
+        RequestConfig config;
+        config.url = nginx.url("/status/200");
+        EXPECT_EQ(outcomeOf(config), "end");
+    }
+
+    const TemporaryDirectory directory;
+};
+
+TEST_F(EngineTlsFilesTest, PipeFailsItsRequestAlone) {
+    const std::string path = pipe("pipe");
+    const std::pair<TlsOption, const char*> options[] = {{&RequestConfig::ca_file, "ca_file"},
+                                                         {&RequestConfig::own_cert, "own_cert"},
+                                                         {&RequestConfig::own_pkey, "own_pkey"}};
+    for (const auto& [option, name] : options) {
+        RequestConfig config = withFiles();
+        config.*option = path;
+        EXPECT_EQ(outcomeOf(config),
+                  fmt::format("failure 2: {}: '{}' is no regular file: name a PEM file", name, path));
+        expectOthersToGoOn();
+        config = to(nginx);
+        config.*option = path;
+        EXPECT_EQ(outcomeOf(config),
+                  fmt::format("failure 2: {}: '{}' is no regular file: name a PEM file", name, path));
+    }
+}
+
+TEST_F(EngineTlsFilesTest, PipeAsTheBundleOfTheHostFailsWhoeverNeedsIt) {
+    const std::string path = pipe("bundle.pem");
+    const TestHost trusting(bundle(path));
+    EXPECT_EQ(outcomeOf(to(nginx)),
+              "failure 2: the platform's CA bundle: '" + path + "' is no regular file: name a PEM file");
+    EXPECT_EQ(outcomeOf(withFiles()), "end");
+    RequestConfig config = to(nginx);
+    config.tls_verify = false;
+    EXPECT_EQ(outcomeOf(config), "end");
+}
+
+TEST_F(EngineTlsFilesTest, PipeInAFolderOfAuthoritiesFailsItsRequestAlone) {
+    const std::string path = pipe("0123abcd.0");
+    RequestConfig config = to(nginx);
+    config.ca_dir = directory.path();
+    EXPECT_EQ(outcomeOf(config), "failure 2: ca_dir: '" + path + "' is no regular file: remove it, or make it one");
+    expectOthersToGoOn();
+    config.tls_verify = false;
+    EXPECT_EQ(outcomeOf(config), "end");
+}
+
+TEST_F(EngineTlsFilesTest, PipesInTheSecureStoreFailTheHandshakeAlone) {
+    pipe("device_cert.der");
+    pipe("device_key.der");
+    const TestHost device([this](ko::host::Settings& settings) { settings.secure_store_directory = directory.path(); });
+    EXPECT_EQ(outcomeOf(to(nginx)), "failure 2: error signaled by ssl ctx callback");
+    expectOthersToGoOn();
+}
+
+TEST_F(EngineTlsFilesTest, FileThatCanNotBeReadGivesWayToTheDevice) {
+    RequestConfig config = withFiles();
+    config.own_cert = "/nonexistent/cert.pem";
+    EXPECT_EQ(outcomeOf(config), "end");
+}
+
+// Standard input that never says anything: whoever asks there waits for ever.
+class MuteStandardInput {
+ public:
+    MuteStandardInput() : before_(dup(STDIN_FILENO)) {
+        int ends[2] = {};
+        EXPECT_EQ(::pipe(ends), 0);
+        dup2(ends[0], STDIN_FILENO);
+        close(ends[0]);
+        writer_ = ends[1];
+    }
+    MuteStandardInput(const MuteStandardInput&) = delete;
+    MuteStandardInput& operator=(const MuteStandardInput&) = delete;
+    ~MuteStandardInput() {
+        dup2(before_, STDIN_FILENO);
+        close(before_);
+        close(writer_);
+    }
+
+ private:
+    int before_;
+    int writer_;
+};
+
+class EngineTlsPassPhraseTest : public EngineTlsFilesTest {
+ protected:
+    std::string file(const std::string& name, const std::string& text) const {
+        writeWholeFile(directory.path(name), text);
+        return directory.path(name);
+    }
+    // A file of PEM that says of its first block that it is encrypted.
+    static std::string marked(std::string pem) {
+        const auto end = pem.find('\n');
+        return pem.insert(end + 1,
+                          "Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC,00112233445566778899AABBCCDDEEFF\n\n");
+    }
+
+    const MuteStandardInput mute;
+};
+
+TEST_F(EngineTlsPassPhraseTest, EncryptedKeyIsNamed) {
+    RequestConfig config = withFiles();
+    config.own_pkey = file("key.pem", marked(readWholeFile(*config.own_pkey)));
+    EXPECT_THAT(outcomeOf(config),
+                StartsWith("failure 2: own_pkey: the private key in '" + *config.own_pkey + "' is encrypted"));
+    expectOthersToGoOn();
+}
+
+TEST_F(EngineTlsPassPhraseTest, EncryptedKeyIsNoConcernOfARequestThatDoesNotUseIt) {
+    RequestConfig config = withFiles();
+    config.own_pkey = file("key.pem", marked(readWholeFile(*config.own_pkey)));
+    config.own_cert = "/nonexistent/cert.pem";
+    EXPECT_EQ(outcomeOf(config), "end");
+}
+
+TEST_F(EngineTlsPassPhraseTest, NobodyIsAskedWhereverItStands) {
+    RequestConfig config = withFiles();
+    config.own_pkey = file("key.pem", std::string(20000, '\n') + marked(readWholeFile(*config.own_pkey)));
+    EXPECT_THAT(outcomeOf(config), StartsWith("failure 2: unable to set private key file"));
+    config = withFiles();
+    config.own_cert = file("cert.pem", marked(readWholeFile(*config.own_cert)));
+    EXPECT_THAT(outcomeOf(config), StartsWith("failure 2: could not load PEM client certificate"));
+    config = withFiles();
+    config.ca_file = file("ca.pem", marked(readWholeFile(*config.ca_file)));
+    EXPECT_THAT(outcomeOf(config), StartsWith("failure 2: error setting certificate"));
+    expectOthersToGoOn();
 }
 
 // --- the device ---

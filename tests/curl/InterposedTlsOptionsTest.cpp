@@ -16,22 +16,34 @@ namespace {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::StartsWith;
 
 using Options = std::vector<std::string>;
 
 const std::string SystemsBundle = "/etc/ssl/certs/ca-certificates.crt";
 
+// It has several names.
+const std::string PassPhrase = "CURLOPT_" + std::to_string(static_cast<int>(CURLOPT_KEYPASSWD));
+
 const Options Identity = {"CURLOPT_SSL_CTX_DATA", "CURLOPT_SSL_CTX_FUNCTION", "CURLOPT_SSLCERT",
                           "CURLOPT_SSLCERTTYPE",  "CURLOPT_SSLKEY",           "CURLOPT_SSLKEYTYPE"};
 const Options OwnConnection = {"CURLOPT_FRESH_CONNECT", "CURLOPT_FORBID_REUSE", "CURLOPT_SSL_SESSIONID_CACHE",
                                "CURLOPT_HTTP_VERSION"};
-const Options All_of_tls = {"CURLOPT_SSLVERSION",       "CURLOPT_SSL_CTX_DATA",
-                            "CURLOPT_SSL_CTX_FUNCTION", "CURLOPT_SSLCERT",
-                            "CURLOPT_SSLCERTTYPE",      "CURLOPT_SSLKEY",
-                            "CURLOPT_SSLKEYTYPE",       "CURLOPT_SSL_VERIFYPEER",
-                            "CURLOPT_SSL_VERIFYHOST",   "CURLOPT_CAINFO",
-                            "CURLOPT_CAPATH",           "CURLOPT_FRESH_CONNECT",
-                            "CURLOPT_FORBID_REUSE",     "CURLOPT_SSL_SESSIONID_CACHE",
+const Options All_of_tls = {"CURLOPT_SSLVERSION",
+                            "CURLOPT_SSL_CTX_DATA",
+                            "CURLOPT_SSL_CTX_FUNCTION",
+                            "CURLOPT_SSLCERT",
+                            "CURLOPT_SSLCERTTYPE",
+                            "CURLOPT_SSLKEY",
+                            "CURLOPT_SSLKEYTYPE",
+                            PassPhrase,
+                            "CURLOPT_SSL_VERIFYPEER",
+                            "CURLOPT_SSL_VERIFYHOST",
+                            "CURLOPT_CAINFO",
+                            "CURLOPT_CAPATH",
+                            "CURLOPT_FRESH_CONNECT",
+                            "CURLOPT_FORBID_REUSE",
+                            "CURLOPT_SSL_SESSIONID_CACHE",
                             "CURLOPT_HTTP_VERSION"};
 
 // The TLS options that the engine gives libcurl for one request each. They are set whatever the URL is.
@@ -85,10 +97,11 @@ TEST_F(InterposedTlsOptionsTest, OrdinaryRequestLetsTheDevicePresentItself) {
 }
 
 TEST_F(InterposedTlsOptionsTest, FilesAloneNeedNoContext) {
-    EXPECT_THAT(optionsOf(withFiles()),
-                ElementsAre("CURLOPT_SSLVERSION=5", "CURLOPT_SSLCERT=" + cert, "CURLOPT_SSLCERTTYPE=PEM",
-                            "CURLOPT_SSLKEY=" + key, "CURLOPT_SSLKEYTYPE=PEM", "CURLOPT_SSL_VERIFYPEER=1",
-                            "CURLOPT_SSL_VERIFYHOST=2", "CURLOPT_CAINFO=" + SystemsBundle, "CURLOPT_CAPATH=null"));
+    EXPECT_THAT(
+        optionsOf(withFiles()),
+        ElementsAre("CURLOPT_SSLVERSION=5", "CURLOPT_SSLCERT=" + cert, "CURLOPT_SSLCERTTYPE=PEM",
+                    "CURLOPT_SSLKEY=" + key, "CURLOPT_SSLKEYTYPE=PEM", PassPhrase + "=set", "CURLOPT_SSL_VERIFYPEER=1",
+                    "CURLOPT_SSL_VERIFYHOST=2", "CURLOPT_CAINFO=" + SystemsBundle, "CURLOPT_CAPATH=null"));
 }
 
 TEST_F(InterposedTlsOptionsTest, VerifierHasAConnectionOfItsOwn) {
@@ -138,6 +151,45 @@ TEST_F(InterposedTlsOptionsTest, FilesThatAreNotAllThereAreNotUsed) {
     config = withFiles();
     config.own_pkey.reset();
     EXPECT_THAT(optionsOf(config, Identity), none);
+}
+
+// One option that libcurl has no memory for.
+class RefusedTlsOptionTest : public InterposedTlsOptionsTest, public testing::WithParamInterface<std::string> {
+ protected:
+    void expectFailureOf(const RequestConfig& config) {
+        interposed.fail(GetParam());
+        const auto sent = server.requests().size();
+        optionsOf(config);
+        EXPECT_THAT(last->outcome.events(), ElementsAre(StartsWith("failure 2: ")));
+        EXPECT_EQ(server.requests().size(), sent);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(All, RefusedTlsOptionTest, testing::ValuesIn(All_of_tls));
+
+// Otherwise somebody else would be trusted, or another certificate be presented.
+TEST_P(RefusedTlsOptionTest, FailsTheRequestThatNeedsIt) {
+    RequestConfig config = withFiles();
+    config.ca_file = cert;
+    config.ca_dir = directory.path();
+    config.verifier = Verifiers::neutral;
+    expectFailureOf(config);
+}
+
+using RefusedVerificationTest = RefusedTlsOptionTest;
+INSTANTIATE_TEST_SUITE_P(Off, RefusedVerificationTest,
+                         testing::Values("CURLOPT_SSL_VERIFYPEER", "CURLOPT_SSL_VERIFYHOST"));
+
+TEST_P(RefusedVerificationTest, FailsTheRequestThatWantsNone) {
+    RequestConfig config = get();
+    config.tls_verify = false;
+    expectFailureOf(config);
+}
+
+TEST_F(InterposedTlsOptionsTest, FolderThatIsNotSetMayBeUnknownToLibcurl) {
+    interposed.fail("CURLOPT_CAPATH");
+    optionsOf(get());
+    EXPECT_THAT(last->outcome.events(), ElementsAre("end"));
 }
 
 TEST_F(InterposedTlsOptionsTest, FilesAreNamedInTheLogOfEveryStep) {
