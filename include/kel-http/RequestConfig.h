@@ -80,7 +80,7 @@ struct KEL_HTTP_EXPORT RequestConfig {
     std::string fqdn() const;
 
     // Lines for a log that describe the request. Header values, bodies, user names, passwords, proxies and multipart
-    // parts are left out; the URL is printed as it is.
+    // parts are left out, and so are those in the URL.
     std::list<std::string> dump() const;
 
     // The HTTP method. Default: GET.
@@ -147,7 +147,8 @@ struct KEL_HTTP_EXPORT RequestConfig {
     // connection of a request without files. Default: unset.
     tl::optional<std::string> own_cert;
 
-    // A PEM file with that certificate's private key (`CURLOPT_SSLKEY`). Default: unset.
+    // A PEM file with that certificate's private key (`CURLOPT_SSLKEY`), which is not encrypted: nobody is asked for a
+    // pass phrase. Default: unset.
     tl::optional<std::string> own_pkey;
 
     // Looks at the server's certificates during the handshake, on the engine thread. It alone decides when `tls_verify`
@@ -194,7 +195,7 @@ struct KEL_HTTP_EXPORT RequestConfig {
 
     // URLs of proxies ("host:port", "http://host:port"), tried in order until one works while the engine's mode is
     // PACUrl or WPAD. Those that failed within the last 30 minutes come last. `timeout` starts anew for each. They are
-    // logged, credentials in them included. Default: none.
+    // logged without the credentials in them. Default: none.
     std::list<std::string> proxies;
 
     // Credentials that a `proxy` other than use_proxy sets with the mode. Only mode Manual uses them; see

@@ -5,6 +5,7 @@
 #include <array>
 
 #include "kel-http/model/AsciiCase.h"
+#include "kel-http/model/Conceal.h"
 
 namespace kel::http {
 namespace {
@@ -76,7 +77,7 @@ std::string RequestConfig::fqdn() const {
 
 std::list<std::string> RequestConfig::dump() const {
     std::list<std::string> lines;
-    lines.push_back(fmt::format("HTTP: Outgoing => {} {}", method, url));
+    lines.push_back(fmt::format("HTTP: Outgoing => {} {}", method, concealedUrl(url)));
     lines.push_back(fmt::format("AuthMethod : {}", auth_method));
     lines.push_back(fmt::format("Flags      : {}", flags_of(*this)));
     add_optional_line(lines, "CA file    : ", ca_file);
