@@ -10,6 +10,8 @@
 
 #include "kel-http/curl/Outcome.h"
 #include "kel-http/curl/RequestImpl.h"
+#include "kel-http/curl/TraceText.h"
+#include "kel-http/model/Conceal.h"
 #include "kel-http/model/LogLine.h"
 #include "kel-http/protocol.h"
 #include "ko/assert.h"
@@ -154,11 +156,12 @@ void Engine::runCallbackHandlerInFsmContext(RequestPtr request, CURLcode result,
         logging::Logger& log = *logging::getLogger("HttpClient", 0);
         const Failure failure = failureOf(result, log);
         // A copy: the hook may run the request again, which clears the text.
-        const std::array<char, CURL_ERROR_SIZE> copy = stateOf(*request).errorBuffer;
+        std::array<char, CURL_ERROR_SIZE> copy = stateOf(*request).errorBuffer;
+        concealError(copy);
         const char* const details = copy.data();
         if (log.verbosity() >= log_level::always) {
             writeLine(log, log_level::always, "({}) Failed to connect to '{}': {}", request->id(),
-                      request->config.fqdn(), details);
+                      concealedUrl(request->config.fqdn()), details);
         }
         const bool plain = hasPlainText(result) || *details == '\0';
         request->notifyFailure(failure, plain ? curl_easy_strerror(result) : details);

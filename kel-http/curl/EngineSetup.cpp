@@ -16,6 +16,7 @@
 #include "kel-http/curl/LongOption.h"
 #include "kel-http/curl/PartialFile.h"
 #include "kel-http/curl/RequestImpl.h"
+#include "kel-http/model/Conceal.h"
 #include "kel-http/model/LogLine.h"
 
 namespace kel::http {
@@ -128,14 +129,14 @@ void EngineSetup::addDownloadLimits(CURL* easy, const Request& request) const {
 
 void EngineSetup::addRedirects(CURL* easy, const Request& request) const {
     const RequestConfig& config = request.config;
+    const std::string url = logger->verbosity() >= log_level::detail ? concealedUrl(config.url) : std::string();
     if (config.caller_handles_redirects) {
-        writeLine(*logger, log_level::detail, "({}) client will handle HTTP redirects for url={}", request.id(),
-                  config.url);
+        writeLine(*logger, log_level::detail, "({}) client will handle HTTP redirects for url={}", request.id(), url);
         return;
     }
     setOption(easy, CURLOPT_FOLLOWLOCATION, 1L);
     setOption(easy, CURLOPT_MAXREDIRS, redirect_limit);
-    writeLine(*logger, log_level::detail, "({}) CURL will handle HTTP redirects for url={}", request.id(), config.url);
+    writeLine(*logger, log_level::detail, "({}) CURL will handle HTTP redirects for url={}", request.id(), url);
 }
 
 void EngineSetup::addProgress(CURL* easy) {
