@@ -49,6 +49,8 @@ struct Engine::ActiveTask {
     long peerPort = 0;
     // The trace saw the beginning of an outgoing header line whose rest is still to be sent.
     bool tracedLineIsOpen = false;
+    // The header received last has a value that is concealed, and so are the lines that may continue it.
+    bool tracedHeaderIsSecret = false;
 };
 
 using RequestPtr = std::shared_ptr<Request>;

@@ -84,7 +84,7 @@ class KEL_HTTP_EXPORT Engine {
     void resumeRequest(std::shared_ptr<Request> request);
 
     // Sets the proxy of all transfers that are set up from now on. `url`, `user` and `password` matter to mode Manual
-    // only. The URL is logged, as it is; user and password are not. Any thread. Initially Off.
+    // only. The URL is logged without credentials in it; user and password are not. Any thread. Initially Off.
     void setProxyConfig(ProxyConfigMode mode, const std::string& url, const std::string& user,
                         const std::string& password);
 

@@ -9,6 +9,7 @@
 #include "kel-http/Deployment.h"
 #include "kel-http/curl/CurlOption.h"
 #include "kel-http/curl/RequestImpl.h"
+#include "kel-http/model/Conceal.h"
 #include "kel-http/model/LogLine.h"
 #include "ko/assert.h"
 #include "tervo/platforminfo.h"
@@ -37,8 +38,10 @@ EngineProxy::EngineProxy(ProxyBlackList::Clock clock, logging::Logger& log)
     : variableMutex("VariableMutex"), proxyBlackList(clock), logger(&log) {}
 
 void EngineProxy::setProxyConfig(Settings replacement) {
-    writeLine(*logger, log_level::info, "kel-http::Engine::{}: proxy mode='{}', url='{}'", "setProxyConfig",
-              static_cast<std::uint32_t>(replacement.mode), replacement.url);
+    if (logger->verbosity() >= log_level::info) {
+        writeLine(*logger, log_level::info, "kel-http::Engine::{}: proxy mode='{}', url='{}'", "setProxyConfig",
+                  static_cast<std::uint32_t>(replacement.mode), concealedProxy(replacement.url));
+    }
     ko::lock_guard lock(variableMutex);
     std::swap(proxyConfig, replacement);
 }
@@ -74,8 +77,10 @@ void EngineProxy::addProxyConfig(CURL* easy, Request& request) {
         takeNextProxy(request, mode);
     }
     const std::string proxy = request.currentProxy.value_or("");
-    writeLine(*logger, log_level::debug, "({}) Engine::{} proxy mode={}, using proxy '{}'", request.id(),
-              "addProxyConfig", static_cast<std::uint32_t>(mode), proxy);
+    if (logger->verbosity() >= log_level::debug) {
+        writeLine(*logger, log_level::debug, "({}) Engine::{} proxy mode={}, using proxy '{}'", request.id(),
+                  "addProxyConfig", static_cast<std::uint32_t>(mode), concealedProxy(proxy));
+    }
     setOption(easy, CURLOPT_PROXY, proxy.c_str());
     setOption(easy, CURLOPT_HTTPPROXYTUNNEL, 1L);
     setOption(easy, CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));

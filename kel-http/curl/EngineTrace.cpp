@@ -52,15 +52,41 @@ std::string_view withoutRestOfLine(std::string_view text) {
     return end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
 }
 
+bool isHeader(curl_infotype type) {
+    return type == CURLINFO_HEADER_IN || type == CURLINFO_HEADER_OUT;
+}
+
+bool isBlank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+// A line that begins with a blank continues the header before it; it has no name of its own.
+std::string concealedHeader(curl_infotype type, std::string_view line, bool continues, bool& secret) {
+    if (!continues) secret = isSecretHeader(line);
+    return continues && secret ? "xxxxxx" : concealCredentials(type, line);
+}
+
+// Whether a blank has gone from the beginning of what was the first line, too.
+bool hasLostBlank(std::string_view text, std::string_view rest) {
+    return !rest.empty() && text.data() != rest.data() && isBlank(*(rest.data() - 1));
+}
+
+// `secret`: the last header was one, before these lines and after them.
 void writeTrace(logging::Logger& logger, const TraceKind& kind, curl_infotype type, unsigned int id,
-                std::string_view text) {
+                std::string_view text, bool& secret) {
+    std::string_view rest = trimmed(text);
+    bool continues = hasLostBlank(text, rest);
+    // What is secret in libcurl's own words may have line feeds in it.
+    const std::string own = type == CURLINFO_TEXT ? concealedText(rest) : std::string();
+    if (type == CURLINFO_TEXT) rest = own;
     bool several = false;
-    for (text = trimmed(text);; several = true) {
-        const auto end = text.find('\n');
-        const std::string line = concealCredentials(type, text.substr(0, end));
-        if (!line.empty()) writeLine(logger, kind.level, "({}) [{}] {}", id, kind.tag, line);
-        if (end == std::string_view::npos) break;
-        text.remove_prefix(end + 1);
+    for (;; several = true) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        const std::string shown = isHeader(type) ? concealedHeader(type, line, continues, secret) : std::string(line);
+        if (!shown.empty()) writeLine(logger, kind.level, "({}) [{}] {}", id, kind.tag, shown);
+        if (line.size() == rest.size()) break;
+        rest.remove_prefix(line.size() + 1);
+        continues = !rest.empty() && isBlank(rest.front());
     }
     if (several) writeLine(logger, kind.level, "({}) [{}] ----", id, kind.tag);
 }
@@ -81,7 +107,10 @@ void EngineTrace::write(curl_infotype type, std::string_view text, Engine::Activ
         if (!text.empty()) task->tracedLineIsOpen = text.back() != '\n';
         if (is_rest) text = withoutRestOfLine(text);
     }
-    writeTrace(logger, kindOf(type), type, request == nullptr ? 0U : request->id(), text);
+    // Headers are received one by one, and a header may have several lines.
+    bool other = false;
+    bool& secret = type == CURLINFO_HEADER_IN && task != nullptr ? task->tracedHeaderIsSecret : other;
+    writeTrace(logger, kindOf(type), type, request == nullptr ? 0U : request->id(), text, secret);
 }
 
 }  // namespace kel::http

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "kel-http/model/Conceal.h"
 #include "kel-http/model/LogLine.h"
 
 namespace kel::http {
@@ -11,20 +12,26 @@ namespace {
 
 constexpr std::chrono::seconds listing_time{1800};
 
+// `format` has two places, for the function and for the proxy, whose credentials are nobody's business.
+void writeAbout(logging::Logger& logger, std::string_view format, const char* function, const std::string& proxy) {
+    if (logger.verbosity() < log_level::detail) return;
+    writeLine(logger, log_level::detail, format, function, concealedProxy(proxy));
+}
+
 }  // namespace
 
 ProxyBlackList::ProxyBlackList(Clock clock_to_read)
     : clock(clock_to_read), logger(logging::getLogger("HttpClient", 0)) {}
 
 void ProxyBlackList::fail(const std::string& proxy) {
-    writeLine(*logger, log_level::detail, "ProxyBlackList::{}: Failure => list '{}'", "fail", proxy);
+    writeAbout(*logger, "ProxyBlackList::{}: Failure => list '{}'", "fail", proxy);
     listed[proxy] = clock();
 }
 
 void ProxyBlackList::success(const std::string& proxy) {
     const auto found = listed.find(proxy);
     if (found == listed.end()) return;
-    writeLine(*logger, log_level::detail, "ProxyBlackList::{}: Success => un-list '{}'", "success", proxy);
+    writeAbout(*logger, "ProxyBlackList::{}: Success => un-list '{}'", "success", proxy);
     listed.erase(found);
 }
 
@@ -32,9 +39,7 @@ void ProxyBlackList::purge_old() {
     const TimePoint threshold = clock() - listing_time;
     for (auto entry = listed.begin(); entry != listed.end();) {
         const bool old = entry->second <= threshold;
-        if (old) {
-            writeLine(*logger, log_level::detail, "ProxyBlackList::{}: Un-listing '{}'", "purge_old", entry->first);
-        }
+        if (old) writeAbout(*logger, "ProxyBlackList::{}: Un-listing '{}'", "purge_old", entry->first);
         entry = old ? listed.erase(entry) : std::next(entry);
     }
 }
@@ -54,7 +59,7 @@ std::string ProxyBlackList::dump(const std::list<std::string>& proxies) const {
         fmt::format("Available proxies: {} {}\n", proxies.size(), proxies.size() == 1 ? "entry" : "entries");
     std::size_t index = 0;
     for (const std::string& proxy : proxies) {
-        text += fmt::format(" [{}] {}", index++, proxy.empty() ? "(empty)" : proxy);
+        text += fmt::format(" [{}] {}", index++, proxy.empty() ? "(empty)" : concealedProxy(proxy));
         const auto found = listed.find(proxy);
         if (found != listed.end()) {
             const auto age = std::chrono::duration_cast<std::chrono::seconds>(clock() - found->second);

@@ -26,6 +26,16 @@ class ProxyBlackListTest : public ::testing::Test {
     ProxyBlackList list{&TestClock::now};
 };
 
+TEST_F(ProxyBlackListTest, CredentialsAreNotLogged) {
+    const LogCapture log("HttpClient", 9);
+    list.fail("http://user:secret@A");
+    EXPECT_EQ(list.dump({"http://user:secret@A"}),
+              "Available proxies: 1 entry\n [0] http://xxxxxx@A <= listed 0 ago\n");
+    list.success("http://user:secret@A");
+    EXPECT_THAT(log.texts(), ElementsAre("ProxyBlackList::fail: Failure => list 'http://xxxxxx@A'",
+                                         "ProxyBlackList::success: Success => un-list 'http://xxxxxx@A'"));
+}
+
 // --- order ---
 
 TEST_F(ProxyBlackListTest, NothingListedLeavesTheOrder) {
