@@ -2,7 +2,6 @@
 #include "kel-http/curl/EngineCompletion.h"
 
 #include <array>
-#include <chrono>
 #include <exception>
 #include <new>
 #include <thread>
@@ -136,8 +135,7 @@ bool EngineCompletion::tryNextProxy(Engine::ActiveTask& task, long responseCode)
 
 // Asked before the handler has called or kept the closure, so that nobody hears of an outcome twice.
 void EngineCompletion::handOver(std::function<void()>& outcome) const noexcept {
-    constexpr std::chrono::milliseconds pause(10);
-    for (;; std::this_thread::sleep_for(pause)) {
+    for (;; std::this_thread::sleep_for(memory_pause)) {
         try {
             return callbackHandler(outcome);
         } catch (const std::bad_alloc&) {

@@ -4,6 +4,8 @@
 #include <memory>
 #include <string>
 
+#include "kel-http/model/MemoryShortage.h"
+
 namespace kel::http {
 
 // Why the library itself has ended a transfer. libcurl would only tell how it was made to stop, and its result is not told
@@ -27,8 +29,5 @@ class TransferFault {
     const char* plain = nullptr;
     std::unique_ptr<const std::string> detail;
 };
-
-// What is told where there is no memory to tell more.
-constexpr const char* out_of_memory = "Out of memory";
 
 }  // namespace kel::http

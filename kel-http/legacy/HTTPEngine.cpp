@@ -57,11 +57,13 @@ HTTPEngine::~HTTPEngine() {
 }
 
 void HTTPEngine::set_http_proxy() {
-    proxy_url_ = "http://" KEL_HTTP_DEFAULT_PROXY_HOST ":80";
-    proxy_user_.clear();
-    proxy_password_.clear();
-    proxy_mode_ = ProxyConfigMode::Off;
-    setProxyConfig(proxy_mode_, proxy_url_, proxy_user_, proxy_password_);
+    kel::http::untilMemorySuffices([this] {
+        proxy_url_ = "http://" KEL_HTTP_DEFAULT_PROXY_HOST ":80";
+        proxy_user_.clear();
+        proxy_password_.clear();
+        proxy_mode_ = ProxyConfigMode::Off;
+        setProxyConfig(proxy_mode_, proxy_url_, proxy_user_, proxy_password_);
+    });
 }
 
 void HTTPEngine::handle_engine_callback(const std::function<void()>& callback) {

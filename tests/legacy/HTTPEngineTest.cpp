@@ -203,6 +203,24 @@ TEST(HTTPEngineTest, ExceptionOfTheExecutorArrivesAsItIs) {
     EXPECT_THAT(log.texts("HTTPEngine"), ElementsAre("HTTPEngine: test Curl Engine instantiated"));
 }
 
+TEST(HTTPEngineTest, DefaultProxyIsKnownThoughAnAllocationFails) {
+    if (!FailAllocation::isPossible()) GTEST_SKIP();
+    TaskQueue queue;
+    HTTPEngine engine("test", queue);
+    failEachAllocation([&](std::size_t succeeding) {
+        engine.setProxyConfig(Mode::Manual, "http://another", "user", "password");
+        std::size_t refused = 0;
+        {
+            const FailAllocation failure(succeeding + 1);
+            engine.set_http_proxy();
+            refused = failure.refused();
+        }
+        EXPECT_EQ(engine.getProxyUrl(), default_proxy);
+        EXPECT_EQ(engine.getProxyMode(), Mode::Off);
+        return refused;
+    });
+}
+
 TEST(HTTPEngineTest, CompletionIsPostedAgainWhenTheExecutorFindsNoMemory) {
     ForgetfulQueue queue;
     HTTPEngine engine("test", queue);
