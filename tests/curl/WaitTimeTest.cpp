@@ -8,9 +8,9 @@
 namespace kel::http::test {
 namespace {
 
-void expectWait(long timer_ms, long seconds, long microseconds) {
+void expectWait(long timer_ms, long whole_seconds, long microseconds) {
     const timeval time = waitTime(timer_ms);
-    EXPECT_EQ(time.tv_sec, seconds) << timer_ms;
+    EXPECT_EQ(time.tv_sec, whole_seconds) << timer_ms;
     EXPECT_EQ(time.tv_usec, microseconds) << timer_ms;
 }
 
