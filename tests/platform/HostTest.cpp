@@ -36,6 +36,8 @@ TEST_F(HostTest, ReplacedSinkIsReleasedAndHearsNothingMore) {
 }
 
 TEST_F(HostTest, ConfiguringAndAskingMayHappenAtTheSameTime) {
+    settings.temporary_directory = "/folder";
+    ko::host::configure(settings);
     std::vector<std::thread> threads;
     for (int i = 0; i < 2; ++i) {
         threads.emplace_back([this] {
@@ -43,7 +45,7 @@ TEST_F(HostTest, ConfiguringAndAskingMayHappenAtTheSameTime) {
         });
         threads.emplace_back([] {
             for (int n = 0; n < 100; ++n) {
-                EXPECT_EQ("/tmp", tervo::platforminfo::get_resource_filepath("PATH_TYPE_TEMP"));
+                EXPECT_EQ("/folder", tervo::platforminfo::get_resource_filepath("PATH_TYPE_TEMP"));
                 certificate::ca_path("default");
                 logging::getLogger("HostTest", 0)->write(1, "a line");
             }
@@ -53,10 +55,12 @@ TEST_F(HostTest, ConfiguringAndAskingMayHappenAtTheSameTime) {
 }
 
 TEST(HostDeathTest, ProcessThatNeverConfiguresHasTheDefaults) {
+    const TemporaryFolder session;
     EXPECT_EXIT(
         {
+            setenv("XDG_RUNTIME_DIR", session.path().c_str(), 1);
             namespace platforminfo = tervo::platforminfo;
-            const bool defaults = platforminfo::get_resource_filepath("PATH_TYPE_TEMP") == "/tmp" &&
+            const bool defaults = platforminfo::get_resource_filepath("PATH_TYPE_TEMP") == session.file("kel-http") &&
                                   !platforminfo::is_release_build() && !platforminfo::is_test_mode() &&
                                   certificate::ca_path("default") == "/etc/ssl/certs/ca-certificates.crt";
             std::exit(defaults ? 0 : 1);

@@ -43,6 +43,25 @@ TEST_F(ToolCookieTest, KeptCookieIsSentByTheNextRun) {
     EXPECT_EQ(sentWith({"--temp-dir", folder.path() + "/", "--cookies", "read"}), "visit=first");
 }
 
+TEST_F(ToolCookieTest, CookiesAreKeptInAFolderOfOnesOwn) {
+    const ToolProcess::Input session{"", {"XDG_RUNTIME_DIR=" + folder.path()}};
+    EXPECT_EQ(runTool({"get", server.url(), "--cookies", "write"}, session).exit_code, 0);
+    EXPECT_EQ(folder.names(), std::vector<std::string>{"kel-http"});
+    EXPECT_THAT(readWholeFile(folder.path("kel-http/httpcookies")), HasSubstr("visit"));
+    EXPECT_EQ(runTool({"get", server.url()}, session).exit_code, 0);
+    EXPECT_EQ(server.requests().back().header("Cookie"), "visit=first");
+}
+
+TEST_F(ToolCookieTest, CookiesThatCanNotBeKeptAreNotAskedFor) {
+    const ToolProcess::Input session{"", {"XDG_RUNTIME_DIR=" + folder.path()}};
+    writeWholeFile(folder.path("kel-http"), "");
+    const ToolResult result = runTool({"get", server.url(), "--cookies", "write"}, session);
+    EXPECT_EQ(result.exit_code, 4);
+    EXPECT_THAT(result.err, HasSubstr("--temp-dir"));
+    EXPECT_EQ(server.connectionCount(), 0U);
+    EXPECT_EQ(runTool({"get", server.url()}, session).exit_code, 0);
+}
+
 TEST_F(ToolCookieTest, FileIsLeftAloneUnlessItIsToBeWritten) {
     EXPECT_EQ(sentWith(here), "none");
     EXPECT_THAT(folder.names(), testing::IsEmpty());

@@ -27,11 +27,18 @@ bool reachesTool(std::string_view variable) {
     const auto endsWith = [name](std::string_view end) {
         return name.size() >= end.size() && name.substr(name.size() - end.size()) == end;
     };
-    return !endsWith("_proxy") && !endsWith("_PROXY") && !endsWith("_PASSWORD");
+    return name != "XDG_RUNTIME_DIR" && !endsWith("_proxy") && !endsWith("_PROXY") && !endsWith("_PASSWORD");
 }
 
 bool areOfOneName(std::string_view variable, std::string_view other) {
     return variable.substr(0, variable.find('=')) == other.substr(0, other.find('='));
+}
+
+constexpr const char* session_folder = "XDG_RUNTIME_DIR=";
+
+bool hasSessionFolder(const std::vector<std::string>& variables) {
+    return std::any_of(variables.begin(), variables.end(),
+                       [](const std::string& variable) { return variable.find(session_folder) == 0; });
 }
 
 // Each variable once: which one of two counts is not said.
@@ -72,6 +79,8 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments, const Input&
     std::vector<std::string> words = commandOf("kel-http");
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<std::string> variables = environmentOfTool(input.environment);
+    // No run finds the cookies of another one, unless it is to.
+    if (!hasSessionFolder(variables)) variables.push_back(session_folder + streams_.path());
 
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);

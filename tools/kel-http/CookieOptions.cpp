@@ -16,7 +16,7 @@ void add_cookie_options(CLI::App& app, Options& options) {
         "none, those kept so far (default), or keep new ones too")
         ->group(group);
     app.add_flag("--reset-state", options.reset_state, "forget the cookies of this server first")->group(group);
-    app.add_option("--temp-dir", options.temporary_folder, "keep cookies here, in the file httpcookies (/tmp)")
+    app.add_option("--temp-dir", options.temporary_folder, "keep httpcookies here (default: a private folder)")
         ->option_text("DIR")
         ->group(group);
 }

@@ -27,6 +27,7 @@ namespace {
 std::shared_ptr<const LogListener> set_up_host(const Options& options) {
     const auto listener = std::make_shared<LogListener>(options);
     ko::host::configure(host_settings(options, [listener](const ko::host::LogLine& line) { listener->hear(line); }));
+    check_cookie_folder(options);
     return listener;
 }
 

@@ -36,8 +36,12 @@ LogSink log_to_syslog(const std::string& identity);
 
 // What configure() takes. A program names what differs from these defaults.
 struct Settings {
-    // Folder for files that may vanish with a restart, without a slash at the end.
-    std::string temporary_directory = "/tmp";
+    // Folder for files that may vanish with a restart, without a slash at the end. Cookies are kept there, which are as
+    // good as passwords: it should be this user's alone. Empty (the default): one that is, "kel-http" in
+    // $XDG_RUNTIME_DIR where that is this user's and has mode 0700, else "/tmp/kel-http-" and the number of the user. It
+    // is made when it is first asked for; where it belongs to somebody else, or others have rights to it, nothing is
+    // kept.
+    std::string temporary_directory;
     // Files with trusted certificates (PEM) by the name under which they are asked for.
     std::map<std::string, std::string> ca_bundles = {{"default", "/etc/ssl/certs/ca-certificates.crt"}};
     // Folder with this device's certificate and key, device_cert.der and device_key.der. Empty (the default): a

@@ -8,8 +8,9 @@
 namespace tervo {
 namespace platforminfo {
 
-// Folder for files of one type, without a slash at the end; empty for an unknown type.
-// "PATH_TYPE_TEMP": files that may vanish with a restart.
+// Folder for files of one type, without a slash at the end; empty for an unknown type, and when there is none: such files
+// are then not kept.
+// "PATH_TYPE_TEMP": files that may vanish with a restart. It exists, and only this process's user can write to it.
 std::string get_resource_filepath(const std::string& type);
 
 // Whether the system is one that customers have, as against one for development.

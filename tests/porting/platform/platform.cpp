@@ -75,7 +75,7 @@ int sec_get_priv_key(int /*slot*/, unsigned char* /*buffer*/, unsigned int* /*le
 }
 
 std::string tervo::platforminfo::get_resource_filepath(const std::string& /*type*/) {
-    return "/tmp";
+    return {};  // no folder that is this user's alone: cookies end with the process
 }
 
 bool tervo::platforminfo::is_release_build() {
