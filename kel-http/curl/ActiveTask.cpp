@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "kel-http/curl/EngineCookies.h"
 #include "kel-http/curl/RequestImpl.h"
 
 namespace kel::http {

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "kel-http/curl/CookieSave.h"
 #include "kel-http/curl/Engine.h"
 #include "kel-http/curl/TransferFault.h"
 #include "kel-http/curl/UploadFile.h"
@@ -51,6 +52,8 @@ struct Engine::ActiveTask {
     bool tracedLineIsOpen = false;
     // The header received last has a value that is concealed, and so are the lines that may continue it.
     bool tracedHeaderIsSecret = false;
+    // Behind all that libcurl borrows: it writes when the transfer is gone.
+    CookieSave cookieSave;
 };
 
 using RequestPtr = std::shared_ptr<Request>;

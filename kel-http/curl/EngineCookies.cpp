@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "kel-http/curl/EngineCookies.h"
 
+#include <unistd.h>
+
 #include <array>
+#include <cstdio>
 #include <ctime>
 #include <locale>
-#include <memory>
+#include <new>
 #include <string_view>
+#include <utility>
 
+#include "kel-http/curl/CurlOption.h"
 #include "kel-http/model/LogLine.h"
 #include "tervo/platforminfo.h"
 #include "uri/uri.h"
@@ -48,44 +53,120 @@ std::string expired(const Cookie& cookie) {
                        std::time(nullptr) - 1, cookie[name], cookie[value]);
 }
 
+using CookieLines = std::unique_ptr<curl_slist, void (*)(curl_slist*)>;
+
+CookieLines noLines() {
+    return {nullptr, &curl_slist_free_all};
+}
+
+// libcurl says nothing when it has no memory for the list, which then looks like that of an empty store. It is asked again
+// in case of that: what is taken for empty loses the file's cookies.
+CURLcode listCookies(CURL* easy, CookieLines& lines) {
+    CURLcode result = CURLE_OK;
+    for (int attempt = 0; attempt < 2 && result == CURLE_OK && !lines; ++attempt) {
+        curl_slist* list = nullptr;
+        result = curl_easy_getinfo(easy, CURLINFO_COOKIELIST, &list);
+        lines.reset(list);
+    }
+    return result;
+}
+
 }  // namespace
 
-EngineCookies::EngineCookies(logging::Logger& log) : share(curl_share_init()), logger(&log) {}
+EngineCookies::EngineCookies(logging::Logger& log) : share(curl_share_init()), logger(&log) {
+    if (!share) throw std::bad_alloc();
+}
 
 void EngineCookies::open() {
-    curl_share_setopt(share, CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
+    const CURLSHcode result = curl_share_setopt(share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
+    if (result == CURLSHE_NOMEM) throw std::bad_alloc();
+    if (result != CURLSHE_OK) share.reset();
 }
 
 void EngineCookies::close() {
-    curl_share_cleanup(share);
+    share.reset();
 }
 
-void EngineCookies::addCookies(CURL* easy, const RequestConfig& config) {
-    const CookieJar jar = config.cookie_jar;
-    if (jar == CookieJar::no_cookies) return;
-    const std::string file = tervo::platforminfo::get_resource_filepath("PATH_TYPE_TEMP") + "/httpcookies";
-    curl_easy_setopt(easy, CURLOPT_SHARE, share);  // first: the file is read into the cookies in force
-    curl_easy_setopt(easy, CURLOPT_COOKIEFILE, file.c_str());
-    if (jar == CookieJar::rw_cookies) curl_easy_setopt(easy, CURLOPT_COOKIEJAR, file.c_str());
+void EngineCookies::addCookies(CURL* easy, const RequestConfig& config, CookieSave& save) {
+    if (config.cookie_jar == CookieJar::no_cookies || !share) return;
+    setOption(easy, CURLOPT_SHARE, share.get());
+    // No name of a file, only the wish for cookies: libcurl would open whatever has that name by then.
+    setOption(easy, CURLOPT_COOKIEFILE, "");
+    std::string folder = tervo::platforminfo::get_resource_filepath("PATH_TYPE_TEMP");
+    if (folder.empty()) return;
+    // Starting afresh reads another selection.
+    if (!config.reset_state && !readFile(folder, false)) return;
+    if (config.cookie_jar == CookieJar::rw_cookies) save.plan(*this, std::move(folder));
 }
 
-void EngineCookies::addFreshCookies(CURL* easy, const RequestConfig& config) {
-    const bool has_file = config.cookie_jar != CookieJar::no_cookies;
-    curl_easy_setopt(easy, CURLOPT_COOKIESESSION, 1L);
-    // libcurl would read the file when the transfer begins, and bring back what is deleted here.
-    if (has_file) curl_easy_setopt(easy, CURLOPT_COOKIELIST, "RELOAD");
+void EngineCookies::addFreshCookies(CURL* easy, const RequestConfig& config, CookieSave& save) {
+    if (!share) return;
+    setOption(easy, CURLOPT_COOKIESESSION, 1L);
+    if (config.cookie_jar != CookieJar::no_cookies) {
+        // What the file holds of the host goes with the rest, and must not come back when the transfer ends.
+        const std::string folder = tervo::platforminfo::get_resource_filepath("PATH_TYPE_TEMP");
+        if (!folder.empty() && !readFile(folder, true)) save.drop();
+        save.leaveOutOldFile();
+    }
     deleteCookiesFromRequest(easy, config.url);
-    if (has_file) {
-        curl_easy_setopt(easy, CURLOPT_COOKIEFILE, static_cast<char*>(nullptr));
-        curl_easy_setopt(easy, CURLOPT_SHARE, share);  // without a file libcurl has let go of the cookies
+}
+
+// A handle that is never sent, with the cookies in force. One for each use: libcurl before 7.77 does not forget the names
+// of files that a handle has read.
+EngineCookies::EasyHandle EngineCookies::makeReader() const {
+    EasyHandle reader(curl_easy_init());
+    if (!reader) throw std::bad_alloc();
+    setOption(reader.get(), CURLOPT_SHARE, share.get());
+    return reader;
+}
+
+// The file, or a closed descriptor when there is none; empty when it is not to be used.
+tl::optional<Descriptor> EngineCookies::openFile(const std::string& folder) const {
+    OpenedCookieFile file = openCookieFile(folder);
+    if (file.fault.empty()) return std::move(file.descriptor);
+    writeLine(*logger, log_level::error, "{}: The cookie file '{}' is neither read nor written: {}", "openCookieFile",
+              cookieFilePath(folder), file.fault);
+    return tl::nullopt;
+}
+
+// Adds what the file holds to the cookies in force, of which none is replaced. False when it is not to be used.
+bool EngineCookies::readFile(const std::string& folder, bool new_session) const {
+    const tl::optional<Descriptor> file = openFile(folder);
+    if (file && file->isOpen()) load(makeReader().get(), *file, folder, new_session);
+    return file.has_value();
+}
+
+void EngineCookies::load(CURL* reader, const Descriptor& file, const std::string& folder, bool new_session) {
+    // The very file that has been looked at. Only where no /proc is mounted it is opened by its name once more.
+    std::array<char, 32> opened{};
+    std::snprintf(opened.data(), opened.size(), "/proc/self/fd/%d", file.get());
+    const bool has_proc = access(opened.data(), F_OK) == 0;
+    if (new_session) setOption(reader, CURLOPT_COOKIESESSION, 1L);
+    setOption(reader, CURLOPT_COOKIEFILE, has_proc ? opened.data() : cookieFilePath(folder).c_str());
+    setOption(reader, CURLOPT_COOKIELIST, "RELOAD");
+}
+
+void EngineCookies::saveCookies(const std::string& folder, bool with_those_of_the_file) noexcept {
+    try {
+        const tl::optional<Descriptor> file = openFile(folder);
+        if (!file) return;
+        const EasyHandle reader = makeReader();
+        if (with_those_of_the_file && file->isOpen()) load(reader.get(), *file, folder, false);
+        CookieLines lines = noLines();
+        requireCall(listCookies(reader.get(), lines), "to list the cookies");
+        const std::string fault = replaceCookieFile(folder, cookieFileText(lines.get(), std::time(nullptr)));
+        if (fault.empty()) return;
+        writeLine(*logger, log_level::error, "{}: The cookies can not be kept in '{}', which stays as it was: {}",
+                  "saveCookies", cookieFilePath(folder), fault);
+    } catch (...) {
+        logger->write(log_level::error, "saveCookies: The cookie file stays as it was: there is no memory for more");
     }
 }
 
 void EngineCookies::deleteCookiesFromRequest(CURL* easy, const std::string& url) {
     constexpr const char* function = "deleteCookiesFromRequest";
-    curl_slist* list = nullptr;
-    const CURLcode result = curl_easy_getinfo(easy, CURLINFO_COOKIELIST, &list);
-    const std::unique_ptr<curl_slist, void (*)(curl_slist*)> lines(list, &curl_slist_free_all);
+    CookieLines lines = noLines();
+    const CURLcode result = listCookies(easy, lines);
     if (result != CURLE_OK) {
         writeLine(*logger, log_level::error, "{}: Fetching curl cookie list failed, unable to clear cookies: '{}'",
                   function, curl_easy_strerror(result));
@@ -104,7 +185,7 @@ void EngineCookies::deleteCookiesFromRequest(CURL* easy, const std::string& url)
         } else if (endsIn(target.authority_host(), cookie[domain])) {
             writeLine(*logger, log_level::detail, "{}: deleting cookie '{}' for domain '{}'", function, cookie[name],
                       cookie[domain]);
-            curl_easy_setopt(easy, CURLOPT_COOKIELIST, expired(cookie).c_str());
+            setOption(easy, CURLOPT_COOKIELIST, expired(cookie).c_str());
         }
     }
 }

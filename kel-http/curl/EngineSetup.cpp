@@ -65,7 +65,7 @@ void EngineSetup::prepare(const TaskPtr& task) {
     addRedirects(easy, *request);
     addProgress(easy);
     addTimeout(easy, *request);
-    cookies.addCookies(easy, request->config);
+    cookies.addCookies(easy, request->config, task->cookieSave);
     addCredentials(easy, *request);
     body.addHTTPMethodToRequest(easy, request, *task);
     addHeadersToRequest(easy, request, task);
@@ -73,7 +73,7 @@ void EngineSetup::prepare(const TaskPtr& task) {
     engine.addTlsConfig(easy, request);  // virtual: a derived engine may replace it
     addIPVersionToRequest(easy, request);
     addLoopSafeguards(easy);
-    addFreshState(easy, *request);
+    addFreshState(easy, *task);
 }
 
 void EngineSetup::dumpRequest(const Request& request) const {
@@ -221,9 +221,10 @@ void EngineSetup::addLoopSafeguards(CURL* easy) const {
 #endif
 }
 
-void EngineSetup::addFreshState(CURL* easy, const Request& request) const {
-    if (!request.config.reset_state) return;
-    cookies.addFreshCookies(easy, request.config);
+void EngineSetup::addFreshState(CURL* easy, Engine::ActiveTask& task) const {
+    const RequestConfig& config = task.request->config;
+    if (!config.reset_state) return;
+    cookies.addFreshCookies(easy, config, task.cookieSave);
     setOption(easy, CURLOPT_FRESH_CONNECT, 1L);
     setOption(easy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
 }

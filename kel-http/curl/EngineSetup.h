@@ -35,7 +35,7 @@ class EngineSetup {
     static void addHeadersToRequest(CURL* easy, const RequestPtr& request, const TaskPtr& task);
     static void addIPVersionToRequest(CURL* easy, const RequestPtr& request);
     void addLoopSafeguards(CURL* easy) const;
-    void addFreshState(CURL* easy, const Request& request) const;
+    void addFreshState(CURL* easy, Engine::ActiveTask& task) const;
 
     Engine& engine;
     EngineCookies& cookies;

@@ -5,6 +5,7 @@
 
 #include <ctime>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -52,30 +53,39 @@ class EngineCookieStoreTest : public ::testing::Test {
     }
 
     EngineCookies cookies{*logging::getLogger("HttpClient", 0)};
+    CookieSave save;
     CURL* const one = curl_easy_init();
     CURL* const other = curl_easy_init();
 };
 
 TEST_F(EngineCookieStoreTest, TransfersWithAJarShareCookies) {
-    cookies.addCookies(one, with(CookieJar::ro_cookies));
-    cookies.addCookies(other, with(CookieJar::ro_cookies));
+    cookies.addCookies(one, with(CookieJar::ro_cookies), save);
+    cookies.addCookies(other, with(CookieJar::ro_cookies), save);
     put(one, "host.test", "shared");
     EXPECT_THAT(namesIn(other), ElementsAre("shared"));
 }
 
 TEST_F(EngineCookieStoreTest, ATransferWithoutAJarHasNone) {
-    cookies.addCookies(one, with(CookieJar::ro_cookies));
-    cookies.addCookies(other, with(CookieJar::no_cookies));
+    cookies.addCookies(one, with(CookieJar::ro_cookies), save);
+    cookies.addCookies(other, with(CookieJar::no_cookies), save);
     put(one, "host.test", "shared");
     EXPECT_THAT(namesIn(other), IsEmpty());
 }
 
+TEST_F(EngineCookieStoreTest, RefusedJarIsNotLeftOut) {
+    for (const CookieJar jar : {CookieJar::ro_cookies, CookieJar::rw_cookies}) {
+        EXPECT_THROW(cookies.addCookies(nullptr, with(jar), save), std::runtime_error);
+        EXPECT_THROW(cookies.addFreshCookies(nullptr, with(jar), save), std::runtime_error);
+    }
+    EXPECT_NO_THROW(cookies.addCookies(nullptr, with(CookieJar::no_cookies), save));
+}
+
 TEST_F(EngineCookieStoreTest, StartingAfreshForgetsTheCookiesOfThatHostOnly) {
     const RequestConfig config = with(CookieJar::ro_cookies);
-    cookies.addCookies(one, config);
+    cookies.addCookies(one, config, save);
     put(one, "host.test", "gone");
     put(one, "elsewhere.test", "kept");
-    cookies.addFreshCookies(one, config);
+    cookies.addFreshCookies(one, config, save);
     EXPECT_THAT(namesIn(one), ElementsAre("kept"));
 }
 
