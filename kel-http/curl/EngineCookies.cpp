@@ -35,6 +35,17 @@ bool split(std::string_view line, Cookie& cookie) {
     return true;
 }
 
+// A line with more columns than it should have, its value concealed.
+std::string withoutValue(std::string_view line) {
+    std::size_t end = 0;
+    for (std::size_t column = 0; column < value; ++column) {
+        end = line.find('\t', end);
+        if (end == std::string_view::npos) return std::string(line);
+        ++end;
+    }
+    return std::string(line.substr(0, end)).append("xxxxxx");
+}
+
 // Whether the host ends in the domain, in any letter case. Where a label begins does not matter.
 bool endsIn(std::string_view host, std::string_view domain_of_cookie) {
     if (domain_of_cookie.size() > host.size()) return false;
@@ -181,7 +192,7 @@ void EngineCookies::deleteCookiesFromRequest(CURL* easy, const std::string& url)
         Cookie cookie;
         if (!split(line->data, cookie)) {
             writeLine(*logger, log_level::error, "{}: curl cookie didn't split into 7 parts, skipping. [{}]", function,
-                      line->data);
+                      withoutValue(line->data));
         } else if (endsIn(target.authority_host(), cookie[domain])) {
             writeLine(*logger, log_level::detail, "{}: deleting cookie '{}' for domain '{}'", function, cookie[name],
                       cookie[domain]);
