@@ -85,7 +85,7 @@ void ClientImpl::CurlRequest::keep_message(std::string_view message) noexcept {
     try {
         body = message;
     } catch (const std::bad_alloc&) {
-        body.clear();
+        body = out_of_memory;
     }
 }
 

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 #include <system_error>
 #include <vector>
 
@@ -34,10 +35,15 @@ std::string systemText(int error) {
     return std::error_code(error, std::generic_category()).message();
 }
 
+[[noreturn]] void throwUnreadable(int error, const std::string& folder) {
+    throw std::runtime_error(
+        fmt::format("The cookie file '{}' can not be read: {}", cookieFilePath(folder), systemText(error)));
+}
+
 // Why a file that has been opened is not to be used.
-std::string faultOf(int descriptor) {
+std::string faultOf(int descriptor, const std::string& folder) {
     struct stat status {};
-    if (fstat(descriptor, &status) != 0) return "it can not be looked at: " + systemText(errno);
+    if (fstat(descriptor, &status) != 0) throwUnreadable(errno, folder);
     if (!S_ISREG(status.st_mode)) return "it is no regular file: remove it";
     if (status.st_uid != geteuid()) {
         return fmt::format("it belongs to user {}: remove it, or give it to user {}", status.st_uid, geteuid());
@@ -48,11 +54,12 @@ std::string faultOf(int descriptor) {
     return {};
 }
 
-// Why a file that is there can not be opened.
-std::string faultOfOpening(int error) {
+// Why a file that is there can not be opened, as far as that lies in the file.
+std::string faultOfOpening(int error, const std::string& folder) {
     if (error == ELOOP) return "it is a symbolic link: remove it";
     if (error == ENXIO || error == ENODEV) return "it is no regular file: remove it";
-    return "it can not be opened: " + systemText(error);
+    if (error == EACCES || error == EPERM) return "it can not be opened: " + systemText(error);
+    throwUnreadable(error, folder);
 }
 
 // Whether the file holds this text already, for its owner alone.
@@ -149,9 +156,9 @@ OpenedCookieFile openCookieFile(const std::string& folder) {
     Descriptor file(::open(cookieFilePath(folder).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file.isOpen()) {
         const bool absent = errno == ENOENT || errno == ENOTDIR;
-        return {Descriptor(), absent ? std::string() : faultOfOpening(errno)};
+        return {Descriptor(), absent ? std::string() : faultOfOpening(errno, folder)};
     }
-    std::string fault = faultOf(file.get());
+    std::string fault = faultOf(file.get(), folder);
     if (!fault.empty()) return {Descriptor(), std::move(fault)};
     return {std::move(file), {}};
 }

@@ -45,7 +45,8 @@ struct OpenedCookieFile {
 };
 
 // It may be used when it is a regular file (no link to one) of this user that nobody else may write to, or when there is
-// none. Waits for nobody: neither for a pipe's other end nor for a device.
+// none. Waits for nobody: neither for a pipe's other end nor for a device. Throws std::runtime_error when it can not be had
+// for a reason that may pass, as when there is no descriptor left: what the file holds is not known then.
 OpenedCookieFile openCookieFile(const std::string& folder);
 
 // Replaces the file with one of this text, which this user alone may read, unless it is one already. Returns what went

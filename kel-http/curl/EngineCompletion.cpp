@@ -71,10 +71,11 @@ constexpr std::array<TimingFigure, 7> timing_figures = {{
 
 }  // namespace
 
-EngineCompletion::EngineCompletion(EngineTransfers& of_transfers, EngineProxy& of_proxy,
+EngineCompletion::EngineCompletion(EngineTransfers& of_transfers, EngineProxy& of_proxy, EngineTls& of_tls,
                                    const Engine::CallbackHandler& handler, Retry again, logging::Logger& log)
     : transfers(of_transfers),
       proxy(of_proxy),
+      tls(of_tls),
       callbackHandler(handler),
       addNewRequestNextProxy(std::move(again)),
       logger(&log) {}
@@ -97,6 +98,7 @@ EngineCompletion::Completion EngineCompletion::completeTask(void* easy, CURLcode
     KO_ASSERT(ret == CURLE_OK);
     writeLine(*logger, log_level::always, "({}) HTTP: Incoming <= {}, '{}'", request->id(), responseCode,
               curl_easy_strerror(result));
+    tls.noteResult(result);
     addTimingData(easy, request);
     addRedirectURL(request, easy);
     if (task->fault) {

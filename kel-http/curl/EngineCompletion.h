@@ -7,6 +7,7 @@
 
 #include "kel-http/curl/ActiveTask.h"
 #include "kel-http/curl/EngineProxy.h"
+#include "kel-http/curl/EngineTls.h"
 #include "kel-http/curl/EngineTransfers.h"
 #include "logging/Logger.h"
 
@@ -22,8 +23,8 @@ class EngineCompletion {
     // Which of them it became.
     enum class Completion { final, retry };
 
-    EngineCompletion(EngineTransfers& of_transfers, EngineProxy& of_proxy, const Engine::CallbackHandler& handler,
-                     Retry again, logging::Logger& log);
+    EngineCompletion(EngineTransfers& of_transfers, EngineProxy& of_proxy, EngineTls& of_tls,
+                     const Engine::CallbackHandler& handler, Retry again, logging::Logger& log);
 
     // Completes all transfers of which libcurl has said so.
     void processCompletedTasks();
@@ -43,6 +44,7 @@ class EngineCompletion {
 
     EngineTransfers& transfers;
     EngineProxy& proxy;
+    EngineTls& tls;
     const Engine::CallbackHandler callbackHandler;
     const Retry addNewRequestNextProxy;
     logging::Logger* const logger;

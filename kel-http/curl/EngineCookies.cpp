@@ -169,8 +169,10 @@ void EngineCookies::saveCookies(const std::string& folder, bool with_those_of_th
         if (fault.empty()) return;
         writeLine(*logger, log_level::error, "{}: The cookies can not be kept in '{}', which stays as it was: {}",
                   "saveCookies", cookieFilePath(folder), fault);
-    } catch (...) {
+    } catch (const std::bad_alloc&) {
         logger->write(log_level::error, "saveCookies: The cookie file stays as it was: there is no memory for more");
+    } catch (const std::exception& error) {
+        writeLine(*logger, log_level::error, "{}: The cookies can not be kept: {}", "saveCookies", error.what());
     }
 }
 

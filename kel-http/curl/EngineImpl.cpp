@@ -20,10 +20,10 @@ Engine::Impl::Impl(Engine& owner, const CallbackHandler& handler, ProxyBlackList
       waiting(*logger),
       queue(waiting, *logger),
       proxy(clock, *logger),
-      tls(*logger),
+      tls(*logger, clock),
       setup(owner, cookies, body, proxy, *logger),
       completion(
-          transfers, proxy, handler,
+          transfers, proxy, tls, handler,
           [this](const RequestPtr& request, std::function<void()>& outcome) {
               addNewRequestNextProxy(request, outcome);
           },

@@ -81,7 +81,7 @@ struct Engine::Impl {
     EngineWait waiting;
     EngineQueue queue;
     EngineProxy proxy;
-    const EngineTls tls;
+    EngineTls tls;
     EngineSetup setup;
     EngineCompletion completion;
     EngineSettling settling;

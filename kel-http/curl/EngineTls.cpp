@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kel-http/curl/EngineTls.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "certificate/certificate.h"
@@ -121,6 +122,32 @@ void addVerification(CURL* easy, const RequestConfig& config) {
 
 }  // namespace
 
+void EngineTls::noteResult(CURLcode result) {
+    switch (result) {
+        case CURLE_OUT_OF_MEMORY:
+        case CURLE_SSL_CONNECT_ERROR:
+        case CURLE_SSL_CERTPROBLEM:
+        case CURLE_PEER_FAILED_VERIFICATION:
+        case CURLE_SSL_CACERT_BADFILE:
+            lastFailure = clock();
+            break;
+        default:
+            break;
+    }
+}
+
+// libcurl keeps the certificates of a CA file for a day. What it has read while memory was short is not complete, and
+// fails each handshake for as long: what was read before one failed is read anew.
+void EngineTls::addCertificateCache([[maybe_unused]] CURL* easy) const {
+#if LIBCURL_VERSION_NUM >= 0x075700
+    if (!lastFailure) return;
+    constexpr std::chrono::seconds a_day = std::chrono::hours(24);
+    const auto age = std::chrono::duration_cast<std::chrono::seconds>(clock() - *lastFailure);
+    // Unchecked: not every TLS library has such a cache.
+    curl_easy_setopt(easy, CURLOPT_CA_CACHE_TIMEOUT, static_cast<long>(std::min(age, a_day).count()));
+#endif
+}
+
 void EngineTls::addTlsConfig(CURL* easy, Request& request) const {
     RequestConfig& config = request.config;
     const bool alone = needsOwnConnection(config);
@@ -135,6 +162,7 @@ void EngineTls::addTlsConfig(CURL* easy, Request& request) const {
         addOwnIdentity(easy, config);
     }
     addVerification(easy, config);
+    addCertificateCache(easy);
     if (alone) addOwnConnection(easy);
 }
 

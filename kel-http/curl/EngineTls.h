@@ -3,6 +3,9 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
+#include <tl/optional.hpp>
+
 #include "kel-http/curl/Request.h"
 #include "logging/Logger.h"
 
@@ -12,13 +15,24 @@ namespace kel::http {
 // shared. What libcurl has no option for is set in `Tls.h`, when the handshake begins. Engine thread.
 class EngineTls {
  public:
-    explicit EngineTls(logging::Logger& log) : logger(&log) {}
+    using Clock = std::chrono::steady_clock::time_point (*)();
+
+    explicit EngineTls(logging::Logger& log, Clock of_handshakes = &std::chrono::steady_clock::now)
+        : clock(of_handshakes), logger(&log) {}
 
     // The options of a transfer, which borrows the request's configuration. Throws when a verifier can not be installed, when
     // libcurl refuses what trust or identity depends on, and what `TlsFiles.h` throws.
     void addTlsConfig(CURL* easy, Request& request) const;
 
+    // Hears how each transfer has ended.
+    void noteResult(CURLcode result);
+
  private:
+    void addCertificateCache(CURL* easy) const;
+
+    const Clock clock;
+    // When a handshake failed last; never, to begin with.
+    tl::optional<std::chrono::steady_clock::time_point> lastFailure;
     logging::Logger* const logger;
 };
 

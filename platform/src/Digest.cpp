@@ -3,6 +3,8 @@
 
 #include <openssl/evp.h>
 
+#include <new>
+
 #include "ko/assert.h"
 
 namespace checksum {
@@ -10,34 +12,40 @@ namespace {
 
 class Sha256 final : public Digest {
  public:
-    Sha256() : context_(EVP_MD_CTX_new()) {
-        KO_ASSERT(context_ != nullptr);
-        start();
-    }
-    ~Sha256() override { EVP_MD_CTX_free(context_); }
-    Sha256(const Sha256&) = delete;
-    Sha256& operator=(const Sha256&) = delete;
+    Sha256() { start(); }
 
     void do_update(ko::span<const unsigned char> data) override {
-        const int updated = EVP_DigestUpdate(context_, data.data(), data.size());
+        startAnew();
+        const int updated = EVP_DigestUpdate(context_.get(), data.data(), data.size());
         KO_ASSERT(updated == 1);
     }
 
     std::vector<unsigned char> done() override {
+        startAnew();
         std::vector<unsigned char> bytes(static_cast<std::size_t>(EVP_MD_size(EVP_sha256())));
-        const int finished = EVP_DigestFinal_ex(context_, bytes.data(), nullptr);
+        const int finished = EVP_DigestFinal_ex(context_.get(), bytes.data(), nullptr);
         KO_ASSERT(finished == 1);
-        start();
+        started_ = false;
         return bytes;
     }
 
  private:
-    void start() {
-        const int started = EVP_DigestInit_ex(context_, EVP_sha256(), nullptr);
-        KO_ASSERT(started == 1);
+    struct Release {
+        void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+    };
+
+    // Not before somebody wants another checksum: beginning takes memory.
+    void startAnew() {
+        if (!started_) start();
     }
 
-    EVP_MD_CTX* const context_;
+    void start() {
+        if (!context_ || EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) != 1) throw std::bad_alloc();
+        started_ = true;
+    }
+
+    const std::unique_ptr<EVP_MD_CTX, Release> context_{EVP_MD_CTX_new()};
+    bool started_ = false;
 };
 
 }  // namespace

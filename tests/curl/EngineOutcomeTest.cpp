@@ -36,8 +36,13 @@ class EngineOutcomeTest : public ::testing::Test {
     std::vector<RequestPtr> again;
     EngineTransfers transfers;
     EngineProxy proxy{&TestClock::now, log};
-    EngineCompletion completion{transfers, proxy, [this](const std::function<void()>& closure) { take(closure); },
-                                [this](const RequestPtr& next, std::function<void()>&) { retry(next); }, log};
+    EngineTls tls{log};
+    EngineCompletion completion{transfers,
+                                proxy,
+                                tls,
+                                [this](const std::function<void()>& closure) { take(closure); },
+                                [this](const RequestPtr& next, std::function<void()>&) { retry(next); },
+                                log};
 
     void take(const std::function<void()>& closure) {
         handedOver.push_back(closure);

@@ -157,6 +157,7 @@ TEST_F(InterposedCookiesTest, ListThatCanNotBeReadIsTold) {
 TEST_F(InterposedCookiesTest, LinesWithOtherThanSevenFieldsAreToldAndSkipped) {
     const std::string six = "127.0.0.1\tFALSE\t/\tFALSE\t0\tname=value";
     const std::string eight = "127.0.0.1\tFALSE\t/\tFALSE\t0\tname\tval\tue";
+    const std::string concealed = "127.0.0.1\tFALSE\t/\tFALSE\t0\tname\txxxxxx";  // the value may be a session
     const std::string blanks = "127.0.0.1 FALSE / FALSE 0 name value";
     const std::string good = "127.0.0.1\tFALSE\t/\tFALSE\t0\tgood\t";
     const std::string hollow = "127.0.0.1\t\t\t\t\t\t";
@@ -171,12 +172,12 @@ TEST_F(InterposedCookiesTest, LinesWithOtherThanSevenFieldsAreToldAndSkipped) {
     {
         const LogCapture log("HttpClient", 8);
         run(in(CookieJar::ro_cookies, true))->outcome.await("end");
-        EXPECT_THAT(cookieLines(log), ElementsAre(skipped(six), skipped(eight), skipped(blanks), skipped(""),
+        EXPECT_THAT(cookieLines(log), ElementsAre(skipped(six), skipped(concealed), skipped(blanks), skipped(""),
                                                   deleted("good"), deleted("")));
     }
     const LogCapture log("HttpClient", 1);
     run(in(CookieJar::ro_cookies, true))->outcome.await("end");
-    EXPECT_THAT(cookieLines(log), ElementsAre(skipped(six), skipped(eight), skipped(blanks), skipped("")));
+    EXPECT_THAT(cookieLines(log), ElementsAre(skipped(six), skipped(concealed), skipped(blanks), skipped("")));
 }
 
 TEST_F(InterposedCookiesTest, ListOfARequestThatIsNotFreshIsNotAskedFor) {

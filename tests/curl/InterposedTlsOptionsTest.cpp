@@ -6,8 +6,10 @@
 #include "curl/Interposed.h"
 #include "curl/LineMatcher.h"
 #include "fixture/EngineTest.h"
+#include "fixture/TestClock.h"
 #include "fixture/TestHost.h"
 #include "fixture/Verifiers.h"
+#include "kel-http/curl/EngineTls.h"
 #include "support/Files.h"
 #include "support/TemporaryDirectory.h"
 
@@ -16,6 +18,7 @@ namespace {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
 using Options = std::vector<std::string>;
@@ -62,6 +65,10 @@ class InterposedTlsOptionsTest : public EngineTest {
         last = run(config);
         last->outcome.awaitCount(1);
         drain();
+        return noted(names);
+    }
+
+    Options noted(const Options& names) const {
         Options found;
         for (const std::string& option : interposed.options()) {
             const std::string name = option.substr(0, option.find('='));
@@ -250,6 +257,33 @@ TEST_F(InterposedTlsOptionsTest, HostWithoutABundleTrustsNobody) {
     config.ca_dir = "/ca";
     EXPECT_THAT(optionsOf(config, authorities), ElementsAre("CURLOPT_CAINFO=" + cert, "CURLOPT_CAPATH=/ca"));
 }
+
+#if LIBCURL_VERSION_NUM >= 0x075700
+// What was read while memory was short would fail all handshakes for a day.
+TEST_F(InterposedTlsOptionsTest, CertificatesThatWereReadBeforeAFailedHandshakeAreReadAnew) {
+    const std::string lifetime = "CURLOPT_" + std::to_string(static_cast<int>(CURLOPT_CA_CACHE_TIMEOUT));
+    EngineTls tls(*logging::getLogger("HttpClient", 0), &TestClock::now);
+    RecordingRequest request;
+    const std::unique_ptr<CURL, void (*)(CURL*)> easy(curl_easy_init(), &curl_easy_cleanup);
+    const auto told = [&] {
+        interposed.forgetOptions();
+        tls.addTlsConfig(easy.get(), request);
+        return noted({lifetime});
+    };
+    EXPECT_THAT(told(), IsEmpty());
+    tls.noteResult(CURLE_OK);
+    tls.noteResult(CURLE_COULDNT_CONNECT);
+    EXPECT_THAT(told(), IsEmpty());
+    tls.noteResult(CURLE_PEER_FAILED_VERIFICATION);
+    EXPECT_THAT(told(), ElementsAre(lifetime + "=0"));
+    TestClock::advance(std::chrono::seconds(7));
+    EXPECT_THAT(told(), ElementsAre(lifetime + "=7"));
+    TestClock::advance(std::chrono::hours(48));
+    EXPECT_THAT(told(), ElementsAre(lifetime + "=86400"));
+    tls.noteResult(CURLE_SSL_CONNECT_ERROR);
+    EXPECT_THAT(told(), ElementsAre(lifetime + "=0"));
+}
+#endif
 
 }  // namespace
 }  // namespace kel::http::test
