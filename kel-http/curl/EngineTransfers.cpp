@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "kel-http/curl/CurlLibrary.h"
 #include "kel-http/curl/Hooks.h"
 #include "kel-http/curl/RequestImpl.h"
 
@@ -18,6 +19,7 @@ EngineTransfers::~EngineTransfers() {
 }
 
 TaskPtr EngineTransfers::enter(const RequestPtr& request) {
+    CurlLibrary::fillReserve();
     TaskPtr task = std::make_shared<Engine::ActiveTask>(request);
     if (task->easy == nullptr) throw std::bad_alloc();
     activeTasks[task->easy] = task;

@@ -72,16 +72,16 @@ TEST_F(InterposedOptionsTest, PlainGetSetsItsOptionsInOrder) {
     options.erase(std::remove_if(options.begin(), options.end(), own), options.end());
     EXPECT_THAT(
         options,
-        ElementsAre(
-            "CURLOPT_READFUNCTION=set", "CURLOPT_VERBOSE=1", "CURLOPT_DEBUGFUNCTION=set", "CURLOPT_DEBUGDATA=set",
-            "CURLOPT_ERRORBUFFER=set", "CURLOPT_181=3", "CURLOPT_DEFAULT_PROTOCOL=http",
-            "CURLOPT_URL=" + server.url("/plain"), "CURLOPT_WRITEFUNCTION=set", "CURLOPT_WRITEDATA=easy",
-            "CURLOPT_HEADERFUNCTION=set", "CURLOPT_HEADERDATA=easy", "CURLOPT_FOLLOWLOCATION=1", "CURLOPT_MAXREDIRS=5",
-            "CURLOPT_XFERINFOFUNCTION=set", "CURLOPT_XFERINFODATA=easy", "CURLOPT_NOPROGRESS=0", "CURLOPT_SHARE=set",
-            "CURLOPT_COOKIEFILE=", Default_headers, "CURLOPT_SSLVERSION=5", "CURLOPT_SSL_CTX_DATA=set",
-            "CURLOPT_SSL_CTX_FUNCTION=set", "CURLOPT_SSL_VERIFYPEER=1", "CURLOPT_SSL_VERIFYHOST=2",
-            "CURLOPT_CAINFO=/etc/ssl/certs/ca-certificates.crt", "CURLOPT_CAPATH=null", "CURLOPT_IPRESOLVE=0",
-            "CURLOPT_322=1", "CURLOPT_ERRORBUFFER=null", "CURLOPT_NOPROGRESS=1"));
+        ElementsAre("CURLOPT_READFUNCTION=set", "CURLOPT_VERBOSE=1", "CURLOPT_DEBUGFUNCTION=set",
+                    "CURLOPT_DEBUGDATA=set", "CURLOPT_ERRORBUFFER=set", "CURLOPT_181=3",
+                    "CURLOPT_DEFAULT_PROTOCOL=http", "CURLOPT_URL=" + server.url("/plain"), "CURLOPT_WRITEFUNCTION=set",
+                    "CURLOPT_WRITEDATA=easy", "CURLOPT_HEADERFUNCTION=set", "CURLOPT_HEADERDATA=easy",
+                    "CURLOPT_FOLLOWLOCATION=1", "CURLOPT_MAXREDIRS=5", "CURLOPT_XFERINFOFUNCTION=set",
+                    "CURLOPT_XFERINFODATA=easy", "CURLOPT_NOPROGRESS=0", "CURLOPT_SHARE=set",
+                    "CURLOPT_COOKIEFILE=", Default_headers, "CURLOPT_SSLVERSION=5", "CURLOPT_SSL_CTX_DATA=set",
+                    "CURLOPT_SSL_CTX_FUNCTION=set", "CURLOPT_SSL_VERIFYPEER=1", "CURLOPT_SSL_VERIFYHOST=2",
+                    "CURLOPT_CAINFO=/etc/ssl/certs/ca-certificates.crt", "CURLOPT_CAPATH=null", "CURLOPT_IPRESOLVE=0",
+                    "CURLOPT_322=1", "CURLOPT_ERRORBUFFER=null", "CURLOPT_NOPROGRESS=1"));
 }
 
 TEST_F(InterposedOptionsTest, EveryOptionHasItsPlace) {

@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+#include "kel-http/curl/CurlLibrary.h"
+
+#include <curl/curl.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace kel::http {
+namespace {
+
+// What a transfer takes at most between two looks at the reserve, save its large buffers, which libcurl does not leave out.
+constexpr std::size_t reserve_bytes = 32 * 1024;
+
+// Any thread: libcurl looks names up on threads of its own.
+std::atomic<void*> reserve{nullptr};
+
+void giveReserveBack() {
+    std::free(reserve.exchange(nullptr));
+}
+
+void* allocate(std::size_t bytes) {
+    void* const memory = std::malloc(bytes);
+    if (memory != nullptr || bytes == 0) return memory;
+    giveReserveBack();
+    return std::malloc(bytes);
+}
+
+void* allocateZeroed(std::size_t count, std::size_t bytes) {
+    void* const memory = std::calloc(count, bytes);
+    if (memory != nullptr) return memory;
+    giveReserveBack();
+    return std::calloc(count, bytes);
+}
+
+void* reallocate(void* memory, std::size_t bytes) {
+    void* const moved = std::realloc(memory, bytes);
+    if (moved != nullptr || bytes == 0) return moved;
+    giveReserveBack();
+    return std::realloc(memory, bytes);
+}
+
+char* duplicate(const char* text) {
+    const std::size_t bytes = std::strlen(text) + 1;
+    void* const copy = allocate(bytes);
+    return copy == nullptr ? nullptr : static_cast<char*>(std::memcpy(copy, text, bytes));
+}
+
+void initialise() {
+    if (curl_global_init_mem(CURL_GLOBAL_ALL, &allocate, &std::free, &reallocate, &duplicate, &allocateZeroed) !=
+        CURLE_OK) {
+        giveReserveBack();
+        throw std::bad_alloc();
+    }
+}
+
+}  // namespace
+
+CurlLibrary::CurlLibrary() {
+    fillReserve();
+    initialise();
+    // libcurl counts. This is the call by which programs know that it is in use.
+    if (curl_global_init(CURL_GLOBAL_ALL) == CURLE_OK) return;
+    curl_global_cleanup();
+    giveReserveBack();
+    throw std::bad_alloc();
+}
+
+void CurlLibrary::close() {
+    if (!isOpen) return;
+    isOpen = false;
+    curl_global_cleanup();
+    curl_global_cleanup();
+    giveReserveBack();
+}
+
+void CurlLibrary::fillReserve() {
+    if (reserve != nullptr) return;
+    void* const memory = std::malloc(reserve_bytes);
+    if (memory == nullptr) throw std::bad_alloc();
+    std::free(reserve.exchange(memory));
+}
+
+}  // namespace kel::http
