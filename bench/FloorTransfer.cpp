@@ -35,6 +35,7 @@ CURL* FloorTransfer::setUp(CURLSH* cookies, const FloorFiles& files) {
 }
 
 void FloorTransfer::addCallbacks() {
+    curl_easy_setopt(easy_, CURLOPT_READFUNCTION, &FloorTransfer::sendNothing);
     curl_easy_setopt(easy_, CURLOPT_VERBOSE, 1L);
     curl_easy_setopt(easy_, CURLOPT_DEBUGFUNCTION, &FloorTransfer::trace);
     curl_easy_setopt(easy_, CURLOPT_DEBUGDATA, this);
@@ -110,6 +111,10 @@ int FloorTransfer::trace(CURL*, curl_infotype, char*, std::size_t, void*) {
 std::size_t FloorTransfer::takeHeader(char* data, std::size_t size, std::size_t count, void* transfer) {
     static_cast<FloorTransfer*>(transfer)->headers_.append(data, size * count);
     return size * count;
+}
+
+std::size_t FloorTransfer::sendNothing(char* /*buffer*/, std::size_t /*size*/, std::size_t /*count*/, void* /*data*/) {
+    return CURL_READFUNC_ABORT;
 }
 
 std::size_t FloorTransfer::takeBody(char* data, std::size_t size, std::size_t count, void* transfer) {

@@ -50,6 +50,7 @@ class FloorTransfer {
 
     static int trace(CURL* easy, curl_infotype type, char* data, std::size_t size, void* context);
     static std::size_t takeHeader(char* data, std::size_t size, std::size_t count, void* transfer);
+    static std::size_t sendNothing(char* buffer, std::size_t size, std::size_t count, void* data);
     static std::size_t takeBody(char* data, std::size_t size, std::size_t count, void* transfer);
     static int takeProgress(void* transfer, curl_off_t total, curl_off_t now, curl_off_t, curl_off_t);
     static CURLcode leaveContext(CURL* easy, void* context, void* transfer);
