@@ -217,7 +217,8 @@ void EngineSetup::addLoopSafeguards(CURL* easy) const {
     setOption(easy, CURLOPT_SOCKOPTDATA, &engine);
 #if LIBCURL_VERSION_NUM >= 0x075700
     // A name look-up that hangs is left to itself when its transfer ends; libcurl would wait for it, and all transfers with it.
-    setOption(easy, CURLOPT_QUICK_EXIT, 1L);
+    // Unchecked: the program may run with an older libcurl than this was built with.
+    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);
 #endif
 }
 
