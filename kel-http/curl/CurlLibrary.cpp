@@ -13,7 +13,7 @@ namespace kel::http {
 namespace {
 
 // What a transfer takes at most between two looks at the reserve, save its large buffers, which libcurl does not leave out.
-constexpr std::size_t reserve_bytes = 32 * 1024;
+constexpr std::size_t reserve_bytes = 32768;
 
 // Any thread: libcurl looks names up on threads of its own.
 std::atomic<void*> reserve{nullptr};

@@ -18,8 +18,8 @@ namespace kel::http {
 // What a build of libcurl may lack, and can do without, is set by curl_easy_setopt() itself, with a word about why.
 template <typename Value>
 void setOption(CURL* easy, CURLoption option, Value value) {
-    // libcurl takes what it gets for a long, a curl_off_t or a pointer.
-    static_assert(!std::is_integral_v<Value> || sizeof(Value) >= sizeof(long), "libcurl reads a long");
+    // libcurl takes what it gets for one of these.
+    static_assert(std::is_same_v<Value, long> || std::is_same_v<Value, curl_off_t> || std::is_pointer_v<Value>);
     const CURLcode result = curl_easy_setopt(easy, option, value);
     if (result != CURLE_OK) refuseOption(option, result);
 }

@@ -49,7 +49,7 @@ class UploadFile {
     void noteFailure(int error) noexcept;
 
     struct CloseStream {
-        void operator()(std::FILE* stream) const { std::fclose(stream); }
+        void operator()(std::FILE* opened) const { std::fclose(opened); }
     };
 
     const std::string path;
