@@ -31,7 +31,8 @@ struct KelHttpClientTag {};
 // Needs:     a kel::http::Engine, made by the program before the first request and kept until the last one has ended.
 //            Without one a request is accepted, but nothing is sent and no callback comes. Cancel what is still running
 //            before the engine is destroyed: it ends transfers without a word, and the client would wait for ever. The
-//            executor has to outlive the engine.
+//            executor has to outlive the engine, unless its client has cancelled everything and Engine::settle() has
+//            returned since.
 // Memory:    an outcome is never lost for want of memory. When there is none for the response, ClientFailure::Other with
 //            the text "Out of memory" comes instead, also for a download that is in its place by then. When the
 //            executor's post() throws std::bad_alloc, it is called again every 10 ms by the thread that completes
@@ -60,7 +61,8 @@ class KEL_HTTP_EXPORT Client {
     // Threads:   the thread that first used this client. Any other one stops the process.
     // Ownership: everything is copied; the client lives on until the outcome has been delivered.
     // Units:     config.timeout in milliseconds, 0 for none; config.speed_limit in bytes per second.
-    // Errors:    std::bad_alloc, with nothing started; a failed transfer arrives in `error_cb`. An empty callback stops the process.
+    // Errors:    std::bad_alloc, with nothing started; a failed transfer arrives in `error_cb`. An empty callback stops
+    //            the process.
     // Needs:     an Engine. Without one nothing is sent and no callback comes; one line at level 1 says so.
     virtual RequestId start_request(const RequestConfig& config, const LogFilter& filter,
                                     const ResponseCallback& response_cb, const ErrorCallback& error_cb) = 0;
@@ -74,8 +76,8 @@ class KEL_HTTP_EXPORT Client {
     // save after a power cut, as nothing is synced. With config.resume the body is appended to `path` itself: one
     // download at a time. `progress_cb` is called about once a second, and whenever a body is complete, that of a
     // followed redirect included; never after the outcome.
-    // Errors:    std::bad_alloc, with nothing started; what can not be written ends in ClientFailure::WriteFailed; what the server can not resume in
-    //            RangeError; resuming what is no file in Other.
+    // Errors:    std::bad_alloc, with nothing started; what can not be written ends in ClientFailure::WriteFailed; what
+    //            the server can not resume in RangeError; resuming what is no file, or can not be looked at, in Other.
     virtual RequestId start_download(const RequestConfig& config, const std::string& path, const LogFilter& filter,
                                      const ResponseCallback& response_cb, const ErrorCallback& error_cb,
                                      const ProgressCallback& progress_cb) = 0;

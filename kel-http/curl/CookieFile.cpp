@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kel-http/curl/CookieFile.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -89,6 +91,7 @@ class Sibling {
             std::snprintf(name, sizeof(name), "%s.%ld", sibling_name, static_cast<long>(getpid()));
         } else {
             std::snprintf(name, sizeof(name), "%s", sibling_name);
+            is_first = true;
         }
     }
     Sibling(const Sibling&) = delete;
@@ -100,6 +103,23 @@ class Sibling {
     // Each returns the step that failed, with errno, or null.
     const char* removeEarlierOne() const {
         return unlinkat(folder, name, 0) != 0 && errno != ENOENT ? "remove an earlier one" : nullptr;
+    }
+
+    // Those of the later ones that were killed meanwhile. What can not be looked at stays.
+    void removeThoseOfTheDead() const {
+        if (!is_first) return;
+        Descriptor copy(fcntl(folder, F_DUPFD_CLOEXEC, 0));
+        DIR* const entries = copy.isOpen() ? fdopendir(copy.get()) : nullptr;
+        if (entries == nullptr) return;
+        copy.release();
+        rewinddir(entries);  // the copy stands where the folder does
+        while (const dirent* const entry = readdir(entries)) {
+            const long process = processOf(entry->d_name);
+            if (process > 0 && kill(static_cast<pid_t>(process), 0) != 0 && errno == ESRCH) {
+                unlinkat(folder, entry->d_name, 0);
+            }
+        }
+        closedir(entries);
     }
 
     const char* write(std::string_view text) {
@@ -122,8 +142,17 @@ class Sibling {
     }
 
  private:
+    // 0: it is no such file's name.
+    static long processOf(std::string_view entry) {
+        const std::string_view prefix = sibling_name;
+        if (entry.substr(0, prefix.size()) != prefix || entry.size() <= prefix.size() + 1) return 0;
+        return std::strtol(entry.data() + prefix.size() + 1, nullptr, 10);
+    }
+
     const int folder;
     char name[64];
+    // Nobody else of those who write is at it.
+    bool is_first = false;
     bool exists = false;
 };
 
@@ -170,7 +199,10 @@ std::string replaceCookieFile(const std::string& folder, std::string_view text) 
     const char* failed = sibling.removeEarlierOne();
     // Most transfers change no cookie, and waiting for the disk holds up all of them.
     if (failed == nullptr && isUpToDate(place.get(), text)) return {};
-    if (failed == nullptr) failed = sibling.write(text);
+    if (failed == nullptr) {
+        sibling.removeThoseOfTheDead();
+        failed = sibling.write(text);
+    }
     if (failed == nullptr) failed = sibling.rename(file_name);
     if (failed == nullptr) return {};
     return fmt::format("{} fails: {}", failed, systemText(errno));

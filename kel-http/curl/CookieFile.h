@@ -29,6 +29,8 @@ class Descriptor {
 
     int get() const { return descriptor; }
     bool isOpen() const { return descriptor >= 0; }
+    // Somebody else closes it now.
+    void release() { descriptor = -1; }
     // False when the file system reports what it could not write.
     bool close() noexcept;
 

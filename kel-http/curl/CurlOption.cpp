@@ -8,21 +8,12 @@
 #include <string>
 
 namespace kel::http {
-namespace {
 
-std::string nameOf(CURLoption option) {
-#if LIBCURL_VERSION_NUM >= 0x074900
-    if (const curl_easyoption* const known = curl_easy_option_by_id(option)) return known->name;
-#endif
-    return std::to_string(static_cast<int>(option));
-}
-
-}  // namespace
-
+// By its number, which <curl/curl.h> tells: libcurl knows names only since 7.73.
 void refuseOption(CURLoption option, CURLcode result) {
     if (result == CURLE_OUT_OF_MEMORY) throw std::bad_alloc();
-    throw std::runtime_error(
-        fmt::format("libcurl refuses option {} of the request: {}", nameOf(option), curl_easy_strerror(result)));
+    throw std::runtime_error(fmt::format("libcurl refuses option {} of the request: {}", static_cast<int>(option),
+                                         curl_easy_strerror(result)));
 }
 
 void refuseCall(const char* what, CURLcode result) {

@@ -9,7 +9,7 @@ namespace kel::http {
 
 // Throws what says that libcurl has refused something without which another request would be sent, or to somebody else,
 // or with other credentials, or trusting others: std::bad_alloc for want of memory, else std::runtime_error with a text
-// that names the option or `what`.
+// that tells the option's number or names `what`.
 [[noreturn]] void refuseOption(CURLoption option, CURLcode result);
 [[noreturn]] void refuseCall(const char* what, CURLcode result);
 

@@ -103,7 +103,8 @@ class KEL_HTTP_EXPORT Engine {
     static void ask(const std::function<void(Engine&)>& question);
 
     // Waits until everything has run that was queued before, so that the engine holds nothing any more that was cancelled
-    // before: what such a request refers to, an executor for one, may end. Returns at once when the loop has ended.
+    // before: what such a request refers to, an executor for one, may end, once the callback handler, too, has no
+    // completion of it in hands. Returns at once when the loop has ended.
     // Neither on the engine thread nor on one that the callback handler waits for.
     void settle();
 

@@ -2,6 +2,7 @@
 #include "kel-http/curl/EngineBody.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -33,20 +34,35 @@ long sizeForCurl(std::uintmax_t size) {
     return fitsLongOption(size) ? static_cast<long>(size) : -1L;
 }
 
-// libcurl sends a request again whose connection turns out to be dead, and goes on reading where it was: it has to be told
-// that the body begins anew, each time that a request is about to be sent.
+// libcurl, from 7.80 on, tells when a request is about to be sent. It is asked when the library runs, as that may be with
+// an older one than the library was built with.
+std::atomic<bool> libcurl_tells_beginnings{true};
+
 #if LIBCURL_VERSION_NUM >= 0x075000
 int beginBody(void* task, char* /*peer*/, char* /*own*/, int /*peer_port*/, int /*own_port*/) {
     EngineBody::rewind(*static_cast<Engine::ActiveTask*>(task));
     return CURL_PREREQFUNC_OK;
 }
+
+CURLcode askForBeginnings(CURL* easy, Engine::ActiveTask& task) {
+    const CURLcode result = curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, &beginBody);
+    return result == CURLE_OK ? curl_easy_setopt(easy, CURLOPT_PREREQDATA, &task) : result;
+}
+#else
+CURLcode askForBeginnings(CURL* /*easy*/, Engine::ActiveTask& /*task*/) {
+    return CURLE_UNKNOWN_OPTION;
+}
 #endif
 
-void addBeginning([[maybe_unused]] CURL* easy, [[maybe_unused]] Engine::ActiveTask& task) {
-#if LIBCURL_VERSION_NUM >= 0x075000
-    setOption(easy, CURLOPT_PREREQFUNCTION, &beginBody);
-    setOption(easy, CURLOPT_PREREQDATA, &task);
-#endif
+// libcurl sends a request again whose connection turns out to be dead, and goes on reading where it was: it has to be told
+// that the body begins anew, each time that a request is about to be sent. Where libcurl does not say so the trace does.
+void addBeginning(CURL* easy, Engine::ActiveTask& task) {
+    const CURLcode result = askForBeginnings(easy, task);
+    if (result == CURLE_UNKNOWN_OPTION) {
+        libcurl_tells_beginnings = false;
+    } else {
+        requireCall(result, "to tell when a request is about to be sent");
+    }
 }
 
 }  // namespace
@@ -151,6 +167,7 @@ std::uint64_t EngineBody::addMimeFile(curl_mimepart* part, Engine::ActiveTask& t
     const char* const path = content.file_path.c_str();
     task.files.emplace_back(content.file_path, task.fault);
     UploadFile& file = task.files.back();
+    file.openForReadingOnly();
     requireCall(curl_mime_data_cb(part, static_cast<curl_off_t>(file.size()), &UploadFile::readFunction,
                                   &UploadFile::seekFunction, nullptr, &file),
                 "a file of the form");
@@ -176,6 +193,10 @@ int EngineBody::seek(Engine::ActiveTask& task, curl_off_t offset, int origin) {
     if (static_cast<std::uint64_t>(offset) > task.request->config.body.size()) return CURL_SEEKFUNC_FAIL;
     task.uploadOffset = static_cast<std::uint64_t>(offset);
     return CURL_SEEKFUNC_OK;
+}
+
+bool EngineBody::needsTrace() {
+    return !libcurl_tells_beginnings;
 }
 
 // A form is rewound by libcurl itself.

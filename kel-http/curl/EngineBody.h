@@ -27,6 +27,8 @@ class EngineBody {
 
     // Goes back to the beginning of the body, which is about to be sent, perhaps once more.
     static void rewind(Engine::ActiveTask& task);
+    // Whether only the trace tells that: libcurl is an older one.
+    static bool needsTrace();
 
  private:
     void addUpload(CURL* easy, const Request& request, Engine::ActiveTask& task) const;

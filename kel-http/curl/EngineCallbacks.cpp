@@ -126,13 +126,10 @@ int Engine::traceTransfer(CURL* easy, curl_infotype type, char* data, std::size_
     // The engine's destructor frees transfers while libcurl still talks about them.
     const Engine* const engine = currentEngine;
     const bool serving = engine != nullptr && !engine->impl->shuttingDown;
-#if LIBCURL_VERSION_NUM < 0x075000
-    // Nothing else tells that a request is about to be sent, perhaps once more: all of its header goes before its body.
-    if (ActiveTask* const task =
-            serving && type == CURLINFO_HEADER_OUT ? engine->impl->transfers.find(easy) : nullptr) {
-        EngineBody::rewind(*task);
+    // All of a request's header goes before its body.
+    if (type == CURLINFO_HEADER_OUT && serving && EngineBody::needsTrace()) {
+        if (ActiveTask* const beginning = engine->impl->transfers.find(easy)) EngineBody::rewind(*beginning);
     }
-#endif
     const EngineTrace trace(*static_cast<logging::Logger*>(logger));
     if (!trace.wants(type)) return 0;
     ActiveTask* const task = serving ? engine->impl->transfers.find(easy) : nullptr;

@@ -46,6 +46,17 @@ Failure failureOf(unsigned int status) {
     return protocol::valid_status(static_cast<long>(status)) ? Failure::HttpError : Failure::Other;
 }
 
+// Without memory for the host's name it is left out: the outcome comes next, and must not fail.
+void writeFailure(logging::Logger& log, const Request& request, const char* details) noexcept {
+    std::string host;
+    try {
+        host = concealedUrl(request.config.fqdn());
+    } catch (const std::exception&) {
+        host.clear();
+    }
+    writeLine(log, log_level::always, "({}) Failed to connect to '{}': {}", request.id(), host, details);
+}
+
 // For these the error buffer holds details of the platform's TLS library or of our own sink, which mean nothing to a
 // caller.
 bool hasPlainText(CURLcode result) {
@@ -159,10 +170,7 @@ void Engine::runCallbackHandlerInFsmContext(RequestPtr request, CURLcode result,
         std::array<char, CURL_ERROR_SIZE> copy = stateOf(*request).errorBuffer;
         concealError(copy);
         const char* const details = copy.data();
-        if (log.verbosity() >= log_level::always) {
-            writeLine(log, log_level::always, "({}) Failed to connect to '{}': {}", request->id(),
-                      concealedUrl(request->config.fqdn()), details);
-        }
+        if (log.verbosity() >= log_level::always) writeFailure(log, *request, details);
         const bool plain = hasPlainText(result) || *details == '\0';
         request->notifyFailure(failure, plain ? curl_easy_strerror(result) : details);
         return;

@@ -69,7 +69,7 @@ void Engine::Impl::addNewRequestNextProxy(const RequestPtr& request, std::functi
         std::uint32_t run;
         std::function<void()> outcome;
         void operator()() {
-            stateOf(*request).activeRun = run;
+            stateOf(*request).beginAttempt(run);
             impl->addRequest(request, std::move(outcome));
         }
     };
@@ -91,8 +91,13 @@ void Engine::Impl::onNewRequest(const std::function<void()>& handler) {
     newRequestHandler.swap(replacement);
 }
 
-void Engine::Impl::requestTermination() {
-    queue.push([this] { flagTermination(); });
+void Engine::Impl::requestTermination() noexcept {
+    try {
+        queue.push([this] { flagTermination(); });
+    } catch (const std::bad_alloc&) {
+        terminationWanted = true;
+        waiting.wakeUp();
+    }
 }
 
 void Engine::Impl::settle() {
@@ -128,8 +133,10 @@ void Engine::Impl::processPendingRequests() {
     checkEngineThread();
     writeLine(*logger, log_level::detail, "Engine::{}", "processPendingRequests");
     const std::uint32_t tickets = settling.tickets();  // of those who have queued all that they wait for
+    const bool ends = terminationWanted;               // behind all that is queued by now
     queue.runTasks();
     if (sweepWanted.exchange(false)) sweep();
+    if (ends) flagTermination();
     settling.reach(tickets);
 }
 

@@ -54,7 +54,7 @@ struct Engine::Impl {
     void enqueueFor(const RequestPtr& request, void (Impl::*step)(RequestPtr)) noexcept;
     void settle();
     void onNewRequest(const std::function<void()>& handler);
-    void requestTermination();
+    void requestTermination() noexcept;
 
     // The steps of a transfer. Engine thread.
     bool addRequest(const RequestPtr& request, std::function<void()>&& outcome);
@@ -92,6 +92,7 @@ struct Engine::Impl {
     bool terminationFlag = false;
     // Something could not be queued for want of memory. Any thread.
     std::atomic<bool> sweepWanted{false};
+    std::atomic<bool> terminationWanted{false};
     // Set by the owner, read by callbacks that libcurl may still make while transfers are freed.
     std::atomic<bool> shuttingDown{false};
     std::atomic<ko::thread_id> engineThreadId{ko::invalid_thread_id};

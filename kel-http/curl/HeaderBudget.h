@@ -6,7 +6,7 @@
 
 namespace kel::http {
 
-// What peers may send ahead of and behind bodies in the course of one request: the header blocks of all answers, interim
+// What peers may send ahead of and behind bodies in the course of one request, through one proxy: the header blocks of all answers, interim
 // ones, those of redirects and of proxies included, and trailers. Without a bound a peer could fill the memory, or have
 // a request sent for ever. Engine thread.
 class HeaderBudget {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kel-http/curl/Request.h"
 
+#include <new>
 #include <utility>
 
 #include "kel-http/curl/Engine.h"
@@ -20,6 +21,24 @@ void tellMissingEngine(std::uint16_t id) {
         id, "runRequest");
 }
 
+// Its proxy becomes that of all requests: who bypasses the proxies of its list takes them away from everybody. That has to
+// be in force before the engine comes to the request, and is taken back when this can not be started.
+void startWithProxyForAll(Engine& engine, const std::shared_ptr<Request>& request) {
+    const RequestConfig& config = request->config;
+    const auto mode = static_cast<Engine::ProxyConfigMode>(static_cast<std::uint32_t>(config.proxy) - 1);
+    const Engine::ProxyConfigMode earlier_mode = engine.getProxyMode();
+    const std::string earlier_url = engine.getProxyUrl();
+    const std::string earlier_user = engine.getProxyUser();
+    const std::string earlier_password = engine.getProxyPassword();
+    engine.setProxyConfig(mode, config.proxies.front(), config.proxy_user, config.proxy_password);
+    try {
+        engine.addNewRequestWithProxies(request, config.proxies);
+    } catch (const std::bad_alloc&) {
+        engine.setProxyConfig(earlier_mode, earlier_url, earlier_user, earlier_password);
+        throw;
+    }
+}
+
 }  // namespace
 
 Request::Request() : impl(std::make_unique<Impl>()) {}
@@ -34,13 +53,9 @@ void Request::runRequest() {
     Engine::ask([this, &has_engine](Engine& engine) {
         has_engine = true;
         if (config.proxies.empty()) return engine.addNewRequest(shared_from_this());
-        const auto choice = static_cast<std::uint32_t>(config.proxy);
-        if (choice > 0) {
-            // For all requests: who bypasses the proxies of its list takes them away from everybody.
-            engine.setProxyConfig(static_cast<Engine::ProxyConfigMode>(choice - 1), config.proxies.front(),
-                                  config.proxy_user, config.proxy_password);
-        }
-        engine.addNewRequestWithProxies(shared_from_this(), config.proxies);
+        if (config.proxy == Proxy::use_proxy)
+            return engine.addNewRequestWithProxies(shared_from_this(), config.proxies);
+        startWithProxyForAll(engine, shared_from_this());
     });
     if (!has_engine) tellMissingEngine(id());
 }

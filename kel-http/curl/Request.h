@@ -37,7 +37,8 @@ class KEL_HTTP_EXPORT Request : public std::enable_shared_from_this<Request> {
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
 
-    // Takes a new id and hands the request to the engine. Without an engine nothing happens, and nothing will.
+    // Takes a new id and hands the request to the engine. Without an engine the log says so, and no
+    // hook will be called. Throws std::bad_alloc, with nothing started.
     virtual void runRequest();
 
     // Asks the engine to drop the transfer: no hook is called any more once the engine, or a completion that is still

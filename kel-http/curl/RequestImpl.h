@@ -40,9 +40,13 @@ struct Request::Impl {
     }
     // Engine thread: nothing of an earlier run is left to be read as this one's. The count of completions goes on.
     void beginRun(std::uint32_t run) {
-        activeRun = run;
+        beginAttempt(run);
         timingData = tl::nullopt;
         redirectUrl = tl::nullopt;
+    }
+    // Engine thread: one proxy is not to blame for what another one has sent.
+    void beginAttempt(std::uint32_t run) {
+        activeRun = run;
         headerBudget = HeaderBudget();
     }
 
@@ -61,7 +65,7 @@ struct Request::Impl {
     std::atomic<bool> payloadLogging{true};
     std::atomic<std::uint16_t> requestId{0};
     tl::optional<TimingData> timingData;
-    // Engine thread: what peers may still send in header lines, through all proxies that are tried.
+    // Engine thread: what peers may still send in header lines of the present attempt.
     HeaderBudget headerBudget;
     // Engine thread: the present attempt's proxy came from remainingProxies.
     bool proxyIsFromList = false;

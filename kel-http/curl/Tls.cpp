@@ -144,7 +144,11 @@ CURLcode setupVerifierCallback(CURL* /*curl*/, void* sslctx, void* config) {
     auto* const context = static_cast<SSL_CTX*>(sslctx);
     const auto& request = *static_cast<const RequestConfig*>(config);
 
-    if (!setVerifierData(context, request.verifier_data)) return CURLE_OUT_OF_MEMORY;
+    try {
+        if (!setVerifierData(context, request.verifier_data)) return CURLE_OUT_OF_MEMORY;
+    } catch (const std::exception&) {
+        return CURLE_OUT_OF_MEMORY;  // the platform may have none for the place of the text
+    }
     SSL_CTX_set_verify(context, SSL_VERIFY_PEER, plainFunction(request.verifier));
     return CURLE_OK;
 }

@@ -33,6 +33,13 @@ std::FILE* openForUpload(const std::string& path) {
     return stream;
 }
 
+// Throws UploadFile::Refused.
+std::FILE* requireOpen(const std::string& path) {
+    std::FILE* const stream = openForUpload(path);
+    if (stream != nullptr) return stream;
+    throw UploadFile::Refused(fmt::format("Can not open the file '{}' to send it: {}", path, reason(errno)), false);
+}
+
 // Of the file that is open, not of what has its name by now.
 std::uint64_t sizeOf(std::FILE* stream, const std::string& path) {
     struct stat status {};
@@ -49,14 +56,34 @@ std::uint64_t sizeOf(std::FILE* stream, const std::string& path) {
 }  // namespace
 
 UploadFile::UploadFile(const std::string& file_path, TransferFault& of_transfer)
-    : path(file_path), fault(of_transfer), stream(openForUpload(path)) {
-    if (!stream) throw Refused(fmt::format("Can not open the file '{}' to send it: {}", path, reason(errno)), false);
+    : path(file_path), fault(of_transfer), stream(requireOpen(path)) {
     announced = sizeOf(stream.get(), path);
+}
+
+void UploadFile::openForReadingOnly() {
+    closesWhenIdle = true;
+    stream.reset();
+}
+
+bool UploadFile::ensureOpen() noexcept {
+    if (stream) return true;
+    try {
+        stream.reset(requireOpen(path));
+        sizeOf(stream.get(), path);  // it may have become something else meanwhile
+        if (fseeko(stream.get(), static_cast<off_t>(sent), SEEK_SET) == 0) return true;
+        noteFailure(errno);
+    } catch (const Refused& refused) {
+        fault.note(TransferFault::Side::own, std::string(refused.what()));
+    } catch (const std::exception&) {
+        fault.note(TransferFault::Side::own, out_of_memory);
+    }
+    return false;
 }
 
 std::size_t UploadFile::read(void* buffer, std::size_t room) noexcept {
     const std::uint64_t wanted = std::min<std::uint64_t>(room, announced - sent);
     if (wanted == 0) return 0;
+    if (!ensureOpen()) return CURL_READFUNC_ABORT;
     errno = 0;
     const std::size_t bytes = Engine::putReadFile(buffer, 1, static_cast<std::size_t>(wanted), stream.get());
     if (bytes == 0) {
@@ -64,6 +91,7 @@ std::size_t UploadFile::read(void* buffer, std::size_t room) noexcept {
         return CURL_READFUNC_ABORT;
     }
     sent += bytes;
+    if (closesWhenIdle && sent == announced) stream.reset();
     return bytes;
 }
 
@@ -81,7 +109,7 @@ void UploadFile::noteFailure(int error) noexcept {
 
 int UploadFile::seek(curl_off_t offset, int origin) noexcept {
     if (origin != SEEK_SET || offset < 0 || static_cast<std::uint64_t>(offset) > announced) return CURL_SEEKFUNC_FAIL;
-    if (fseeko(stream.get(), static_cast<off_t>(offset), SEEK_SET) != 0) return CURL_SEEKFUNC_FAIL;
+    if (stream && fseeko(stream.get(), static_cast<off_t>(offset), SEEK_SET) != 0) return CURL_SEEKFUNC_FAIL;
     sent = static_cast<std::uint64_t>(offset);
     return CURL_SEEKFUNC_OK;
 }

@@ -34,6 +34,9 @@ class UploadFile {
 
     std::uint64_t size() const { return announced; }
 
+    // Keeps no descriptor but while it is read: a form may have more files than a process may have open.
+    void openForReadingOnly();
+
     // Gives libcurl the next piece: its size, 0 at the end, CURL_READFUNC_ABORT when the file does not hold what was announced
     // or can not be read; the transfer's fault says so then.
     std::size_t read(void* buffer, std::size_t room) noexcept;
@@ -46,6 +49,7 @@ class UploadFile {
     static int seekFunction(void* file, curl_off_t offset, int origin);
 
  private:
+    bool ensureOpen() noexcept;
     void noteFailure(int error) noexcept;
 
     struct CloseStream {
@@ -57,6 +61,7 @@ class UploadFile {
     std::unique_ptr<std::FILE, CloseStream> stream;
     std::uint64_t announced = 0;
     std::uint64_t sent = 0;
+    bool closesWhenIdle = false;
 };
 
 }  // namespace kel::http

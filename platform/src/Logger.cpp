@@ -2,6 +2,7 @@
 #include "logging/Logger.h"
 
 #include <map>
+#include <memory>
 #include <utility>
 
 #include "ko/mutex.h"
@@ -41,9 +42,9 @@ Logger* getLogger(const char* name, int group) {
     ko::lock_guard lock(known.mutex);
     const auto found = known.loggers.find({name, group});
     if (found != known.loggers.end()) return found->second;
-    auto* const logger = new Logger(name, known.verbosity_of(name));
-    known.loggers.emplace(std::make_pair(std::string_view(logger->name()), group), logger);
-    return logger;
+    std::unique_ptr<Logger> made(new Logger(name, known.verbosity_of(name)));
+    known.loggers.emplace(std::make_pair(std::string_view(made->name()), group), made.get());
+    return made.release();
 }
 
 void set_verbosities(int level, const std::map<std::string, int>& levels) {

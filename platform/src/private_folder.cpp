@@ -49,8 +49,13 @@ std::string make_private_folder(const std::string& folder) {
     return fault_of(folder);
 }
 
+std::string choose_private_folder(const char* session_folder, const std::string& shared) {
+    const std::string first = private_folder_path(session_folder, shared);
+    return make_private_folder(first).empty() ? first : private_folder_path(nullptr, shared);
+}
+
 std::string private_folder() {
-    static const std::string folder = private_folder_path(std::getenv("XDG_RUNTIME_DIR"), "/tmp");
+    static const std::string folder = choose_private_folder(std::getenv("XDG_RUNTIME_DIR"), "/tmp");
     static std::atomic<bool> told{false};
     const std::string fault = make_private_folder(folder);
     if (fault.empty()) {

@@ -14,6 +14,9 @@ namespace host {
 // that is private itself, else one of its own below `shared`.
 std::string private_folder_path(const char* session_folder, const std::string& shared);
 
+// The same, made if there was none; the second one where the first one is there but can not be had.
+std::string choose_private_folder(const char* session_folder, const std::string& shared);
+
 // Why `folder` is not private, after it has been made where there was none; empty when it is.
 std::string make_private_folder(const std::string& folder);
 

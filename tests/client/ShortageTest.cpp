@@ -10,7 +10,9 @@
 
 #include "client/CurlRequestTest.h"
 #include "client/DownloadTest.h"
+#include "fixture/EngineHold.h"
 #include "fixture/LogCapture.h"
+#include "kel-http/curl/Engine.h"
 #include "ko/loop_executor.h"
 #include "support/AllocationFailure.h"
 #include "support/Files.h"
@@ -25,6 +27,28 @@ using testing::IsEmpty;
 
 #define KEL_NEEDS_FAILING_ALLOCATIONS \
     if (!FailAllocation::isPossible()) GTEST_SKIP() << "a sanitizer has the allocator"
+
+// --- the engine's end ---
+
+// The queue needs memory now and then: a piece of it for each so many tasks.
+TEST(ShortageEngineTest, EndsHoweverManyTasksWait) {
+    KEL_NEEDS_FAILING_ALLOCATIONS;
+    std::size_t refused = 0;
+    for (int tasks = 0; tasks < 40; ++tasks) {
+        Engine engine([](const std::function<void()>& completion) { completion(); });
+        int ran = 0;
+        {
+            const EngineHold hold(engine);
+            for (int i = 0; i < tasks; ++i) engine.queueRequest([&ran] { ++ran; });
+            const FailAllocation failure(1, FailAllocation::Extent::all);
+            engine.requestTermination();
+            refused += failure.refused();
+        }
+        engine.settle();
+        EXPECT_EQ(ran, tasks);
+    }
+    EXPECT_GT(refused, 0U);
+}
 
 // --- starting ---
 
@@ -179,6 +203,30 @@ TEST_F(ShortageOutcomeTest, ErrorComesThoughAnAllocationFailsAtWorstWithAnotherT
         EXPECT_THAT(told.error->message, AnyOf(Eq(text), Eq("Out of memory")));
     }
     EXPECT_EQ(recorder.outcomes().back().error->message, text);
+}
+
+// Counts, and takes no memory.
+struct CountingRequest : Request {
+    int notifyDataReceived(std::string_view /*data*/) override { return 0; }
+    void notifyDataEnd() override {}
+    void notifyFailure(Failure /*failure*/, std::string_view /*text*/) override { ++failures; }
+
+    int failures = 0;
+};
+
+TEST(ShortageFailureTest, FailureOfLibcurlIsToldThoughAnAllocationFails) {
+    KEL_NEEDS_FAILING_ALLOCATIONS;
+    const LogCapture log("HttpClient", 1);
+    const auto request = std::make_shared<CountingRequest>();
+    request->config.url = "http://a-host-whose-name-does-not-fit-into-the-text-itself.example/";
+    int told = 0;
+    failEachAllocation([&](std::size_t succeeding) {
+        const FailAllocation failure(succeeding + 1);
+        Engine::runCallbackHandlerInFsmContext(request, CURLE_COULDNT_CONNECT, 0);
+        EXPECT_EQ(request->failures, ++told);
+        return failure.refused();
+    });
+    EXPECT_TRUE(log.contains("Failed to connect to 'a-host-whose-name-does-not-fit-into-the-text-itself.example'"));
 }
 
 TEST_F(ShortageOutcomeTest, TextOfAnErrorMayEndWithTheCall) {

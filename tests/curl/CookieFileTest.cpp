@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -23,6 +24,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
 
 constexpr const char* Head =
     "# Netscape HTTP Cookie File\n"
@@ -173,6 +175,18 @@ TEST_F(CookieFileTest, SiblingThatAKillHasLeftGoes) {
     EXPECT_EQ(replaceCookieFile(folder.path(), "text"), "");
     EXPECT_EQ(readWholeFile(file()), "text");
     EXPECT_THAT(folder.names(), ElementsAre("httpcookies"));
+}
+
+TEST_F(CookieFileTest, SiblingOfAProcessThatWasKilledGoesAndThatOfALivingOneStays) {
+    const pid_t dead = fork();
+    if (dead == 0) _exit(0);
+    ASSERT_EQ(waitpid(dead, nullptr, 0), dead);
+    const std::string of_the_living = "httpcookies.new." + std::to_string(getppid());
+    writeWholeFile(folder.path("httpcookies.new." + std::to_string(dead)), "a session");
+    writeWholeFile(folder.path(of_the_living), "being written");
+    writeWholeFile(folder.path("httpcookies.newer"), "somebody else's");
+    EXPECT_EQ(replaceCookieFile(folder.path(), "text"), "");
+    EXPECT_THAT(folder.names(), UnorderedElementsAre("httpcookies", of_the_living, "httpcookies.newer"));
 }
 
 TEST_F(CookieFileTest, SiblingThatIsALinkIsNotFollowed) {

@@ -78,7 +78,7 @@ TEST_F(EngineLimitsTest, EndlessAnswersOfAProxyLeadToTheNextOne) {
     ScriptedServer target(Family::OtherIPv4);
     target.onRequest([](const ReceivedRequest&) { return Reply(200); });
     Reply endless(200);
-    for (int i = 0; i < 2500; ++i) endless.interim(103, {"Link: </a>"});
+    for (int i = 0; i < 2500; ++i) endless.header("X", "y");
     const CountingProxy good;
     engine().setProxyConfig(Engine::ProxyConfigMode::PACUrl, "", "", "");
     RequestConfig config;

@@ -46,6 +46,7 @@ struct State {
     std::atomic<std::size_t> send_limit{0};
     std::atomic<int> sends_to_reset{0};
     std::atomic<int> reset_socket{-1};
+    std::atomic<int> lacking{-1};
 
     std::mutex mutex;
     std::condition_variable changed;
@@ -191,6 +192,7 @@ void reset() {
     now.send_limit = 0;
     now.sends_to_reset = 0;
     now.reset_socket = -1;
+    now.lacking = -1;
     const std::lock_guard lock(now.mutex);
     now.options.clear();
     now.raw_lines.clear();
@@ -275,6 +277,10 @@ void Interposed::answerCookieList(const std::vector<std::string>& lines) {
 void Interposed::fail(const std::string& call) {
     const std::lock_guard lock(state().mutex);
     state().failing.insert(call);
+}
+
+void Interposed::lack(CURLoption option) {
+    state().lacking = option;
 }
 
 void Interposed::holdNames() {
@@ -372,6 +378,8 @@ CURLcode curl_easy_setopt(CURL* easy, CURLoption option, ...) {
     CURLcode result = CURLE_OK;
     if (fails(kel::http::test::nameOf(option))) {
         result = CURLE_OUT_OF_MEMORY;
+    } else if (option == state().lacking) {
+        result = CURLE_UNKNOWN_OPTION;
     } else if (option >= CURLOPTTYPE_OFF_T) {
         const auto number = va_arg(arguments, curl_off_t);
         kel::http::test::note(option, std::to_string(number));

@@ -61,6 +61,8 @@ class Interposed {
     void answerCookieList(const std::vector<std::string>& lines);
     // From now on this call has no memory: "curl_mime_init", or an option, "CURLOPT_COPYPOSTFIELDS".
     void fail(const std::string& call);
+    // From now on libcurl does not know this option.
+    void lack(CURLoption option);
     // Name look-ups wait for release; each name is then found on 127.0.0.1.
     void holdNames();
     void releaseNames();

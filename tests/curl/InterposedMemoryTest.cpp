@@ -100,10 +100,14 @@ TEST(InterposedEngineTest, AnEngineThatCanNotBeMadeThrowsAndIsNotThere) {
 // The server has let go of the connection while it was kept for us; libcurl begins anew on another one.
 TEST_F(InterposedMemoryTest, ABodyBeginsAnewWhenItsRequestDoes) {
     writeWholeFile(directory.path("file"), "body");
-    for (const bool from_file : {false, true}) {
+    for (const auto& [from_file, libcurl_is_old] :
+         {std::pair(false, false), {true, false}, {false, true}, {true, true}}) {
         run(get())->outcome.await("end");
         drain();
         interposed.emplace();
+#if LIBCURL_VERSION_NUM >= 0x075000
+        if (libcurl_is_old) interposed->lack(CURLOPT_PREREQFUNCTION);
+#endif
         interposed->resetAtSend(2);  // libcurl has read the body by then, and sent none of it
         RequestConfig config = with(Method::PUT, from_file ? directory.path("file") : "body");
         config.body_is_file = from_file;

@@ -20,6 +20,8 @@ namespace kel::http::test {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 class UploadFileTest : public ::testing::Test {
  protected:
@@ -66,7 +68,6 @@ TEST_F(UploadFileTest, AFileThatBecomesShorterEndsTheTransferAndIsNamed) {
 }
 
 TEST_F(UploadFileTest, AFileThatCanNotBeReadAnyMoreEndsTheTransferAndIsNamed) {
-    const OpenDescriptors before;
     UploadFile file(path, fault);
     const FileDescriptor writing(open(path.c_str(), O_WRONLY | O_CLOEXEC));
     for (int descriptor = 3; descriptor < writing.get(); ++descriptor) {
@@ -92,6 +93,32 @@ TEST_F(UploadFileTest, ItIsSentAgainFromWhereLibcurlSays) {
         EXPECT_EQ(file.seek(offset, origin), CURL_SEEKFUNC_FAIL);
     }
     EXPECT_FALSE(fault);
+}
+
+// A form may have more files than a process may have open.
+TEST_F(UploadFileTest, AFileThatIsOpenForReadingOnlyKeepsNoDescriptorOtherwise) {
+    const OpenDescriptors before;
+    UploadFile file(path, fault);
+    file.openForReadingOnly();
+    EXPECT_THAT(before.opened(), IsEmpty());
+    EXPECT_EQ(read(file, 4), "0123");
+    EXPECT_THAT(before.opened(), SizeIs(1));
+    EXPECT_EQ(read(file, 32), "456789");
+    EXPECT_THAT(before.opened(), IsEmpty());
+    EXPECT_EQ(read(file, 32), "");
+    EXPECT_EQ(file.seek(8, SEEK_SET), CURL_SEEKFUNC_OK);
+    EXPECT_THAT(before.opened(), IsEmpty());
+    EXPECT_EQ(read(file, 32), "89");
+    EXPECT_THAT(before.opened(), IsEmpty());
+    EXPECT_FALSE(fault);
+}
+
+TEST_F(UploadFileTest, AFileThatHasGoneUntilItIsReadEndsTheTransferAndIsNamed) {
+    UploadFile file(path, fault);
+    file.openForReadingOnly();
+    ASSERT_EQ(unlink(path.c_str()), 0);
+    EXPECT_EQ(read(file, 32), "aborted");
+    EXPECT_EQ(fault.text(), "Can not open the file '" + path + "' to send it: No such file or directory");
 }
 
 TEST_F(UploadFileTest, WhatIsNoFileIsRefusedByItsName) {

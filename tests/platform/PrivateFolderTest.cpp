@@ -40,6 +40,13 @@ TEST_F(PrivateFolderTest, IsInTheFolderOfTheSession) {
     EXPECT_EQ(chosen(parent.path()), folder);
 }
 
+TEST_F(PrivateFolderTest, IsTheUsersOwnWhereThatOfTheSessionIsOpenToOthers) {
+    ASSERT_EQ(mkdir(folder.c_str(), 0755), 0);
+    EXPECT_EQ(ko::host::choose_private_folder(parent.path().c_str(), "/shared"), own());
+    ASSERT_EQ(chmod(folder.c_str(), 0700), 0);
+    EXPECT_EQ(ko::host::choose_private_folder(parent.path().c_str(), "/shared"), folder);
+}
+
 TEST_F(PrivateFolderTest, IsTheUsersOwnWhereNoFolderOfTheSessionWillDo) {
     EXPECT_EQ(private_folder_path(nullptr, "/shared"), own());
     EXPECT_EQ(chosen(""), own());
@@ -153,10 +160,11 @@ TEST_F(PrivateFolderDeathTest, TemporaryFolderIsMadeWhenItIsAskedFor) {
     EXPECT_EXIT(ask(parent.path().c_str(), 3), testing::ExitedWithCode(0), "^folder '.*/kel-http', 0 lines$");
 }
 
-TEST_F(PrivateFolderDeathTest, ProcessThatCanNotHaveOneSaysSoOnce) {
+TEST_F(PrivateFolderDeathTest, ProcessWhoseFolderIsNotPrivateAnyMoreSaysSoOnce) {
     EXPECT_EXIT(
         {
-            mkdir(folder.c_str(), 0700);
+            setenv("XDG_RUNTIME_DIR", parent.path().c_str(), 1);
+            tervo::platforminfo::get_resource_filepath("PATH_TYPE_TEMP");
             chmod(folder.c_str(), 0755);
             ask(parent.path().c_str(), 3);
         },

@@ -82,9 +82,12 @@ TEST_P(DescriptorLimitTest, TwoThousandRequestsAtOnceEachEndOnceAndInTime) {
     nginx_.writeFile("hello", "hello");
     RequestConfig config;
     config.timeout = std::chrono::seconds(20);
-    // A sanitizer looks each type up once, and needs descriptors for it: a response and an error go first.
+    // A sanitizer looks each type up once, and needs descriptors for it: a response and errors of both kinds go first.
     config.url = nginx_.url("/hello");
     runMany(config, 1);
+    RequestConfig refused = config;
+    refused.ca_file = "/dev/null";
+    runMany(refused, 1);
     config.url = ClosedPort().url("/");
     runMany(config, 1);
 

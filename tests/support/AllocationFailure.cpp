@@ -4,16 +4,7 @@
 #include <cstdlib>
 #include <new>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define KEL_TEST_OWN_OPERATOR_NEW 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-#define KEL_TEST_OWN_OPERATOR_NEW 0
-#endif
-#endif
-#ifndef KEL_TEST_OWN_OPERATOR_NEW
-#define KEL_TEST_OWN_OPERATOR_NEW 1
-#endif
+#include "support/Instruments.h"
 
 namespace kel::http::test {
 namespace {
@@ -42,12 +33,11 @@ std::size_t FailAllocation::refused() const {
 }
 
 bool FailAllocation::isPossible() {
-    return KEL_TEST_OWN_OPERATOR_NEW != 0;
+    return !underSanitizer();
 }
 
 }  // namespace kel::http::test
 
-#if KEL_TEST_OWN_OPERATOR_NEW
 namespace {
 
 bool isRefused() {
@@ -64,9 +54,12 @@ bool isRefused() {
 
 }  // namespace
 
-// The memory of all C++ code of the program.
+// The memory of all C++ code of the program, also with a sanitizer, since the same objects are linked with and without one.
+void* operator new(std::size_t size, const std::nothrow_t& /*unused*/) noexcept {
+    return isRefused() ? nullptr : std::malloc(size == 0 ? 1 : size);
+}
 void* operator new(std::size_t size) {
-    void* const memory = isRefused() ? nullptr : std::malloc(size == 0 ? 1 : size);
+    void* const memory = operator new(size, std::nothrow);
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
@@ -76,4 +69,6 @@ void operator delete(void* memory) noexcept {
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
-#endif
+void operator delete(void* memory, const std::nothrow_t& /*unused*/) noexcept {
+    std::free(memory);
+}
