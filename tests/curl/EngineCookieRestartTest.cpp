@@ -9,6 +9,7 @@
 
 #include "curl/CookieTest.h"
 #include "support/Emulator.h"
+#include "support/SpoiledFolder.h"
 
 namespace kel::http::test {
 namespace {
@@ -104,6 +105,7 @@ TEST_F(EngineCookieRestartTest, HostsOwnFolderIsThisUsersAlone) {
 TEST_F(EngineCookieRestartTest, NothingIsKeptWhereTheFolderIsNotThisUsersAlone) {
     EXPECT_THAT(carriedByProcess("", {"write"}, Welcome), IsEmpty());
     ASSERT_EQ(chmod((folder.path() + "/kel-http").c_str(), 0755), 0);
+    const SpoiledFolder shared;
     EXPECT_THAT(carriedByProcess("", {"write"}, Reply(200).header("Set-Cookie", "lost=1")), IsEmpty());
     EXPECT_THAT(carriedByProcess("", {"write", "fresh"}, Reply(200)), IsEmpty());
     ASSERT_EQ(chmod((folder.path() + "/kel-http").c_str(), 0700), 0);

@@ -6,6 +6,7 @@
 #include "ToolProcess.h"
 #include "support/Files.h"
 #include "support/ScriptedServer.h"
+#include "support/SpoiledFolder.h"
 
 namespace kel::http::test {
 namespace {
@@ -55,6 +56,7 @@ TEST_F(ToolCookieTest, CookiesAreKeptInAFolderOfOnesOwn) {
 TEST_F(ToolCookieTest, CookiesThatCanNotBeKeptAreNotAskedFor) {
     const ToolProcess::Input session{"", {"XDG_RUNTIME_DIR=" + folder.path()}};
     writeWholeFile(folder.path("kel-http"), "");
+    const SpoiledFolder shared;
     const ToolResult result = runTool({"get", server.url(), "--cookies", "write"}, session);
     EXPECT_EQ(result.exit_code, 4);
     EXPECT_THAT(result.err, HasSubstr("--temp-dir"));

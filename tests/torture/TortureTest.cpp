@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "support/Environment.h"
-#include "support/Instruments.h"
 #include "torture/Child.h"
 #include "torture/Courses.h"
 #include "torture/Findings.h"
@@ -20,8 +19,7 @@
 //
 //   torture_tests [GOOGLETEST-OPTION...] [--all]
 //
-// Without --all most of the calls for memory of a handshake are left out, and with a sanitizer some of all others, for
-// the sake of time.
+// Without --all most of the calls for memory of a handshake are left out, for the sake of time.
 namespace kel::http::torture {
 namespace {
 
@@ -30,8 +28,7 @@ long stride = 0;
 
 long strideOf(const std::string& scenario) {
     if (stride != 0) return stride;
-    const long spread = test::underSanitizer() ? 61 : 1;
-    return scenarioNamed(scenario).tls ? 37 * spread : spread;
+    return scenarioNamed(scenario).tls ? 37 : 1;
 }
 
 // Seconds. A run takes some thousandths of one.
