@@ -49,7 +49,8 @@ TEST(RequestTest, ResponseCodeAndPayloadLoggingAreKept) {
     EXPECT_FALSE(request.allowsPayloadLogging());
 }
 
-TEST(RequestTest, FirstRequestOfTheProcessIsNumberOne) {
+// Death tests come first, so that nobody else has taken a number, wherever the process comes from.
+TEST(RequestDeathTest, FirstRequestOfTheProcessIsNumberOne) {
     EXPECT_EXIT(std::exit(nextId()), ExitedWithCode(1), "");
 }
 
