@@ -6,9 +6,9 @@
 
 namespace kel::http {
 
-// What peers may send ahead of and behind bodies in the course of one request, through one proxy: the header blocks of all answers, interim
-// ones, those of redirects and of proxies included, and trailers. Without a bound a peer could fill the memory, or have
-// a request sent for ever. Engine thread.
+// What peers may send ahead of and behind bodies in the course of one request, through one proxy: the header blocks of
+// all answers, interim ones, those of redirects and of proxies included, and trailers. Without a bound a peer could fill
+// the memory, or have a request sent for ever. Engine thread.
 class HeaderBudget {
  public:
     static constexpr std::uint32_t most_bytes = 256 * 1024;
