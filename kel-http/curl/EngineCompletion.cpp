@@ -91,12 +91,13 @@ EngineCompletion::EngineCompletion(EngineTransfers& of_transfers, EngineProxy& o
       addNewRequestNextProxy(std::move(again)),
       logger(&log) {}
 
-void EngineCompletion::processCompletedTasks() {
+EngineCompletion::Completion EngineCompletion::processCompletedTasks() {
     writeLine(*logger, log_level::detail, "Engine::{}", "processCompletedTasks");
     while (const CURLMsg* message = transfers.findCompletedMsg()) {
         // The message dies with its handle. A request that goes on with its next proxy comes before further messages.
-        if (completeTask(message->easy_handle, message->data.result) == Completion::retry) return;
+        if (completeTask(message->easy_handle, message->data.result) == Completion::retry) return Completion::retry;
     }
+    return Completion::final;
 }
 
 EngineCompletion::Completion EngineCompletion::completeTask(void* easy, CURLcode result) {

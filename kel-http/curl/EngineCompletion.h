@@ -26,8 +26,8 @@ class EngineCompletion {
     EngineCompletion(EngineTransfers& of_transfers, EngineProxy& of_proxy, EngineTls& of_tls,
                      const Engine::CallbackHandler& handler, Retry again, logging::Logger& log);
 
-    // Completes all transfers of which libcurl has said so.
-    void processCompletedTasks();
+    // Completes the transfers of which libcurl has said so: all, or those up to one that goes on with its next proxy.
+    Completion processCompletedTasks();
 
     // Completes this one. Throws std::out_of_range when it is not in progress.
     Completion completeTask(void* easy, CURLcode result);

@@ -28,6 +28,7 @@ Engine::Impl::Impl(Engine& owner, const CallbackHandler& handler, ProxyBlackList
               addNewRequestNextProxy(request, outcome);
           },
           *logger),
+      deadlines(transfers, completion),
       handlerMutex("HandlerMutex"),
       newRequestHandler([] {}) {}
 
@@ -143,14 +144,15 @@ void Engine::Impl::processPendingRequests() {
 void Engine::Impl::doCurlProcessing() {
     checkEngineThread();
     writeLine(*logger, log_level::detail, "Engine::{}", "doCurlProcessing");
-    waiting.wait(transfers.multiHandle());
+    waiting.wait(transfers.multiHandle(), deadlines.next());
     int running = 0;
     engine_curl_multi_perform(transfers.multiHandle(), &running);
 }
 
 void Engine::Impl::processCompletedTasks() {
     checkEngineThread();
-    completion.processCompletedTasks();
+    const auto last = completion.processCompletedTasks();
+    if (last == EngineCompletion::Completion::final) deadlines.endOverdue();
 }
 
 void Engine::Impl::checkEngineThread() const {
@@ -203,6 +205,7 @@ void Engine::Impl::addTask(const RequestPtr& request, std::function<void()>& out
     const TaskPtr task = transfers.enter(request);
     setup.prepare(task);
     transfers.begin(task->easy);
+    deadlines.begin(*task);
     task->outcome = std::move(outcome);
 }
 
@@ -227,14 +230,14 @@ void Engine::Impl::removeTask(RequestPtr request) {
 void Engine::Impl::sweep() {
     checkEngineThread();
     while (const TaskPtr task = transfers.findCancelledTask()) transfers.remove(*task);
-    transfers.forEach([this](const ActiveTask& task) {
-        if (stateOf(*task.request).paused) {
-            EngineTransfers::pause(task);
+    transfers.forEach([this](const TaskPtr& task) {
+        if (stateOf(*task->request).paused) {
+            EngineTransfers::pause(*task);
             return true;
         }
-        const CURLcode result = EngineTransfers::resume(task);
+        const CURLcode result = EngineTransfers::resume(*task);
         if (result == CURLE_OK) return true;
-        completion.completeTask(task.easy, result);
+        completion.completeTask(task->easy, result);
         sweepWanted = true;  // the others' turn comes with the next pass
         waiting.wakeUp();
         return false;

@@ -15,6 +15,7 @@
 #include "kel-http/curl/EngineBody.h"
 #include "kel-http/curl/EngineCompletion.h"
 #include "kel-http/curl/EngineCookies.h"
+#include "kel-http/curl/EngineDeadlines.h"
 #include "kel-http/curl/EngineProxy.h"
 #include "kel-http/curl/EngineQueue.h"
 #include "kel-http/curl/EngineSettling.h"
@@ -84,6 +85,7 @@ struct Engine::Impl {
     EngineTls tls;
     EngineSetup setup;
     EngineCompletion completion;
+    EngineDeadlines deadlines;
     EngineSettling settling;
 
     ko::mutex handlerMutex;

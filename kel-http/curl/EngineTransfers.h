@@ -26,6 +26,7 @@ class EngineTransfers {
     // Has libcurl begin. Throws std::bad_alloc; stops the process when libcurl refuses for another reason.
     void begin(CURL* easy);
 
+    bool empty() const { return activeTasks.empty(); }
     // Null when there is none.
     TaskPtr getActiveTask(const RequestPtr& request) const;
     // One whose request has been cancelled, or null.
@@ -34,7 +35,7 @@ class EngineTransfers {
     template <typename Step>
     void forEach(Step step) const {
         for (const auto& [easy, task] : activeTasks) {
-            if (!step(*task)) return;
+            if (!step(task)) return;
         }
     }
     // The same for libcurl's callbacks, without a reference of their own: transfers come and go on the engine thread only,

@@ -23,10 +23,12 @@ void EngineWait::wakeUp() const {
     if (eventfd_write(wakeupDescriptor, 1) != 0) tovanlog_write(2, 0, "CurlEngine: Error writing eventfd\n", 34);
 }
 
-void EngineWait::wait(CURLM* multi) {
+void EngineWait::wait(CURLM* multi, tl::optional<std::chrono::steady_clock::time_point> deadline) {
     long timerMs = -1;
     curl_multi_timeout(multi, &timerMs);
-    const bool woken = canSelect() ? waitWithSelect(multi, timerMs) : waitWithPoll(multi, timerMs);
+    timeval timeout = waitTime(timerMs);
+    if (deadline) timeout = sooner(timeout, *deadline - std::chrono::steady_clock::now());
+    const bool woken = canSelect() ? waitWithSelect(multi, timeout) : waitWithPoll(multi, timeout);
     if (woken) drainWakeups();
 }
 
@@ -36,8 +38,7 @@ bool EngineWait::canSelect() const {
     return wakeupDescriptor < FD_SETSIZE && !beyondSelect;
 }
 
-bool EngineWait::waitWithSelect(CURLM* multi, long timerMs) const {
-    timeval timeout = waitTime(timerMs);
+bool EngineWait::waitWithSelect(CURLM* multi, timeval timeout) const {
     fd_set readable;
     fd_set writable;
     fd_set exceptional;
@@ -54,12 +55,12 @@ bool EngineWait::waitWithSelect(CURLM* multi, long timerMs) const {
            FD_ISSET(wakeupDescriptor, &readable);
 }
 
-bool EngineWait::waitWithPoll(CURLM* multi, long timerMs) const {
+bool EngineWait::waitWithPoll(CURLM* multi, const timeval& timeout) const {
     curl_waitfd wakeup{};
     wakeup.fd = wakeupDescriptor;
     wakeup.events = CURL_WAIT_POLLIN;
     int ready = 0;
-    const CURLMcode result = curl_multi_wait(multi, &wakeup, 1, waitMilliseconds(waitTime(timerMs)), &ready);
+    const CURLMcode result = curl_multi_wait(multi, &wakeup, 1, waitMilliseconds(timeout), &ready);
     return result == CURLM_OK && ready > 0 && (wakeup.revents & CURL_WAIT_POLLIN) != 0;
 }
 

@@ -2,6 +2,10 @@
 #pragma once
 
 #include <curl/curl.h>
+#include <sys/time.h>
+
+#include <chrono>
+#include <tl/optional.hpp>
 
 #include "logging/Logger.h"
 
@@ -22,16 +26,16 @@ class EngineWait {
     // Ends the present wait or else the next one. Any thread.
     void wakeUp() const;
 
-    // Waits on behalf of the transfers of `multi`.
-    void wait(CURLM* multi);
+    // Waits on behalf of the transfers of `multi`, until `deadline` at most.
+    void wait(CURLM* multi, tl::optional<std::chrono::steady_clock::time_point> deadline = tl::nullopt);
 
     // Is told of every socket that libcurl opens.
     void watch(curl_socket_t descriptor);
 
  private:
     bool canSelect() const;
-    bool waitWithSelect(CURLM* multi, long timerMs) const;
-    bool waitWithPoll(CURLM* multi, long timerMs) const;
+    bool waitWithSelect(CURLM* multi, timeval timeout) const;
+    bool waitWithPoll(CURLM* multi, const timeval& timeout) const;
     void drainWakeups() const;
 
     const int wakeupDescriptor;

@@ -36,6 +36,23 @@ TEST(WaitTimeTest, NoWaitIsLongerThanAMinute) {
     expectWait(std::numeric_limits<long>::max(), 60, 0);
 }
 
+TEST(WaitTimeTest, ADeadlineShortensTheWait) {
+    using std::chrono::nanoseconds;
+    const auto expectSooner = [](const timeval& time, nanoseconds other, long whole_seconds, long microseconds) {
+        const timeval shorter = sooner(time, other);
+        EXPECT_EQ(shorter.tv_sec, whole_seconds) << other.count();
+        EXPECT_EQ(shorter.tv_usec, microseconds) << other.count();
+    };
+    expectSooner({30, 0}, std::chrono::hours(1), 30, 0);
+    expectSooner({30, 0}, std::chrono::seconds(30), 30, 0);
+    expectSooner({30, 0}, nanoseconds(1'500'000'000), 1, 500000);
+    expectSooner({30, 0}, nanoseconds(1'500'000'001), 1, 500001);
+    expectSooner({30, 0}, nanoseconds(1), 0, 1);
+    expectSooner({30, 0}, nanoseconds(0), 0, 0);
+    expectSooner({30, 0}, nanoseconds(-5), 0, 0);
+    expectSooner({0, 0}, std::chrono::seconds(1), 0, 0);
+}
+
 TEST(WaitTimeTest, MillisecondsAreRoundedUp) {
     EXPECT_EQ(waitMilliseconds({0, 0}), 0);
     EXPECT_EQ(waitMilliseconds({0, 1}), 1);
