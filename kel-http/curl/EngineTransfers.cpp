@@ -10,7 +10,7 @@
 
 namespace kel::http {
 
-EngineTransfers::EngineTransfers() : multi(curl_multi_init()) {
+EngineTransfers::EngineTransfers() : multi(curl_multi_init()), connections(multi) {
     if (multi == nullptr) throw std::bad_alloc();
 }
 
@@ -27,9 +27,12 @@ TaskPtr EngineTransfers::enter(const RequestPtr& request) {
 }
 
 void EngineTransfers::begin(CURL* easy) {
+    connections.attach();
     const CURLMcode result = engine_curl_multi_add_handle(multi, easy);
+    if (result == CURLM_OK) return;
+    connections.detach();
     if (result == CURLM_OUT_OF_MEMORY) throw std::bad_alloc();
-    if (result != CURLM_OK) std::abort();
+    std::abort();
 }
 
 Engine::ActiveTask* EngineTransfers::find(void* easy) const {
@@ -66,7 +69,7 @@ CURLcode EngineTransfers::resume(const Engine::ActiveTask& task) {
 void EngineTransfers::remove(const Engine::ActiveTask& task) {
     // libcurl reports progress once more while it lets go of a transfer, and this request is to hear nothing.
     curl_easy_setopt(task.easy, CURLOPT_NOPROGRESS, 1L);
-    curl_multi_remove_handle(multi, task.easy);
+    letGo(task.easy);
     activeTasks.erase(task.easy);
 }
 
@@ -88,6 +91,7 @@ TaskPtr EngineTransfers::take(void* easy) {
 }
 
 void EngineTransfers::letGo(void* easy) {
+    connections.detach();
     curl_multi_remove_handle(multi, easy);
 }
 

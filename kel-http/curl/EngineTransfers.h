@@ -6,6 +6,7 @@
 #include <map>
 
 #include "kel-http/curl/ActiveTask.h"
+#include "kel-http/curl/IdleConnections.h"
 
 namespace kel::http {
 
@@ -67,6 +68,7 @@ class EngineTransfers {
     using TaskMap = std::map<void*, TaskPtr>;
 
     CURLM* multi;
+    IdleConnections connections;
     TaskMap activeTasks;
 };
 
