@@ -42,10 +42,6 @@ long curlTlsVersions(const RequestConfig& config) {
     return needsOwnConnection(config) ? lowest | CURL_SSLVERSION_MAX_DEFAULT : lowest;
 }
 
-const char* pathOrNull(const std::string& path) {
-    return path.empty() ? nullptr : path.c_str();
-}
-
 bool isMissing(CURLcode result) {
     return result == CURLE_NOT_BUILT_IN || result == CURLE_UNKNOWN_OPTION;
 }
@@ -85,14 +81,12 @@ void addOwnIdentity(CURL* easy, const RequestConfig& config) {
 }
 
 // Null is not libcurl's default: it means that no file is trusted.
-void setCaFile(CURL* easy, const tl::optional<std::string>& file) {
-    if (file) {
-        requireRegularFile("ca_file", *file);
-        setOption(easy, CURLOPT_CAINFO, pathOrNull(*file));
-    } else if (certificate::ca_pem_exists("default")) {
+void setCaFile(CURL* easy, const tl::optional<std::string>& file, TrustFiles& files) {
+    if (file && !file->empty()) {
+        setOption(easy, CURLOPT_CAINFO, files.nameOf("ca_file", *file).c_str());
+    } else if (!file && certificate::ca_pem_exists("default")) {
         const std::string bundle = certificate::ca_path("default");
-        requireRegularFile("the platform's CA bundle", bundle);
-        setOption(easy, CURLOPT_CAINFO, bundle.c_str());
+        setOption(easy, CURLOPT_CAINFO, files.nameOf("the platform's CA bundle", bundle).c_str());
     } else {
         setOption(easy, CURLOPT_CAINFO, static_cast<char*>(nullptr));
     }
@@ -108,7 +102,7 @@ void setCaFolder(CURL* easy, const tl::optional<std::string>& folder) {
     curl_easy_setopt(easy, CURLOPT_CAPATH, static_cast<char*>(nullptr));
 }
 
-void addVerification(CURL* easy, const RequestConfig& config) {
+void addVerification(CURL* easy, const RequestConfig& config, TrustFiles& files) {
     if (!config.tls_verify) {
         setOption(easy, CURLOPT_SSL_VERIFYHOST, 0L);
         setOption(easy, CURLOPT_SSL_VERIFYPEER, 0L);
@@ -116,7 +110,7 @@ void addVerification(CURL* easy, const RequestConfig& config) {
     }
     setOption(easy, CURLOPT_SSL_VERIFYPEER, 1L);
     setOption(easy, CURLOPT_SSL_VERIFYHOST, 2L);
-    setCaFile(easy, config.ca_file);
+    setCaFile(easy, config.ca_file, files);
     setCaFolder(easy, config.ca_dir);
 }
 
@@ -148,7 +142,7 @@ void EngineTls::addCertificateCache([[maybe_unused]] CURL* easy) const {
 #endif
 }
 
-void EngineTls::addTlsConfig(CURL* easy, Request& request) const {
+void EngineTls::addTlsConfig(CURL* easy, Request& request) {
     RequestConfig& config = request.config;
     const bool alone = needsOwnConnection(config);
     if (config.own_cert) requireRegularFile("own_cert", *config.own_cert);
@@ -161,7 +155,7 @@ void EngineTls::addTlsConfig(CURL* easy, Request& request) const {
                   request.id(), *config.own_cert, *config.own_pkey);
         addOwnIdentity(easy, config);
     }
-    addVerification(easy, config);
+    addVerification(easy, config, trustFiles);
     addCertificateCache(easy);
     if (alone) addOwnConnection(easy);
 }

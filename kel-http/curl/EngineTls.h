@@ -7,6 +7,7 @@
 #include <tl/optional.hpp>
 
 #include "kel-http/curl/Request.h"
+#include "kel-http/curl/TrustFiles.h"
 #include "logging/Logger.h"
 
 namespace kel::http {
@@ -22,7 +23,7 @@ class EngineTls {
 
     // The options of a transfer, which borrows the request's configuration. Throws when a verifier can not be installed, when
     // libcurl refuses what trust or identity depends on, and what `TlsFiles.h` throws.
-    void addTlsConfig(CURL* easy, Request& request) const;
+    void addTlsConfig(CURL* easy, Request& request);
 
     // Hears how each transfer has ended.
     void noteResult(CURLcode result);
@@ -30,6 +31,7 @@ class EngineTls {
  private:
     void addCertificateCache(CURL* easy) const;
 
+    TrustFiles trustFiles;
     const Clock clock;
     // When a handshake failed last; never, to begin with.
     tl::optional<std::chrono::steady_clock::time_point> lastFailure;

@@ -99,7 +99,13 @@ bool hasEncryptedKey(std::string_view pem) {
 }  // namespace
 
 void requireRegularFile(const char* option, const std::string& path) {
-    if (path.empty() || !isSomethingElse(AT_FDCWD, path.c_str())) return;
+    struct stat status {};
+    if (path.empty() || fstatat(AT_FDCWD, path.c_str(), &status, 0) != 0) return;
+    requireRegularFile(option, path, status);
+}
+
+void requireRegularFile(const char* option, const std::string& path, const struct stat& status) {
+    if (S_ISREG(status.st_mode)) return;
     throw std::runtime_error(fmt::format("{}: '{}' is no regular file: name a PEM file", option, path));
 }
 
