@@ -54,9 +54,9 @@ void setVersions(CURL* easy, const RequestConfig& config) {
 
 // A libcurl with another TLS library than OpenSSL has no such function. Requests to which it would only bring the
 // device's identity go on, http among them; no verifier may be left out.
-void setContextFunction(CURL* easy, RequestConfig& config) {
+void setContextFunction(CURL* easy, RequestConfig& config, curl_ssl_ctx_callback function) {
     CURLcode result = curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, &config);
-    if (result == CURLE_OK) result = curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, &tls::setupSSLCTXCallback);
+    if (result == CURLE_OK) result = curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, function);
     if (result == CURLE_OK) return;
     if (!isMissing(result)) refuseOption(CURLOPT_SSL_CTX_FUNCTION, result);
     if (needsOwnConnection(config)) throw std::runtime_error("libcurl was built without OpenSSL");
@@ -149,7 +149,9 @@ void EngineTls::addTlsConfig(CURL* easy, Request& request) {
     if (config.own_pkey) requireRegularFile("own_pkey", *config.own_pkey);
     const bool has_files = tls::hasOwnIdentityFiles(config);
     setVersions(easy, config);
-    if (alone || !has_files) setContextFunction(easy, config);
+    // Decided here for all handshakes of the transfer: files may come and go before each of them.
+    if (!has_files) setContextFunction(easy, config, &tls::setupDeviceSSLCTXCallback);
+    if (has_files && alone) setContextFunction(easy, config, &tls::setupSSLCTXCallback);
     if (has_files) {
         writeLine(*logger, log_level::detail, "({}) Configuring own certificate for mTLS (cert={}; pkey={})",
                   request.id(), *config.own_cert, *config.own_pkey);

@@ -108,17 +108,43 @@ bool setVerifierData(SSL_CTX* context, const tl::optional<std::string>& data) {
     return stored && (text != nullptr || !data);
 }
 
-CURLcode setUpContext(CURL* curl, void* sslctx, void* config) {
+CURLcode setUpVerification(CURL* curl, void* sslctx, void* config) {
     const auto& request = *static_cast<const RequestConfig*>(config);
     if (request.verifier) {
         const CURLcode result = setupVerifierCallback(curl, sslctx, config);
         if (result != CURLE_OK) return result;
     }
-    if (request.tls_partial_chain) {
-        const CURLcode result = configurePartialChain(curl, sslctx, config);
-        if (result != CURLE_OK) return result;
+    return request.tls_partial_chain ? configurePartialChain(curl, sslctx, config) : CURLE_OK;
+}
+
+// Whether libcurl has loaded the request's own certificate. Files may have gone since; the device's would join it then.
+bool isLoaded(const RequestConfig& config, void* sslctx) {
+    if (!config.own_cert || !config.own_pkey || sslctx == nullptr) return false;
+    return SSL_CTX_get0_certificate(static_cast<SSL_CTX*>(sslctx)) != nullptr;
+}
+
+CURLcode setUpContext(CURL* curl, void* sslctx, void* config) {
+    const CURLcode result = setUpVerification(curl, sslctx, config);
+    if (result != CURLE_OK) return result;
+    const auto& request = *static_cast<const RequestConfig*>(config);
+    if (isLoaded(request, sslctx) || hasOwnIdentityFiles(request)) return CURLE_OK;
+    return setMicToCtx(curl, sslctx, config);
+}
+
+CURLcode setUpDeviceContext(CURL* curl, void* sslctx, void* config) {
+    const CURLcode result = setUpVerification(curl, sslctx, config);
+    return result == CURLE_OK ? setMicToCtx(curl, sslctx, config) : result;
+}
+
+// No exception may pass through libcurl, whatever a secure store or a log throws.
+CURLcode fenced(CURLcode (*step)(CURL*, void*, void*), CURL* curl, void* sslctx, void* config) {
+    try {
+        if (config != nullptr) return step(curl, sslctx, config);
+        return fail(CURLE_BAD_FUNCTION_ARGUMENT, "CURLcode kel::http::tls::setupSSLCTXCallback(CURL*, void*, void*)",
+                    "Missing RequestConfig");
+    } catch (...) {
+        return CURLE_FAILED_INIT;
     }
-    return hasOwnIdentityFiles(request) ? CURLE_OK : setMicToCtx(curl, sslctx, config);
 }
 
 }  // namespace
@@ -128,13 +154,11 @@ bool hasOwnIdentityFiles(const RequestConfig& config) {
 }
 
 CURLcode setupSSLCTXCallback(CURL* curl, void* sslctx, void* config) {
-    try {
-        if (config != nullptr) return setUpContext(curl, sslctx, config);
-        return fail(CURLE_BAD_FUNCTION_ARGUMENT, "CURLcode kel::http::tls::setupSSLCTXCallback(CURL*, void*, void*)",
-                    "Missing RequestConfig");
-    } catch (...) {  // no exception may pass through libcurl, whatever a secure store or a log throws
-        return CURLE_FAILED_INIT;
-    }
+    return fenced(&setUpContext, curl, sslctx, config);
+}
+
+CURLcode setupDeviceSSLCTXCallback(CURL* curl, void* sslctx, void* config) {
+    return fenced(&setUpDeviceContext, curl, sslctx, config);
 }
 
 CURLcode setupVerifierCallback(CURL* /*curl*/, void* sslctx, void* config) {

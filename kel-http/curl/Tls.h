@@ -19,8 +19,13 @@ namespace kel::http::tls {
 // Whether libcurl can load the client certificate and its key from the request's own files.
 KEL_HTTP_EXPORT bool hasOwnIdentityFiles(const RequestConfig& config);
 
-// All that `config` asks for. Files that can be read when the handshake begins come before the device's own identity.
+// All that `config` asks for. Files that can be read when the handshake begins come before the device's own identity; it
+// is up to whoever installs this to have libcurl load them.
 KEL_HTTP_EXPORT CURLcode setupSSLCTXCallback(CURL* curl, void* sslctx, void* config);
+
+// The same for a transfer that libcurl loads no files for, because they could not be read when it was set up: it presents
+// the device's identity, whatever has become of them since. Without it such a transfer would present nothing at all.
+KEL_HTTP_EXPORT CURLcode setupDeviceSSLCTXCallback(CURL* curl, void* sslctx, void* config);
 
 // Installs `config.verifier`, which has the last word on the chain then, and its text. The context gets a copy of the
 // text, because it lives as long as the connection. Stops the process when the verifier is no plain function.

@@ -233,6 +233,104 @@ TEST_F(ClientTlsIdentityTest, IdentityIsReadForEachHandshake) {
     EXPECT_EQ(errorOf(who()).message, "error signaled by ssl ctx callback");
 }
 
+// --- files that come and go between set-up and handshake ---
+
+// The request begins at a server without TLS, which changes the files and leads on to one that asks for a certificate.
+// Once as it is, and once with a verifier, which has a context of its own.
+class ClientTlsIdentityChangeTest : public ClientTlsIdentityTest, public testing::WithParamInterface<bool> {
+ protected:
+    using Change = std::function<void()>;
+
+    RequestConfig changing(const Change& change) {
+        server.onRequest([this, change](const ReceivedRequest&) {
+            change();
+            return Reply::redirect(nginx.tlsUrl("/who"));
+        });
+        RequestConfig config = withFiles(files);
+        config.url = server.url();
+        if (GetParam()) config.verifier = Verifiers::neutral;
+        return config;
+    }
+    // The same with a handshake before.
+    RequestConfig changingBetweenHandshakes(const Change& change) {
+        RequestConfig config = changing(change);
+        config.url = first.tlsUrl("/away");
+        return config;
+    }
+    void expectFailure(const RequestConfig& config) {
+        EXPECT_EQ(errorOf(config).failure, ClientFailure::Other);
+        EXPECT_EQ(nginx.accessLog().size(), 0U);
+    }
+
+    void addCertificate() const { writeWholeFile(files.certificate_file, readWholeFile(user.certificate_file)); }
+    void addKey() const { writeWholeFile(files.key_file, readWholeFile(user.key_file)); }
+    void addBoth() const {
+        addCertificate();
+        addKey();
+    }
+    void spoil(const std::string& file) const { writeWholeFile(file, "no PEM"); }
+    void takeAway(const std::string& file) const { unlink(file.c_str()); }
+
+    const TemporaryDirectory folder;
+    const CertificateFiles files{folder.path("cert.pem"), folder.path("key.pem")};
+    const NginxServer first{
+        asking("ssl_verify_client optional_no_ca; location = /away { return 302 " + server.url() + "; }")};
+    const Verifiers verifiers;
+};
+
+INSTANTIATE_TEST_SUITE_P(Verified, ClientTlsIdentityChangeTest, testing::Bool(),
+                         [](const auto& verified) { return verified.param ? "ByAVerifier" : "Ordinarily"; });
+
+TEST_P(ClientTlsIdentityChangeTest, FilesThatComeTooLateGiveWayToTheDevice) {
+    EXPECT_EQ(bodyOf(changing([this] { addBoth(); })), "CN=test device");
+    takeAway(files.certificate_file);
+    EXPECT_EQ(bodyOf(changing([this] { addCertificate(); })), "CN=test device");
+    takeAway(files.key_file);
+    EXPECT_EQ(bodyOf(changing([this] { addKey(); })), "CN=test device");
+    EXPECT_EQ(bodyOf(changing([] {})), "CN=test user");
+}
+
+TEST_P(ClientTlsIdentityChangeTest, FilesThatComeAfterTheFirstHandshakeGiveWayToTheDevice) {
+    EXPECT_EQ(bodyOf(changingBetweenHandshakes([this] { addBoth(); })), "CN=test device");
+    EXPECT_EQ(bodyOf(changingBetweenHandshakes([] {})), "CN=test user");
+}
+
+TEST_P(ClientTlsIdentityChangeTest, ConnectionOfTheDeviceDoesNotServeFilesThatCameTooLate) {
+    RequestConfig config = changing([this] { addBoth(); });
+    config.reset_state = false;
+    EXPECT_EQ(bodyOf(config), "CN=test device");
+    EXPECT_EQ(bodyOf(config), "CN=test user");
+}
+
+TEST_P(ClientTlsIdentityChangeTest, CertificateThatGoesFailsTheHandshake) {
+    addBoth();
+    expectFailure(changing([this] { takeAway(files.certificate_file); }));
+    addBoth();
+    expectFailure(changingBetweenHandshakes([this] { takeAway(files.certificate_file); }));
+}
+
+TEST_P(ClientTlsIdentityChangeTest, KeyThatGoesFailsTheHandshake) {
+    addBoth();
+    expectFailure(changing([this] { takeAway(files.key_file); }));
+    addBoth();
+    expectFailure(changingBetweenHandshakes([this] { takeAway(files.key_file); }));
+}
+
+TEST_P(ClientTlsIdentityChangeTest, FilesThatAreSpoiltFailTheHandshake) {
+    for (const std::string& file : {files.certificate_file, files.key_file}) {
+        addBoth();
+        expectFailure(changing([this, file] { spoil(file); }));
+        addBoth();
+        expectFailure(changing([file] { writeWholeFile(file, ""); }));
+    }
+}
+
+TEST_P(ClientTlsIdentityChangeTest, KeyOfAnotherCertificateFailsTheHandshake) {
+    addBoth();
+    const std::string other = readWholeFile(TestCertificates::shared().server().key_file);
+    expectFailure(changing([this, other] { writeWholeFile(files.key_file, other); }));
+}
+
 // --- servers that require a certificate ---
 
 TEST_F(ClientTlsIdentityTest, ServerOfTheAuthorityTakesThoseThatItHasSigned) {

@@ -346,6 +346,38 @@ TEST_F(TlsContextTest, FilesOfTheRequestAreLeftToLibcurl) {
     EXPECT_FALSE(hasCertificate());
 }
 
+// It would join the files' own, and OpenSSL would choose between the two.
+TEST_F(TlsContextTest, DeviceStaysAwayWhenFilesGoThatLibcurlHasLoaded) {
+    storeDevice();
+    useFiles();
+    ASSERT_EQ(SSL_CTX_use_certificate_file(context.get(), config.own_cert->c_str(), SSL_FILETYPE_PEM), 1);
+    config.own_cert = "/nonexistent/cert.pem";
+    EXPECT_EQ(setUp(), CURLE_OK);
+    EXPECT_EQ(commonName(SSL_CTX_get0_certificate(context.get())), "localhost");
+    EXPECT_FALSE(hasKey());
+}
+
+TEST_F(TlsContextTest, DeviceIsPresentedForATransferWithoutFilesWhateverCanBeRead) {
+    storeDevice();
+    useFiles();
+    config.verifier = acceptAll;
+    config.tls_partial_chain = true;
+    EXPECT_EQ(tls::setupDeviceSSLCTXCallback(nullptr, context.get(), &config), CURLE_OK);
+    EXPECT_EQ(SSL_CTX_get_verify_callback(context.get()), acceptAll);
+    EXPECT_TRUE(allowsPartialChains(context));
+    ASSERT_TRUE(hasCertificate());
+    EXPECT_EQ(commonName(SSL_CTX_get0_certificate(context.get())), "test device");
+}
+
+TEST_F(TlsContextTest, TransferWithoutFilesFailsWithoutADevice) {
+    useFiles();
+    EXPECT_EQ(tls::setupDeviceSSLCTXCallback(nullptr, context.get(), &config), CURLE_FAILED_INIT);
+    EXPECT_EQ(tls::setupDeviceSSLCTXCallback(nullptr, context.get(), nullptr), CURLE_BAD_FUNCTION_ARGUMENT);
+    EXPECT_EQ(tls::setupDeviceSSLCTXCallback(nullptr, nullptr, &config), CURLE_BAD_FUNCTION_ARGUMENT);
+    EXPECT_THAT(log.texts(), ElementsAre("setMicToCtx: Failed Fetch the MIC", SetupContext + ": Missing RequestConfig",
+                                         SetupDevice + ": Missing SSL_CTX"));
+}
+
 TEST_F(TlsContextTest, FilesThatAreNotAllThereGiveWayToTheDevice) {
     storeDevice();
     const auto presents = [this] {
