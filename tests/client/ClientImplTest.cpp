@@ -16,6 +16,7 @@
 #include "fixture/ClientTest.h"
 #include "fixture/LogCapture.h"
 #include "kel-http/client/CurlRequest.h"
+#include "ko/loop_executor.h"
 #include "support/VirtualPlace.h"
 
 namespace kel::http::test {
@@ -236,6 +237,19 @@ TEST_F(ClientImplDeathTest, CallbacksAreLookedAtInTheirOrderAndBeforeTheThread) 
         "Assertion 'error_cb' failed");
     EXPECT_DEATH(client->start_download({}, "path", {}, noResponse(), noError(), Client::ProgressCallback()),
                  "Assertion 'progress_cb' failed");
+}
+
+TEST_F(ClientImplDeathTest, WhatACallbackThrowsStopsTheProcessThoughItIsWantOfMemory) {
+    ko::loop_executor loop;
+    const auto owner = std::make_shared<ClientImpl>(loop, logger());
+    const Client::RequestId id = owner->start_request(
+        {}, {}, [](Client::RequestId, const ResponseData&) { throw std::bad_alloc(); }, noError());
+    const auto request = std::make_shared<ClientImpl::CurlRequest>(owner, id, RequestConfig());
+    request->notifyHeader("HTTP/1.1 200 OK\r\n\r\n");
+    request->setResponseCode(200);
+    request->notifyDataEnd();
+    EXPECT_DEATH(loop.drain(), "bad_alloc");
+    owner->cancel_request(id);
 }
 
 TEST_F(ClientImplDeathTest, AnIdOfZeroStopsTheProcess) {

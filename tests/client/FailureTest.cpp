@@ -184,5 +184,55 @@ TEST_F(FailureTest, ALimitOfNothingRefusesTheFirstByteButNoEmptyBody) {
     EXPECT_EQ(fetch(config).response->status, 204);
 }
 
+TEST_F(FailureTest, AnAnnouncedBodyBeyondTheLimitThatNobodyWouldGet) {
+    RequestConfig config = get();
+    config.size_limit = 10U;
+    config.user = "user";
+    server.enqueue(Reply::redirect("/next").body("see over there"));
+    expect(error(config), ClientFailure::Other, "Maximum file size exceeded");
+    server.enqueue(Reply(401).header("WWW-Authenticate", "Basic realm=\"r\"").body("who are you"));
+    expect(error(config), ClientFailure::Other, "Maximum file size exceeded");
+    EXPECT_EQ(server.requests().size(), 2U);
+}
+
+TEST_F(FailureTest, ABodyThatNobodyGetsIsNoneWhereItsSizeIsNotAnnounced) {
+    RequestConfig config = get();
+    config.size_limit = 10U;
+    config.user = "user";
+    server.enqueue(Reply::redirect("/next").chunked().body("see over there"));
+    server.enqueue(Reply(401).header("WWW-Authenticate", "Basic realm=\"r\"").chunked().body("who are you"));
+    server.enqueue(Reply(200).body("welcome"));
+    EXPECT_EQ(fetch(config).response->body, "welcome");
+}
+
+// Asks for bodies that are packed; libcurl unpacks them.
+class UnpackingEngine : public Engine {
+ public:
+    UnpackingEngine() : Engine([](const std::function<void()>& completion) { completion(); }) {}
+    ~UnpackingEngine() override { stop(); }
+
+    void addTlsConfig(void* easy, std::shared_ptr<Request> request) override {
+        Engine::addTlsConfig(easy, std::move(request));
+        curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "gzip");
+    }
+};
+
+TEST_F(FailureTest, ABodyBeyondTheLimitAfterItWasUnpacked) {
+    stopEngine();
+    useEngine(std::make_unique<UnpackingEngine>());
+    const std::string packed(
+        "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\xff\xab\xa8\x18\x05\xa3\x60\x14\x0c\x77\x00\x00\xe6\xc9\x41\x3b\xe8\x03"
+        "\x00\x00",
+        29);
+    RequestConfig config = get();
+    config.size_limit = 1000U;
+    server.enqueue(Reply(200).header("Content-Encoding", "gzip").body(packed));
+    EXPECT_EQ(fetch(config).response->body, std::string(1000, 'x'));
+    config.size_limit = 999U;
+    server.enqueue(Reply(200).header("Content-Encoding", "gzip").body(packed));
+    EXPECT_EQ(error(config).failure, ClientFailure::WriteFailed);
+    stopEngine();
+}
+
 }  // namespace
 }  // namespace kel::http::test

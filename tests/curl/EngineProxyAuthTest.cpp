@@ -85,6 +85,24 @@ TEST_F(EngineProxyAuthTest, TargetNeverSeesTheCredentials) {
     EXPECT_EQ(target.requests().at(0).header("Proxy-Authorization"), std::nullopt);
 }
 
+// libcurl keeps the headers of a request for the server when there is a tunnel.
+TEST_F(EngineProxyAuthTest, CredentialsAmongTheHeadersReachTheServerAndNotTheProxy) {
+    const CountingProxy proxy;
+    startEngine().setProxyConfig(Mode::Manual, proxy.url(), "", "");
+    RequestConfig config;
+    config.url = target.url();
+    config.headers["Proxy-Authorization"] = basic({"user", "password"});
+    run(config)->outcome.await("end");
+    EXPECT_THAT(proxy.authorizations(), IsEmpty());
+    EXPECT_EQ(target.requests().at(0).header("Proxy-Authorization"), basic({"user", "password"}));
+    const SquidServer squid(SquidServer::Access::Basic, {{"user", "password"}});
+    engine().setProxyConfig(Mode::Manual, squid.url(), "", "");
+    const RecordingRequestPtr refused = run(config);
+    refused->outcome.awaitCount(1);
+    EXPECT_THAT(refused->outcome.events(), ElementsAre(HasSubstr("407")));
+    EXPECT_THAT(target.requests(), ::testing::SizeIs(1));
+}
+
 TEST_F(EngineProxyAuthTest, SquidTakesHardUsersByBasicAuthentication) {
     const SquidServer squid(SquidServer::Access::Basic, Hard_users);
     for (const ProxyUser& user : Hard_users) EXPECT_THAT(outcomeFor(squid.url(), user), ElementsAre("end"));
