@@ -60,7 +60,8 @@ class KEL_HTTP_EXPORT Engine {
     // Runs the tasks queued so far, ends the thread and frees all transfers.
     virtual ~Engine();
 
-    // Sets the TLS options of a transfer; a derived engine may replace it. Engine thread.
+    // Sets the TLS options of a transfer; a derived engine may replace it, or add options of libcurl's that the engine does
+    // not use (docs/extending.md). What it throws fails the request. Engine thread.
     virtual void addTlsConfig(void* easy, std::shared_ptr<Request> request);
 
     // The engine of this process; stops the process when there is none. Any thread.

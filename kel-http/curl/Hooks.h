@@ -13,7 +13,8 @@
 // Does nothing.
 KEL_HTTP_EXPORT void engine_request_added();
 
-// curl_multi_add_handle(multi, easy). Anything but CURLM_OK stops the process.
+// curl_multi_add_handle(multi, easy). All options of `easy` are set by then; more of them, and of `multi`, may be set
+// here (docs/extending.md tells which may not). A result other than CURLM_OK and CURLM_OUT_OF_MEMORY stops the process.
 KEL_HTTP_EXPORT CURLMcode engine_curl_multi_add_handle(void* multi, void* easy);
 
 // curl_multi_perform(multi, running).

@@ -14,6 +14,7 @@ namespace {
 
 std::atomic<bool> refuse_handles{false};
 std::atomic<bool> add_foreign_handle{false};
+std::atomic<long> most_connections{0};  // no bound
 std::atomic<std::size_t> performs{0};
 std::atomic<ko::thread_id> hook_thread{ko::invalid_thread_id};
 kel::http::test::EventLog hooks;
@@ -26,6 +27,7 @@ void engine_request_added() {
 }
 
 CURLMcode engine_curl_multi_add_handle(void* multi, void* easy) {
+    curl_multi_setopt(multi, CURLMOPT_MAX_TOTAL_CONNECTIONS, most_connections.load());
     if (add_foreign_handle) {
         CURL* const foreign = curl_easy_init();
         curl_easy_setopt(foreign, CURLOPT_URL, "unknown://host/");  // fails without asking anybody
@@ -86,6 +88,21 @@ TEST_F(HooksTest, EveryPassDrivesTheTransfersThroughTheHook) {
     onEngineThread([] {});
     EXPECT_GT(performs, before);
     run(get())->outcome.await("end");
+}
+
+TEST_F(HooksTest, ConnectionsInAllAreBoundedByAnOptionThatTheHookSets) {
+    most_connections = 1;
+    server.enqueue(Reply(200).stallBeforeHeaders());
+    const RecordingRequestPtr first = run(get("/first"));
+    server.awaitRequests(1);
+    const RecordingRequestPtr waiting = run(get("/waiting"));
+    onEngineThread([] {});
+    onEngineThread([] {});
+    server.release();
+    first->outcome.await("end");
+    waiting->outcome.await("end");
+    EXPECT_EQ(server.connectionCount(), 1U);
+    most_connections = 0;
 }
 
 TEST_F(HooksTest, RequestThatCouldNotBeSetUpIsNotAdded) {

@@ -5,7 +5,9 @@
 
 #include <array>
 #include <cstdio>
+#include <future>
 #include <string>
+#include <string_view>
 
 #include "support/ClosedPort.h"
 #include "support/Emulator.h"
@@ -78,6 +80,44 @@ TEST(ReadmeExampleTest, BodyIsPrinted) {
 TEST(ReadmeExampleTest, ErrorIsPrinted) {
     const ClosedPort closed;
     EXPECT_THAT(runExample("example_readme", closed.url()).output, StartsWith("none: "));
+}
+
+// A thousand letters "x", as gzip packs them.
+constexpr std::string_view Packed(
+    "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\xff\xab\xa8\x18\x05\xa3\x60\x14\x0c\x77\x00\x00\xe6\xc9\x41\x3b\xe8\x03\x00"
+    "\x00",
+    29);
+
+TEST(OptionsExampleTest, CompressedBodyIsUnpacked) {
+    ScriptedServer server;
+    server.enqueue(Reply(200).header("Content-Encoding", "gzip").body(std::string(Packed)));
+    EXPECT_EQ(runExample("example_libcurl_options", "30 " + server.url()).output, "status 200, 1000 bytes\n");
+    EXPECT_THAT(server.requests().at(0).header("Accept-Encoding").value_or(""), HasSubstr("gzip"));
+}
+
+TEST(OptionsExampleTest, TransferThatStandsStillEnds) {
+    ScriptedServer server;
+    server.enqueue(Reply(200).stallBeforeHeaders());
+    const Result result = runExample("example_libcurl_options", "1 " + server.url());
+    EXPECT_THAT(result.output, HasSubstr("no answer: Operation too slow."));
+    EXPECT_EQ(result.exit_code, 1);
+}
+
+TEST(OptionsExampleTest, ThirdTransferWaitsForOneOfTwoConnections) {
+    ScriptedServer server;
+    server.onRequest([](const ReceivedRequest&) { return Reply(200).stallBeforeHeaders().body("1"); });
+    const std::string urls = server.url() + " " + server.url() + " " + server.url();
+    auto running = std::async(std::launch::async, [&] { return runExample("example_libcurl_options", "30 " + urls); });
+    server.awaitRequests(2);
+    server.release(3);
+    EXPECT_EQ(running.get().output, "status 200, 1 bytes\nstatus 200, 1 bytes\nstatus 200, 1 bytes\n");
+    EXPECT_EQ(server.connectionCount(), 2U);
+}
+
+TEST(OptionsExampleTest, UsageIsPrintedWithoutAUrl) {
+    const Result result = runExample("example_libcurl_options", "30");
+    EXPECT_THAT(result.output, HasSubstr("usage: "));
+    EXPECT_EQ(result.exit_code, 1);
 }
 
 }  // namespace
