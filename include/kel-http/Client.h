@@ -38,7 +38,7 @@ struct KelHttpClientTag {};
 //            executor's post() throws std::bad_alloc, it is called again every 10 ms by the thread that completes
 //            transfers, which waits. Progress and log lines may be left out.
 // Callbacks: as later tasks on the executor, never inside a call of this class. They may call the client, also to start
-//            or cancel requests, and may drop it. They must not throw.
+//            or cancel requests, and may drop it. They must not throw, std::bad_alloc included: that ends the process.
 class KEL_HTTP_EXPORT Client {
  public:
     // Names one request of one client.

@@ -83,7 +83,8 @@ struct KEL_HTTP_EXPORT RequestConfig {
     // parts are left out, and so are those in the URL.
     std::list<std::string> dump() const;
 
-    // The HTTP method. Default: GET.
+    // The HTTP method. Default: GET. The request may arrive more than once, a POST as well: libcurl sends it again when a
+    // connection that has served before ends ahead of the answer, and each proxy that is tried in vain has sent it too.
     Method method;
 
     // The whole URL (RFC 3986); without a scheme "http" is assumed. Only http and https are allowed.
@@ -91,7 +92,8 @@ struct KEL_HTTP_EXPORT RequestConfig {
 
     // Request headers. An entry with an empty value keeps libcurl from sending that header at all. A name or value with
     // a line break or zero byte in it, or an empty name, fails the request. For a multipart form set "Content-Type" to
-    // "multipart/form-data" or erase the default entry.
+    // "multipart/form-data" or erase the default entry; a JSON body needs "application/json". "Proxy-Authorization" goes
+    // to the server, not to the engine's proxy: see Engine::setProxyConfig().
     HeaderMap headers;
 
     // User name for the server; credentials are used only when it is not empty. Default: empty.
@@ -148,7 +150,8 @@ struct KEL_HTTP_EXPORT RequestConfig {
     tl::optional<std::string> own_cert;
 
     // A PEM file with that certificate's private key (`CURLOPT_SSLKEY`), which is not encrypted: nobody is asked for a
-    // pass phrase. Default: unset.
+    // pass phrase. It matters to new connections only: one that another request has made with the same `own_cert` serves
+    // this one as well, though its key may be another. Default: unset.
     tl::optional<std::string> own_pkey;
 
     // Looks at the server's certificates during the handshake, on the engine thread. It alone decides when `tls_verify`
@@ -166,17 +169,19 @@ struct KEL_HTTP_EXPORT RequestConfig {
     CookieJar cookie_jar;
 
     // Forget what earlier requests left behind: a new cookie session, a new connection and a fresh name look-up. Stored
-    // cookies whose domain is the end of the URL's host are dropped first. Default: false.
+    // cookies whose domain is the end of the URL's host are dropped first. Over its new connection the request is sent
+    // once. Default: false.
     bool reset_state;
 
     // The highest receive speed, in bytes per second. Unset (the default): no limit.
     tl::optional<std::uint32_t> speed_limit;
 
-    // Longest time for the whole transfer, in milliseconds; 0 (the default): no limit. It keeps running while the
-    // request is paused.
+    // Longest time for the whole transfer, in milliseconds; 0 (the default), or less: no limit. It keeps running while
+    // the request is paused.
     std::chrono::milliseconds timeout;
 
-    // The largest response body to accept, in bytes. Unset (the default): no limit.
+    // The largest response body to accept, in bytes. A size that a server announces is held against it for every answer on
+    // the way, redirects and requests for credentials too, whose bodies nobody gets. Unset (the default): no limit.
     tl::optional<std::uint32_t> size_limit;
 
     // Collect ResponseData::timing_data. Default: false.
@@ -194,8 +199,9 @@ struct KEL_HTTP_EXPORT RequestConfig {
     Proxy proxy;
 
     // URLs of proxies ("host:port", "http://host:port"), tried in order until one works while the engine's mode is
-    // PACUrl or WPAD. Those that failed within the last 30 minutes come last. `timeout` starts anew for each. They are
-    // logged without the credentials in them. Default: none.
+    // PACUrl or WPAD. Those that failed within the last 30 minutes come last. `timeout` starts anew for each, and
+    // each may have brought the whole request to the server. They are logged without the credentials in them. Default:
+    // none.
     std::list<std::string> proxies;
 
     // Credentials that a `proxy` other than use_proxy sets with the mode. Only mode Manual uses them; see
