@@ -74,10 +74,11 @@ class KEL_HTTP_EXPORT Client {
     // The body is written to a sibling, `path` + ".downloading-" and eight characters (`path` + "." and eight when the
     // body is empty), which is renamed onto `path` once it is complete: `path` is the old file or the whole new one,
     // save after a power cut, as nothing is synced. With config.resume the body is appended to `path` itself: one
-    // download at a time. `progress_cb` is called about once a second, and whenever a body is complete, that of a
+    // download at a time, and nobody else at the file. `progress_cb` is called about once a second, and whenever a body is complete, that of a
     // followed redirect included; never after the outcome.
     // Errors:    std::bad_alloc, with nothing started; what can not be written ends in ClientFailure::WriteFailed; what
-    //            the server can not resume in RangeError; resuming what is no file, or can not be looked at, in Other.
+    //            the server can not resume in RangeError, and so does a file that has another size by then; resuming
+    //            what is no file, or can not be looked at, in Other.
     virtual RequestId start_download(const RequestConfig& config, const std::string& path, const LogFilter& filter,
                                      const ResponseCallback& response_cb, const ErrorCallback& error_cb,
                                      const ProgressCallback& progress_cb) = 0;

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -11,6 +10,7 @@
 
 #include "checksum/Digest.h"
 #include "kel-http/client/ClientImpl.h"
+#include "kel-http/client/DownloadFile.h"
 #include "kel-http/client/ProgressPace.h"
 #include "kel-http/curl/Request.h"
 
@@ -51,6 +51,8 @@ class ClientImpl::CurlRequest : public Request {
 
     bool take(std::string_view data);
     void open_download();
+    bool open_target(DownloadFile& file);
+    bool open_sibling(DownloadFile& file);
     bool write_download(std::string_view data);
 
     // The end of a download. False: it went wrong, and the failure has been reported.
@@ -88,7 +90,7 @@ class ClientImpl::CurlRequest : public Request {
     // What the outcome is posted with, made beforehand: nothing may be missing then.
     std::function<void()> delivery = Delivery();
     // The file of a download; opened when the first data arrives.
-    std::unique_ptr<std::ofstream> output;
+    std::unique_ptr<DownloadFile> output;
     // Where a download is written before it is renamed; empty when no such file is used.
     std::string temporary_path;
     ProgressPace progress_pace;
@@ -105,6 +107,8 @@ class ClientImpl::CurlRequest : public Request {
     std::uint32_t resume_offset = 0;
     // The header block of the last answer has come to its end.
     bool header_block_complete = false;
+    // The target of a resumed download was no longer what it was when it was asked for; `body` tells.
+    bool target_has_changed = false;
     // The outcome is an error.
     bool has_failed = false;
 };

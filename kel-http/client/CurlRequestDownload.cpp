@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <fstream>
 #include <new>
 #include <stdexcept>
 #include <system_error>
@@ -18,12 +16,6 @@
 
 namespace kel::http {
 namespace {
-
-// Makes a stream forget what it holds back, which closing it would write. std::ofstream has no call for that; its buffer
-// has one, whose name only derived classes may use.
-struct Unwritten : std::filebuf {
-    static void forget(std::ofstream& file) { (file.rdbuf()->*(&Unwritten::setp))(nullptr, nullptr); }
-};
 
 // The system would take the part before the zero byte for the name, which is another file's.
 bool isFileName(const std::string& path) {
@@ -44,34 +36,37 @@ void ClientImpl::CurlRequest::give_up_download() noexcept {
     unlink(temporary_path.c_str());
 }
 
-// Opening takes memory when the file is there already: it is this request's by then, which removes it.
 void ClientImpl::CurlRequest::open_download() {
-    if (!isFileName(*download_path)) throw std::runtime_error("Failed to open file");
-    auto file = std::make_unique<std::ofstream>();
-    if (config.resume) {
-        if (const auto size = partialFileSize(*download_path)) resume_offset = static_cast<std::uint32_t>(*size);
-        output = std::move(file);
-        output->open(*download_path, std::ios::out | std::ios::app);
-    } else {
-        boost::system::error_code ignored;
-        temporary_path = ko::filesystem::unique_path(*download_path + ".downloading-%%%%%%%%", ignored).string();
-        output = std::move(file);
-        output->open(temporary_path);
+    auto file = std::make_unique<DownloadFile>();
+    const bool opened = isFileName(*download_path) && (config.resume ? open_target(*file) : open_sibling(*file));
+    if (!opened) throw std::runtime_error("Failed to open file");
+    output = std::move(file);
+}
+
+// The server sends what is behind the bytes that were there when it was asked: nowhere else does it fit.
+bool ClientImpl::CurlRequest::open_target(DownloadFile& file) {
+    try {
+        if (!file.append(*download_path, askedOffset(*this))) return false;
+    } catch (const DownloadFile::Changed& changed) {
+        body = changed.what();
+        target_has_changed = true;
+        throw;
     }
-    if (!output->fail()) return;
-    output.reset();
-    throw std::runtime_error("Failed to open file");
+    resume_offset = static_cast<std::uint32_t>(file.size_before());
+    return true;
+}
+
+bool ClientImpl::CurlRequest::open_sibling(DownloadFile& file) {
+    boost::system::error_code ignored;
+    temporary_path = ko::filesystem::unique_path(*download_path + ".downloading-%%%%%%%%", ignored).string();
+    return file.create(temporary_path);
 }
 
 // The target itself holds nothing back: when this request is given up, its owner may resume the file at once, from the
 // size that it has. A flush that fails is told with the next piece or at the end.
-//
-// A write that fails may have left some of its bytes on the disk. The stream would write all of them again when it is
-// closed, and where there is room by then the file would no longer be the beginning of the whole.
 bool ClientImpl::CurlRequest::write_download(std::string_view data) {
-    const bool taken = output->write(data.data(), static_cast<std::streamsize>(data.size())).good();
+    const bool taken = output->write(data);
     if (config.resume) output->flush();
-    if (!output->good()) Unwritten::forget(*output);
     return taken;
 }
 
@@ -111,16 +106,15 @@ bool ClientImpl::CurlRequest::create_empty_file() try {
     boost::system::error_code error;
     temporary_path = ko::filesystem::unique_path(*download_path + ".%%%%%%%%", error).string();
     if (error) return false;
-    const int file = open(temporary_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    return file >= 0 && close(file) == 0;
+    DownloadFile file;
+    return file.create(temporary_path) && file.close();
 } catch (const std::exception&) {
     // Random numbers may be a matter of descriptors, of which there may be none left.
     return false;
 }
 
 bool ClientImpl::CurlRequest::close_output() {
-    output->close();
-    return output->good();
+    return output->close();
 }
 
 bool ClientImpl::CurlRequest::move_into_place(logging::Logger& log) {

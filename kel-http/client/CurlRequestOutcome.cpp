@@ -73,9 +73,13 @@ void ClientImpl::CurlRequest::notifyFailure(Failure reason, std::string_view mes
     tryToCancelRequest();
     // Before the outcome: whoever hears of it may resume at once, and must not find the file still growing.
     give_up_download();
-    failure = convert_failure(reason);
     has_failed = true;
-    keep_message(message);
+    if (target_has_changed) {
+        failure = ClientFailure::RangeError;  // to the engine it is a file that can not be written
+    } else {
+        failure = convert_failure(reason);
+        keep_message(message);
+    }
     hand_over(error_tag);
 }
 

@@ -103,7 +103,7 @@ void EngineSetup::addTarget(CURL* easy, const Request& request) {
     setOption(easy, CURLOPT_HEADERDATA, easy);
 }
 
-void EngineSetup::addDownloadLimits(CURL* easy, const Request& request) const {
+void EngineSetup::addDownloadLimits(CURL* easy, Request& request) const {
     const RequestConfig& config = request.config;
     if (config.size_limit && fitsLongOption(*config.size_limit)) {
         setOption(easy, CURLOPT_MAXFILESIZE, static_cast<long>(*config.size_limit));
@@ -117,6 +117,7 @@ void EngineSetup::addDownloadLimits(CURL* easy, const Request& request) const {
     if (!config.resume) return;
 
     const auto offset = partialFileSize(config.download_path);
+    stateOf(request).askedOffset = offset.value_or(0);
     if (!offset) return;
     if (config.method != Method::GET && *offset == 0) return;
     requireGet(config, *offset);

@@ -27,7 +27,7 @@ class EngineSetup {
  private:
     void addCallbacks(CURL* easy, Request& request) const;
     static void addTarget(CURL* easy, const Request& request);
-    void addDownloadLimits(CURL* easy, const Request& request) const;
+    void addDownloadLimits(CURL* easy, Request& request) const;
     void addRedirects(CURL* easy, const Request& request) const;
     static void addProgress(CURL* easy);
     void addTimeout(CURL* easy, const Request& request) const;

@@ -48,6 +48,7 @@ struct Request::Impl {
     void beginAttempt(std::uint32_t run) {
         activeRun = run;
         headerBudget = HeaderBudget();
+        askedOffset = tl::nullopt;
     }
 
     std::atomic<std::uint32_t> lastRun{0};
@@ -67,6 +68,8 @@ struct Request::Impl {
     tl::optional<TimingData> timingData;
     // Engine thread: what peers may still send in header lines of the present attempt.
     HeaderBudget headerBudget;
+    // Engine thread: how many bytes the present attempt of a resumed download leaves out.
+    tl::optional<std::uintmax_t> askedOffset;
     // Engine thread: the present attempt's proxy came from remainingProxies.
     bool proxyIsFromList = false;
     // libcurl writes its error text here (`CURLOPT_ERRORBUFFER`) until the transfer is handed over.

@@ -146,6 +146,28 @@ TEST_F(DownloadFolderTest, ReadOnlyItLetsAFileGrow) {
     EXPECT_EQ(readWholeFile(inner), "0123456789");
 }
 
+// Whether there is something to go on with nobody can tell.
+TEST_F(DownloadFolderTest, ClosedItIsAnErrorOfAResumedDownloadAndNothingIsSent) {
+    writeWholeFile(inner, "01234");
+    ASSERT_EQ(chmod(folder.c_str(), 0600), 0);
+    const ErrorData told = errorOf(startInFolder(resuming()));
+    EXPECT_EQ(told.failure, ClientFailure::Other);
+    EXPECT_THAT(told.message, testing::HasSubstr(inner));
+    EXPECT_THAT(server.requests(), IsEmpty());
+}
+
+TEST_F(DownloadFolderTest, ClosedMeanwhileItIsAWriteFailureOfAResumedDownload) {
+    writeWholeFile(inner, "01234");
+    server.enqueue(Reply(206).header("Content-Range", "bytes 5-9/10").pause().body("56789"));
+    const Client::RequestId id = startInFolder(resuming());
+    server.awaitRequests(1);
+    ASSERT_EQ(chmod(folder.c_str(), 0600), 0);
+    server.release();
+    expectNotOpened(errorOf(id));
+    ASSERT_EQ(chmod(folder.c_str(), 0700), 0);
+    EXPECT_EQ(readWholeFile(inner), "01234");
+}
+
 // The file was closed by then: it is whole, and somebody's to find.
 TEST_F(DownloadFolderTest, ReadOnlyMeanwhileItKeepsBothFiles) {
     writeWholeFile(inner, "old");

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <atomic>
+#include <filesystem>
 
 #include "client/DownloadTest.h"
 #include "support/NginxServer.h"
@@ -8,6 +9,7 @@ namespace kel::http::test {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 class DownloadResumeTest : public DownloadTest {
@@ -137,6 +139,45 @@ TEST_F(DownloadResumeTest, ARedirectOnTheWayAddsNothing) {
     EXPECT_EQ(response(resuming()).status, 206);
     EXPECT_EQ(server.requests().at(1).header("Range"), "bytes=5-");
     EXPECT_EQ(content(), "0123456789");
+}
+
+TEST_F(DownloadResumeTest, AChallengeOnTheWayAddsNothing) {
+    keepPart();
+    RequestConfig config = resuming();
+    config.user = "user";
+    config.password = "password";
+    server.enqueue(Reply(401).header("WWW-Authenticate", "Basic realm=\"there\"").body("who is it?"));
+    server.enqueue(part("5-9/10").body("56789"));
+    EXPECT_EQ(response(config).status, 206);
+    EXPECT_EQ(server.requests().at(1).header("Range"), "bytes=5-");
+    EXPECT_EQ(content(), "0123456789");
+}
+
+// --- files that can not be looked at ---
+
+TEST_F(DownloadResumeTest, ALinkToItselfIsAnErrorAndNothingIsSent) {
+    std::filesystem::create_symlink(target, target);
+    const ErrorData told = error(resuming());
+    EXPECT_EQ(told.failure, ClientFailure::Other);
+    EXPECT_THAT(told.message, HasSubstr(target));
+    EXPECT_THAT(server.requests(), IsEmpty());
+}
+
+TEST_F(DownloadResumeTest, ANameThatIsTooLongIsAnErrorAndNothingIsSent) {
+    const std::string name = directory.path(std::string(256, 'n'));
+    const ErrorData told = errorOf(startDownload(resuming(), name));
+    EXPECT_EQ(told.failure, ClientFailure::Other);
+    EXPECT_THAT(told.message, HasSubstr(name));
+    EXPECT_THAT(server.requests(), IsEmpty());
+}
+
+// Below what is no folder nothing can be: all is asked for, and finds no place.
+TEST_F(DownloadResumeTest, AFileInThePlaceOfTheFolderIsAWriteFailure) {
+    keepPart();
+    server.enqueue(Reply(200).body("bytes"));
+    EXPECT_EQ(errorOf(startDownload(resuming(), target + "/f.bin")).failure, ClientFailure::WriteFailed);
+    EXPECT_FALSE(server.requests().at(0).header("Range").has_value());
+    EXPECT_EQ(content(), "01234");
 }
 
 // --- cut downloads ---
