@@ -70,7 +70,7 @@ class KEL_HTTP_EXPORT Client {
     // As start_request, but the body goes to the file `path`.
     //
     // Beware: the body of *every* answer goes there. A 404 whose page has been received replaces a good file.
-    // What has the name `path` is replaced, be it a symbolic link or a device.
+    // What has the name `path` is replaced, be it a symbolic link or a device. A regular file hands its permissions on.
     // The body is written to a sibling, `path` + ".downloading-" and eight characters (`path` + "." and eight when the
     // body is empty), which is renamed onto `path` once it is complete: `path` is the old file or the whole new one,
     // save after a power cut, as nothing is synced. With config.resume the body is appended to `path` itself: one

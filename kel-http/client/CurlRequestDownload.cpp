@@ -59,7 +59,7 @@ bool ClientImpl::CurlRequest::open_target(DownloadFile& file) {
 bool ClientImpl::CurlRequest::open_sibling(DownloadFile& file) {
     boost::system::error_code ignored;
     temporary_path = ko::filesystem::unique_path(*download_path + ".downloading-%%%%%%%%", ignored).string();
-    return file.create(temporary_path);
+    return file.create(temporary_path, *download_path);
 }
 
 // The target itself holds nothing back: when this request is given up, its owner may resume the file at once, from the
@@ -107,7 +107,7 @@ bool ClientImpl::CurlRequest::create_empty_file() try {
     temporary_path = ko::filesystem::unique_path(*download_path + ".%%%%%%%%", error).string();
     if (error) return false;
     DownloadFile file;
-    return file.create(temporary_path) && file.close();
+    return file.create(temporary_path, *download_path) && file.close();
 } catch (const std::exception&) {
     // Random numbers may be a matter of descriptors, of which there may be none left.
     return false;

@@ -19,10 +19,27 @@ constexpr std::size_t buffer_bytes = 8192;
 // Writing a piece of this size costs less than copying it.
 constexpr std::size_t large_bytes = 1024;
 
+constexpr mode_t permissions = 0777;
 constexpr mode_t usual_permissions = 0666;  // less what the process masks
 
 bool is_missing(int error) {
     return error == ENOENT || error == ENOTDIR;
+}
+
+// The permissions of the file that is to be replaced, if there is one; the rights of another user, which a program may have,
+// are not for what a server sends. False when it can not be looked at: nobody knows who may read it.
+bool look_up_permissions(const std::string& target, tl::optional<mode_t>& mode) {
+    struct stat status {};
+    if (lstat(target.c_str(), &status) != 0) return is_missing(errno);
+    if (S_ISREG(status.st_mode)) mode = status.st_mode & permissions;
+    return true;
+}
+
+// Not every filesystem has permissions to give. One that grants no more than is allowed will do.
+bool restrict_to(int descriptor, mode_t mode) {
+    if (fchmod(descriptor, mode) == 0) return true;
+    struct stat status {};
+    return fstat(descriptor, &status) == 0 && (status.st_mode & permissions & ~mode) == 0;
 }
 
 [[noreturn]] void refuse(const std::string& path, std::uintmax_t expected, const std::string& now) {
@@ -44,9 +61,21 @@ DownloadFile::~DownloadFile() {
     if (is_open()) close();
 }
 
-bool DownloadFile::create(const std::string& path) {
-    descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, usual_permissions);
-    return is_open();
+// A file that has the temporary name already may be somebody else's, who could read what is written to it.
+bool DownloadFile::create(const std::string& path, const std::string& target) {
+    tl::optional<mode_t> mode;
+    if (!look_up_permissions(target, mode)) return false;
+    const int access = O_WRONLY | O_CREAT | O_CLOEXEC | (mode ? O_EXCL : O_TRUNC);
+    descriptor = open(path.c_str(), access, mode.value_or(usual_permissions));
+    if (!is_open()) return false;
+    if (!mode || restrict_to(descriptor, *mode)) return true;
+    give_up(path);
+    return false;
+}
+
+void DownloadFile::give_up(const std::string& path) {
+    close();
+    unlink(path.c_str());
 }
 
 // A pipe that nobody reads from would hold up all transfers if it were waited for.

@@ -25,8 +25,9 @@ class DownloadFile {
     DownloadFile(const DownloadFile&) = delete;
     DownloadFile& operator=(const DownloadFile&) = delete;
 
-    // Makes the file `path`. False when it can not be had.
-    bool create(const std::string& path);
+    // Makes the file `path`, to be renamed onto `target` later. What replaces a regular file has its permissions before a
+    // byte is written, and none that this one has not before that. False when it can not be had.
+    bool create(const std::string& path, const std::string& target);
 
     // Opens `path` to go on at its end. When it is known how many bytes are `expected` there, 0 for no file as well, it has
     // to have so many; else throws Changed, and nothing has been written or made. False when it can not be opened.
@@ -45,6 +46,7 @@ class DownloadFile {
 
  private:
     bool write_out(std::string_view data);
+    void give_up(const std::string& path);
 
     std::string collected;
     std::uintmax_t present = 0;

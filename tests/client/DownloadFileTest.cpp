@@ -2,10 +2,12 @@
 #include "kel-http/client/DownloadFile.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
 #include "client/DownloadTest.h"
+#include "client/FailingChmod.h"
 #include "client/FullDisk.h"
 #include "support/OpenDescriptors.h"
 
@@ -38,7 +40,7 @@ class DownloadFileTest : public testing::Test {
 
 TEST_F(DownloadFileTest, PiecesOfEverySizeStandOneBehindTheOther) {
     const std::string whole = pattern(300000);
-    ASSERT_TRUE(file.create(sibling));
+    ASSERT_TRUE(file.create(sibling, target));
     std::size_t at = 0;
     for (std::size_t size = 1; at + size < whole.size(); size = size * 5 % 20011) {
         ASSERT_TRUE(file.write(std::string_view(whole).substr(at, size)));
@@ -50,7 +52,7 @@ TEST_F(DownloadFileTest, PiecesOfEverySizeStandOneBehindTheOther) {
 }
 
 TEST_F(DownloadFileTest, SmallPiecesAreCollected) {
-    ASSERT_TRUE(file.create(sibling));
+    ASSERT_TRUE(file.create(sibling, target));
     EXPECT_TRUE(file.write(std::string(1023, 'a')));
     EXPECT_TRUE(file.write(std::string(1023, 'a')));
     EXPECT_EQ(std::filesystem::file_size(sibling), 0U);
@@ -62,7 +64,7 @@ TEST_F(DownloadFileTest, SmallPiecesAreCollected) {
 }
 
 TEST_F(DownloadFileTest, CollectedPiecesDoNotGrowWithoutEnd) {
-    ASSERT_TRUE(file.create(sibling));
+    ASSERT_TRUE(file.create(sibling, target));
     for (int i = 0; i < 100; ++i) EXPECT_TRUE(file.write(std::string(100, 'a')));
     EXPECT_GT(std::filesystem::file_size(sibling), 8000U);
     EXPECT_TRUE(file.close());
@@ -70,7 +72,7 @@ TEST_F(DownloadFileTest, CollectedPiecesDoNotGrowWithoutEnd) {
 }
 
 TEST_F(DownloadFileTest, NothingIsWrittenBehindAGap) {
-    ASSERT_TRUE(file.create(sibling));
+    ASSERT_TRUE(file.create(sibling, target));
     EXPECT_TRUE(file.write("little"));
     {
         const FullDisk full(3);
@@ -82,7 +84,7 @@ TEST_F(DownloadFileTest, NothingIsWrittenBehindAGap) {
 }
 
 TEST_F(DownloadFileTest, AFlushThatFailsIsToldByTheNextPieceAndTheEnd) {
-    ASSERT_TRUE(file.create(sibling));
+    ASSERT_TRUE(file.create(sibling, target));
     {
         const FullDisk full(3);
         EXPECT_TRUE(file.write("little"));
@@ -98,7 +100,7 @@ TEST_F(DownloadFileTest, ItsEndWritesWhatWasCollectedAndClosesIt) {
     const OpenDescriptors before;
     {
         DownloadFile other;
-        ASSERT_TRUE(other.create(sibling));
+        ASSERT_TRUE(other.create(sibling, target));
         EXPECT_TRUE(other.write("bytes"));
     }
     EXPECT_EQ(readWholeFile(sibling), "bytes");
@@ -107,11 +109,35 @@ TEST_F(DownloadFileTest, ItsEndWritesWhatWasCollectedAndClosesIt) {
 
 // --- a new file ---
 
-TEST_F(DownloadFileTest, ANewFileMayBeThereAlready) {
+TEST_F(DownloadFileTest, AFileThatReplacesNoneMayBeThereAlready) {
     writeWholeFile(sibling, "much longer than what comes");
-    ASSERT_TRUE(file.create(sibling));
+    ASSERT_TRUE(file.create(sibling, target));
     EXPECT_TRUE(file.close());
     EXPECT_EQ(readWholeFile(sibling), "");
+}
+
+// It may be somebody else's, who would read what the old one keeps from him.
+TEST_F(DownloadFileTest, AFileThatReplacesOneMayNotBeThereAlready) {
+    writeWholeFile(target, "old");
+    writeWholeFile(sibling, "another's");
+    EXPECT_FALSE(file.create(sibling, target));
+    EXPECT_FALSE(file.is_open());
+    EXPECT_EQ(readWholeFile(sibling), "another's");
+}
+
+TEST_F(DownloadFileTest, WithoutTheOldFilesModeNoneIsMade) {
+    writeWholeFile(target, "old");
+    ASSERT_EQ(chmod(target.c_str(), 0600), 0);
+    const FailingChmod failure(EPERM, 0604);
+    EXPECT_FALSE(file.create(sibling, target));
+    EXPECT_FALSE(file.is_open());
+    EXPECT_THAT(directory.names(), ElementsAre("f"));
+}
+
+TEST_F(DownloadFileTest, AFileThatCanNotBeLookedAtIsNotReplaced) {
+    const std::string name = directory.path(std::string(256, 'n'));
+    EXPECT_FALSE(file.create(sibling, name));
+    EXPECT_THAT(directory.names(), IsEmpty());
 }
 
 // --- the end of an old one ---

@@ -28,6 +28,11 @@ std::string boundaryOf(const test::ReceivedRequest& request) {
     return at == std::string::npos ? std::string() : type.substr(at + 9);
 }
 
+bool isOpenToOthers(const std::string& path) {
+    constexpr auto of_others = std::filesystem::perms(0077);
+    return (std::filesystem::status(path).permissions() & of_others) != std::filesystem::perms::none;
+}
+
 test::Reply answer(const Scenario& scenario, const test::ReceivedRequest& request) {
     if (request.target == Place::probe_path) return test::Reply(200).body(Place::probe_answer);
     if (request.target == last_path) return test::Reply(200);
@@ -62,11 +67,11 @@ Place::Place(const Scenario& scenario)
 
 void Place::furnish() {
     for (const std::string& name : folder_.names()) std::filesystem::remove_all(folder_.path(name));
-    for (const auto& [name, bytes] : scenario_.files) test::writeWholeFile(folder_.path(name), bytes);
-    std::filesystem::permissions(folder_.path(), std::filesystem::perms::owner_all);
-    if (scenario_.files.count("httpcookies") != 0) {
-        std::filesystem::permissions(folder_.path("httpcookies"), std::filesystem::perms(0600));
+    for (const auto& [name, bytes] : scenario_.files) {
+        test::writeWholeFile(folder_.path(name), bytes);
+        std::filesystem::permissions(folder_.path(name), std::filesystem::perms(0600));
     }
+    std::filesystem::permissions(folder_.path(), std::filesystem::perms::owner_all);
     if (nginx_) {
         furnishTls(folder_.path());
         nginx_lines_ = nginx_->accessLog().size();
@@ -139,7 +144,13 @@ Files Place::files() const {
     Files all;
     for (const std::string& name : folder_.names()) {
         const std::string path = folder_.path(name);
-        all[name] = std::filesystem::is_regular_file(path) ? test::readWholeFile(path) : "not a file";
+        if (!std::filesystem::is_regular_file(path)) {
+            all[name] = "not a file";
+        } else if (scenario_.files.count(name) != 0 && isOpenToOthers(path)) {
+            all[name] = "a file that others may read";
+        } else {
+            all[name] = test::readWholeFile(path);
+        }
     }
     return all;
 }

@@ -35,7 +35,7 @@ struct Scenario {
     std::function<std::vector<Step>(const Surroundings&)> steps;
     // What the server says; called on its thread.
     std::function<test::Reply(const test::ReceivedRequest&)> answer;
-    // The folder's files at the beginning.
+    // The folder's files at the beginning, for their owner alone; who puts others in their place keeps it so.
     Files files = {};
     // Whether a file may be there, with these bytes, when all is over. By default those of the beginning alone.
     std::function<bool(const std::string& name, const std::string& bytes, bool succeeded)> mayStand = {};
