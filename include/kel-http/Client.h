@@ -69,12 +69,13 @@ class KEL_HTTP_EXPORT Client {
 
     // As start_request, but the body goes to the file `path`.
     //
-    // Beware: the body of *every* answer goes there. A 404 whose page has been received replaces a good file.
+    // Beware: the body of *every* answer goes there. A 404 with its page, or a 304 without one, replaces a good file.
     // What has the name `path` is replaced, be it a symbolic link or a device. A regular file hands its permissions on.
     // The body is written to a sibling, `path` + ".downloading-" and eight characters (`path` + "." and eight when the
     // body is empty), which is renamed onto `path` once it is complete: `path` is the old file or the whole new one,
-    // save after a power cut, as nothing is synced. With config.resume the body is appended to `path` itself: one
-    // download at a time, and nobody else at the file. `progress_cb` is called about once a second, and whenever a body is complete, that of a
+    // save after a power cut, as nothing is synced. A name of more than 234 bytes leaves no room for the sibling's.
+    // With config.resume the body is appended to `path` itself: one download at a time, and nobody else at the file.
+    // `progress_cb` is called about once a second while bytes arrive, and whenever a body is complete, that of a
     // followed redirect included; never after the outcome.
     // Errors:    std::bad_alloc, with nothing started; what can not be written ends in ClientFailure::WriteFailed; what
     //            the server can not resume in RangeError, and so does a file that has another size by then; resuming

@@ -95,6 +95,19 @@ TEST_F(DownloadFailureTest, AFileOfExactlyTheLimitArrives) {
     EXPECT_EQ(content(), "1234567890");
 }
 
+// Nobody gets to see these bodies, but they are looked at before it is known what comes behind them.
+TEST_F(DownloadFailureTest, AnAnnouncedSizeBeyondTheLimitOnTheWayIsRefusedAsWell) {
+    RequestConfig config = get();
+    config.size_limit = 10U;
+    config.user = "user";
+    server.enqueue(Reply::redirect("/next").body("12345678901"));
+    EXPECT_EQ(error(config).failure, ClientFailure::Other);
+    server.enqueue(Reply(401).header("WWW-Authenticate", "Basic realm=\"there\"").body("12345678901"));
+    EXPECT_EQ(error(config).failure, ClientFailure::Other);
+    EXPECT_THAT(server.requests(), testing::SizeIs(2));
+    EXPECT_THAT(directory.names(), IsEmpty());
+}
+
 // However a download ends, its file is closed then.
 TEST_F(DownloadFailureTest, NoDownloadLeavesItsFileOpen) {
     const OpenDescriptors before;

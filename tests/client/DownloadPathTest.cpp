@@ -5,6 +5,7 @@
 
 #include "client/DownloadTest.h"
 #include "client/FolderWatch.h"
+#include "fixture/LogCapture.h"
 
 namespace kel::http::test {
 namespace {
@@ -74,6 +75,25 @@ TEST_F(DownloadPathTest, APercentSignIsNothingSpecialToAResumedDownload) {
     fs::create_directory(folder);
     EXPECT_EQ(responseOf(startDownload(resuming(), folder + "/f%.bin")).status, 200);
     EXPECT_EQ(readWholeFile(folder + "/f%.bin"), "bytes");
+}
+
+// --- length ---
+
+// A filesystem's 255 less what the temporary name has behind the target's.
+TEST_F(DownloadPathTest, ANameWithoutRoomForATemporaryOneIsAWriteFailure) {
+    EXPECT_EQ(responseAt(directory.path(std::string(234, 'n'))).status, 200);
+    const LogCapture log("HttpClient", 1);
+    EXPECT_EQ(errorOf(startDownload(get(), directory.path(std::string(235, 'm')))).failure, ClientFailure::WriteFailed);
+    EXPECT_TRUE(log.contains("writeFunction: Receiving data failed: 'Failed to open file'"));
+    EXPECT_THAT(directory.names(), ElementsAre(std::string(234, 'n')));
+}
+
+TEST_F(DownloadPathTest, AnEmptyFileLeavesMoreRoomForItsName) {
+    server.enqueue(Reply(200));
+    EXPECT_EQ(responseAt(directory.path(std::string(246, 'n'))).status, 200);
+    server.enqueue(Reply(200));
+    EXPECT_EQ(errorOf(startDownload(get(), directory.path(std::string(247, 'm')))).message,
+              "Failed to write empty response");
 }
 
 // --- links ---

@@ -58,6 +58,14 @@ TEST_F(DownloadTest, AnEmptyErrorReplacesTheTargetByAnEmptyFile) {
     EXPECT_THAT(directory.names(), ElementsAre("f.bin"));
 }
 
+TEST_F(DownloadTest, AnAnswerThatNothingHasChangedReplacesTheTargetByAnEmptyFile) {
+    writeWholeFile(target, "old");
+    server.enqueue(Reply(304));
+    EXPECT_EQ(response(get()).status, 304);
+    EXPECT_EQ(content(), "");
+    EXPECT_THAT(directory.names(), ElementsAre("f.bin"));
+}
+
 // --- logs ---
 
 TEST_F(DownloadTest, TheRenameIsLogged) {
