@@ -142,6 +142,20 @@ TEST_F(ToolResumeTest, AServerWithoutRangesLeavesThePartAndIsToldOf) {
     EXPECT_THAT(directory.names(), ElementsAre("file.part"));
 }
 
+TEST_F(ToolResumeTest, APartThatSomebodyChangesMeanwhileIsNotTheServersFault) {
+    writeWholeFile(part, "first ");
+    ToolProcess tool(words({"--resume"}));
+    server.awaitRequests(1);
+    std::filesystem::resize_file(part, 3);
+    server.enqueue(rest("first second", 6));
+    const ToolResult result = tool.wait();
+    EXPECT_EQ(result.exit_code, 3);
+    EXPECT_THAT(result.err, HasSubstr("it had 6 bytes when the rest was asked for, and has 3 bytes now"));
+    EXPECT_THAT(result.err, Not(HasSubstr("the server can not go on")));
+    EXPECT_THAT(result.err, HasSubstr("start again without --resume"));
+    EXPECT_EQ(readWholeFile(part), "fir");
+}
+
 TEST_F(ToolResumeTest, AServerWithoutRangesWhoseFileIsNoLargerHasNothingToAdd) {
     writeWholeFile(part, "whole");
     EXPECT_EQ(download(Reply(200).body("whole"), {"--resume"}).exit_code, 0);

@@ -119,8 +119,12 @@ void Download::take(const ErrorData& error) {
 void Download::explain_failure(const ErrorData& error, const HeardTransfer& answer) {
     if (error.failure == ClientFailure::WriteFailed) return judge_write_error(result_.message);
     if (error.failure == ClientFailure::RangeError) {
-        result_.message =
-            fmt::format("the server can not go on after {} bytes: {}", part_.size_before(), result_.message);
+        // What somebody has done to the part meanwhile the library tells.
+        const bool is_as_before = part_.is_in_place() && part_.size() == part_.size_before();
+        if (is_as_before) {
+            result_.message =
+                fmt::format("the server can not go on after {} bytes: {}", part_.size_before(), result_.message);
+        }
         result_.advice.emplace_back(start_anew);
         return;
     }
