@@ -96,8 +96,13 @@ TEST_F(HooksTest, ConnectionsInAllAreBoundedByAnOptionThatTheHookSets) {
     const RecordingRequestPtr first = run(get("/first"));
     server.awaitRequests(1);
     const RecordingRequestPtr waiting = run(get("/waiting"));
-    onEngineThread([] {});
-    onEngineThread([] {});
+    // Its time-out runs meanwhile; libcurl alone would forget it.
+    RequestConfig impatient = get("/impatient");
+    impatient.timeout = std::chrono::milliseconds(100);
+    const RecordingRequestPtr timedOut = run(impatient);
+    timedOut->outcome.awaitCount(1);
+    EXPECT_THAT(timedOut->outcome.events(), ElementsAre(::testing::StartsWith("failure 3: ")));
+    EXPECT_EQ(waiting->outcome.count(), 0U);
     server.release();
     first->outcome.await("end");
     waiting->outcome.await("end");
