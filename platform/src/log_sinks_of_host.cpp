@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include <spdlog/fmt/fmt.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/sinks/syslog_sink.h>
 #include <syslog.h>
 
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -16,6 +18,8 @@ namespace ko {
 namespace host {
 namespace {
 
+// For the system's log, which sorts lines by it. Nothing is written by these names: "error" would stand in front of what is
+// always written, on level 1, and is no error most of the time.
 spdlog::level::level_enum severity(int level) {
     if (level >= 8) return spdlog::level::trace;
     if (level >= 4) return spdlog::level::debug;
@@ -28,30 +32,42 @@ spdlog::string_view_t view(std::string_view text) {
     return {text.data(), text.size()};
 }
 
+void name_logger(const LogLine& line, fmt::memory_buffer& heading) {
+    fmt::format_to(std::back_inserter(heading), "[{}]", line.logger);
+}
+
+void name_logger_and_level(const LogLine& line, fmt::memory_buffer& heading) {
+    fmt::format_to(std::back_inserter(heading), "[{}] [{}]", line.logger, line.level);
+}
+
 // Flushed line by line: a log is read most often after the process has died. Its texts are in part what strangers sent;
 // none of them may pass for a line of its own, or command the terminal on which the log is read.
-LogSink write_to(std::shared_ptr<spdlog::sinks::sink> sink, const char* pattern) {
+template <typename WriteHeading>
+LogSink write_to(std::shared_ptr<spdlog::sinks::sink> sink, const char* pattern, const WriteHeading& write_heading) {
     sink->set_pattern(pattern);
-    return [sink = std::move(sink)](const LogLine& line) {
+    return [sink = std::move(sink), write_heading](const LogLine& line) {
+        fmt::memory_buffer heading;
+        write_heading(line, heading);
         std::string escaped;
         const std::string_view text = logging::printable(line.text, escaped);
-        sink->log(spdlog::details::log_msg(view(line.logger), severity(line.level), view(text)));
+        sink->log(spdlog::details::log_msg({heading.data(), heading.size()}, severity(line.level), view(text)));
         sink->flush();
     };
 }
 
-constexpr auto with_time = "%Y-%m-%d %H:%M:%S.%e [%n] [%l] %v";
-constexpr auto without_time = "[%n] %v";
+LogSink write_with_time_to(std::shared_ptr<spdlog::sinks::sink> sink) {
+    return write_to(std::move(sink), "%Y-%m-%d %H:%M:%S.%e %n %v", &name_logger_and_level);
+}
 
 }  // namespace
 
 LogSink log_to_stderr() {
-    return write_to(std::make_shared<spdlog::sinks::stderr_sink_st>(), with_time);
+    return write_with_time_to(std::make_shared<spdlog::sinks::stderr_sink_st>());
 }
 
 LogSink log_to_file(const std::string& path) {
     try {
-        return write_to(std::make_shared<spdlog::sinks::basic_file_sink_st>(path), with_time);
+        return write_with_time_to(std::make_shared<spdlog::sinks::basic_file_sink_st>(path));
     } catch (const spdlog::spdlog_ex& error) {
         throw std::runtime_error(error.what());
     }
@@ -59,8 +75,8 @@ LogSink log_to_file(const std::string& path) {
 
 LogSink log_to_syslog(const std::string& identity) {
     constexpr bool formatted = true;
-    return write_to(std::make_shared<spdlog::sinks::syslog_sink_st>(identity, LOG_PID, LOG_USER, formatted),
-                    without_time);
+    return write_to(std::make_shared<spdlog::sinks::syslog_sink_st>(identity, LOG_PID, LOG_USER, formatted), "%n %v",
+                    &name_logger);
 }
 
 }  // namespace host

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <stdexcept>
 #include <string>
 
@@ -17,9 +18,20 @@ TEST(LogSinkTest, FileGetsEachLineWithLoggerAndLevel) {
     for (int level = 1; level <= 9; ++level) sink({"HttpClient", level, "text"});
     const auto lines = folder.lines_of("log");  // with the sink still open: every line has been written already
     ASSERT_EQ(9U, lines.size());
-    const char* const names[] = {"error", "warning", "info", "debug", "debug", "debug", "debug", "trace", "trace"};
     for (std::size_t i = 0; i < 9; ++i) {
-        EXPECT_NE(std::string::npos, lines[i].find(std::string("[HttpClient] [") + names[i] + "] text")) << lines[i];
+        EXPECT_NE(std::string::npos, lines[i].find(" [HttpClient] [" + std::to_string(i + 1) + "] text")) << lines[i];
+    }
+}
+
+TEST(LogSinkTest, LevelIsWrittenAsItIsWhateverItIs) {
+    const TemporaryFolder folder;
+    const LogSink sink = ko::host::log_to_file(folder.file("log"));
+    const int levels[] = {0, -1, 10, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()};
+    for (const int level : levels) sink({"tovanlog", level, "text"});
+    const auto lines = folder.lines_of("log");
+    ASSERT_EQ(5U, lines.size());
+    for (std::size_t i = 0; i < 5; ++i) {
+        EXPECT_NE(std::string::npos, lines[i].find("[tovanlog] [" + std::to_string(levels[i]) + "] text")) << lines[i];
     }
 }
 
@@ -56,16 +68,16 @@ TEST(LogSinkTest, TextWithBracesIsTakenLiterally) {
     const TemporaryFolder folder;
     ko::host::log_to_file(folder.file("log"))({"{}", 1, "{} %v {0}"});
     ASSERT_EQ(1U, folder.lines_of("log").size());
-    EXPECT_NE(std::string::npos, folder.lines_of("log")[0].find("[{}] [error] {} %v {0}"));
+    EXPECT_NE(std::string::npos, folder.lines_of("log")[0].find("[{}] [1] {} %v {0}"));
 }
 
 TEST(LogSinkTest, TextForgesNoLine) {
     const TemporaryFolder folder;
     ko::host::log_to_file(folder.file("log"))(
-        {"tovanlog", 1, "one\n2026-01-01 [HttpClient] [error] two\x1B[2J \xC3\xA9\xFF"});
+        {"tovanlog", 1, "one\n2026-01-01 [HttpClient] [1] two\x1B[2J \xC3\xA9\xFF"});
     const auto lines = folder.lines_of("log");
     ASSERT_EQ(1U, lines.size());
-    EXPECT_NE(std::string::npos, lines[0].find("one\\x0A2026-01-01 [HttpClient] [error] two\\x1B[2J \xC3\xA9\\xFF"));
+    EXPECT_NE(std::string::npos, lines[0].find("one\\x0A2026-01-01 [HttpClient] [1] two\\x1B[2J \xC3\xA9\\xFF"));
 }
 
 TEST(LogSinkTest, SyslogTakesLinesOfEveryLevel) {
@@ -79,7 +91,7 @@ TEST(LogSinkDeathTest, StandardErrorIsNotCommanded) {
             ko::host::log_to_stderr()({"HttpClient", 2, "\x1B[2Jcareful\nnow"});
             std::exit(0);
         },
-        testing::ExitedWithCode(0), "\\[warning\\] \\\\x1B\\[2Jcareful\\\\x0Anow\n");
+        testing::ExitedWithCode(0), "\\[2\\] \\\\x1B\\[2Jcareful\\\\x0Anow\n");
 }
 
 TEST(LogSinkDeathTest, StandardErrorGetsTheLine) {
@@ -88,7 +100,7 @@ TEST(LogSinkDeathTest, StandardErrorGetsTheLine) {
             ko::host::log_to_stderr()({"HttpClient", 2, "careful"});
             std::exit(0);
         },
-        testing::ExitedWithCode(0), "\\[HttpClient\\] \\[warning\\] careful\n");
+        testing::ExitedWithCode(0), "\\[HttpClient\\] \\[2\\] careful\n");
 }
 
 }  // namespace

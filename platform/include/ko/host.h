@@ -26,12 +26,15 @@ struct LogLine {
 // more.
 using LogSink = std::function<void(const LogLine&)>;
 
-// Sinks that write one line with time, logger and level for each call, and have written it when the call returns.
+// Sinks that write one line for each call, and have written it when the call returns: time, logger and level, as
+// "2026-01-31 12:00:00.000 [HttpClient] [1] text". The level stands there as a number: 1 is also that of lines that are
+// always written, and those are no errors.
 LogSink log_to_stderr();
 // Appends to the file `path`, which is made (with its folders) if there is none.
 // Errors: throws std::runtime_error when the file cannot be opened.
 LogSink log_to_file(const std::string& path);
-// Writes to the system's log under the name `identity`.
+// Writes to the system's log under the name `identity`, "[HttpClient] text"; the log adds a time. Its priorities are
+// "err" for level 1, "warning", "info", and "debug" from level 4 on.
 LogSink log_to_syslog(const std::string& identity);
 
 // What configure() takes. A program names what differs from these defaults.
