@@ -3,7 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <climits>
+#include <cstdint>
+#include <limits>
+#include <string_view>
 
 namespace kel::http {
 namespace {
@@ -89,6 +93,79 @@ TEST(QueryEncoderTest, NumbersAreDecimal) {
     query.addParameter("low", INT_MIN);
     query.addParameter("high", INT_MAX);
     EXPECT_EQ(query.getQueryString(), "zero=0&low=-2147483648&high=2147483647");
+}
+
+template <typename Value>
+std::string encoded(const Value& value) {
+    QueryEncoder query;
+    query.addParameter("n", value);
+    return query.getQueryString();
+}
+
+template <typename Number>
+void expectBothEndsAreDecimal() {
+    using Limits = std::numeric_limits<Number>;
+    EXPECT_EQ(encoded(Limits::min()), "n=" + std::to_string(Limits::min()));
+    EXPECT_EQ(encoded(Limits::max()), "n=" + std::to_string(Limits::max()));
+}
+
+TEST(QueryEncoderTest, NumbersOfEachTypeAreDecimalAndWhole) {
+    expectBothEndsAreDecimal<signed char>();
+    expectBothEndsAreDecimal<unsigned char>();
+    expectBothEndsAreDecimal<short>();
+    expectBothEndsAreDecimal<unsigned short>();
+    expectBothEndsAreDecimal<int>();
+    expectBothEndsAreDecimal<unsigned>();
+    expectBothEndsAreDecimal<long>();
+    expectBothEndsAreDecimal<unsigned long>();
+    expectBothEndsAreDecimal<long long>();
+    expectBothEndsAreDecimal<unsigned long long>();
+    EXPECT_EQ(encoded(std::size_t(3)), "n=3");
+    EXPECT_EQ(encoded(std::int64_t(1) << 40), "n=1099511627776");
+}
+
+TEST(QueryEncoderTest, BytesAreNumbers) {
+    EXPECT_EQ(encoded(std::uint8_t('A')), "n=65");
+    EXPECT_EQ(encoded(std::int8_t(-1)), "n=-1");
+}
+
+TEST(QueryEncoderTest, WhatHoldsANumberIsThatNumber) {
+    const std::atomic<std::int64_t> counter(std::int64_t(1) << 40);
+    EXPECT_EQ(encoded(counter), "n=1099511627776");
+    struct {
+        std::uint64_t field : 40;
+    } bits{(std::uint64_t(1) << 40) - 1};
+    QueryEncoder query;
+    query.addParameter("n", bits.field);
+    EXPECT_EQ(query.getQueryString(), "n=1099511627775");
+}
+
+enum Plain { zero, seven = 7 };
+enum Narrow : char { letter = 'A' };
+enum OneBit : bool { off, on };
+enum Wide : std::int64_t { wide = std::int64_t(1) << 40 };
+
+TEST(QueryEncoderTest, EnumeratorsAreTheirNumbers) {
+    EXPECT_EQ(encoded(zero), "n=0");
+    EXPECT_EQ(encoded(seven), "n=7");
+    EXPECT_EQ(encoded(letter), "n=65");
+    EXPECT_EQ(encoded(on), "n=1");
+    EXPECT_EQ(encoded(wide), "n=1099511627776");
+}
+
+TEST(QueryEncoderTest, TextsOfEachKindAreTexts) {
+    char buffer[] = "in a buffer";
+    char* const changeable = buffer;
+    const char* const pointer = buffer;
+    EXPECT_EQ(encoded(buffer), "n=in%20a%20buffer");
+    EXPECT_EQ(encoded(changeable), "n=in%20a%20buffer");
+    EXPECT_EQ(encoded(pointer), "n=in%20a%20buffer");
+    EXPECT_EQ(encoded("literal"), "n=literal");
+    EXPECT_EQ(encoded(std::string("string")), "n=string");
+    EXPECT_EQ(encoded(std::string_view(buffer, 2)), "n=in");
+    QueryEncoder query;
+    query.addParameter("n", {buffer, 4});
+    EXPECT_EQ(query.getQueryString(), "n=in%20a");
 }
 
 }  // namespace
