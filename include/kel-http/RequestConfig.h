@@ -73,6 +73,13 @@ struct KEL_HTTP_EXPORT RequestConfig {
     // Copies are independent of each other.
     RequestConfig(const RequestConfig& other);
     RequestConfig& operator=(const RequestConfig& other);
+
+    // Moving takes no memory. What has been moved from may be assigned to, `config = {}` makes it new, or destroyed. Do
+    // not start it: numbers and switches are as they were, but texts, lists and headers hold no one knows what, and an
+    // optional text is still set. Made by the compiler of the program, which so runs with an older library as well.
+    RequestConfig(RequestConfig&& other) = default;
+    RequestConfig& operator=(RequestConfig&& other) = default;
+
     ~RequestConfig();
 
     // The authority part of `url`: what stands between "http://" or "https://" (in any letter case) and the next "/",

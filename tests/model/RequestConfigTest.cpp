@@ -7,7 +7,10 @@
 #include <functional>
 #include <numeric>
 #include <type_traits>
+#include <utility>
 #include <vector>
+
+#include "support/AllocationFailure.h"
 
 namespace kel::http {
 namespace {
@@ -178,14 +181,17 @@ TEST(RequestConfigTest, CopyConstructionCopiesEveryField) {
 }
 
 TEST(RequestConfigTest, AssignmentCopiesEveryField) {
+    const RequestConfig original = withEverything();
     RequestConfig config;
-    config = withEverything();
+    config = original;
     expectEverything(config);
+    expectEverything(original);
 }
 
 TEST(RequestConfigTest, AssignmentOfUnsetOptionalsUnsetsThem) {
+    const RequestConfig defaults;
     RequestConfig config = withEverything();
-    config = RequestConfig();
+    config = defaults;
     expectDefaults(config);
 }
 
@@ -194,6 +200,53 @@ TEST(RequestConfigTest, AssignmentToItselfChangesNothing) {
     const RequestConfig& same = config;
     config = same;
     expectEverything(config);
+}
+
+// A vector of them grows by moving them.
+static_assert(std::is_nothrow_move_constructible_v<RequestConfig> && std::is_nothrow_move_assignable_v<RequestConfig>);
+
+TEST(RequestConfigTest, MovingMovesEveryField) {
+    RequestConfig original = withEverything();
+    RequestConfig moved(std::move(original));
+    expectEverything(moved);
+    RequestConfig assigned;
+    assigned = std::move(moved);
+    expectEverything(assigned);
+}
+
+TEST(RequestConfigTest, MovingTakesNoMemory) {
+    if (!test::FailAllocation::isPossible()) GTEST_SKIP();
+    RequestConfig original = withEverything();
+    const std::string text(1000, 'x');
+    original.url = original.body = original.user = original.download_path = text;
+    original.ca_file = original.own_cert = text;
+    original.headers.emplace(text, text);
+    original.mime_parts.push_back({text, text, text, text});
+    original.proxies.push_back(text);
+    RequestConfig assigned;
+
+    std::size_t refused = 0;
+    {
+        const test::FailAllocation none(1, test::FailAllocation::Extent::all);
+        RequestConfig constructed(std::move(original));
+        assigned = std::move(constructed);
+        refused = none.refused();
+    }
+    EXPECT_EQ(refused, 0U);
+    EXPECT_EQ(assigned.body, text);
+    EXPECT_EQ(assigned.own_cert, text);
+    EXPECT_EQ(assigned.proxies.back(), text);
+    EXPECT_EQ(assigned.mime_parts.back().file_path, text);
+    EXPECT_EQ(assigned.headers.at(text), text);
+}
+
+TEST(RequestConfigTest, MovedFromRecordIsNewOnceItIsAssignedTo) {
+    RequestConfig original = withEverything();
+    const RequestConfig moved(std::move(original));
+    original = {};
+    expectDefaults(original);
+    original = moved;
+    expectEverything(original);
 }
 
 TEST(RequestConfigTest, EmptyOptionalTextIsNotAnUnsetOne) {
