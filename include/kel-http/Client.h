@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "kel-http/CallbackCheck.h"
 #include "kel-http/ClientOptions.h"
 #include "kel-http/ErrorData.h"
 #include "kel-http/Export.h"
@@ -108,13 +109,31 @@ class KEL_HTTP_EXPORT Client {
     // Ownership: a handle may outlive its client, of whatever class that is; it then does nothing. A class of a
     //            program's own ends on the client's thread.
     // Errors:    std::bad_alloc, with nothing started.
-    Handle start_request(const RequestConfig& config, const LogFilter& filter,
-                         const std::function<void(const ResponseData&)>& response_cb,
-                         const std::function<void(const ErrorData&)>& error_cb);
-    Handle start_download(const RequestConfig& config, const std::string& path, const LogFilter& filter,
-                          const std::function<void(const ResponseData&)>& response_cb,
-                          const std::function<void(const ErrorData&)>& error_cb,
-                          const std::function<void(const ProgressData&)>& progress_cb);
+    //
+    // [[nodiscard]]: a handle that nobody keeps is destroyed at once, and with it the request that the call has started.
+    [[nodiscard]] Handle start_request(const RequestConfig& config, const LogFilter& filter,
+                                       const std::function<void(const ResponseData&)>& response_cb,
+                                       const std::function<void(const ErrorData&)>& error_cb);
+    [[nodiscard]] Handle start_download(const RequestConfig& config, const std::string& path, const LogFilter& filter,
+                                        const std::function<void(const ResponseData&)>& response_cb,
+                                        const std::function<void(const ErrorData&)>& error_cb,
+                                        const std::function<void(const ProgressData&)>& progress_cb);
+
+    // What is called with callbacks that fit none of the calls above, or two of them, does not compile, and the compiler
+    // says which callback has to change. All of one call take an id, or none does.
+    template <typename Response, typename Error, detail::IfUnclear<Response, Error> = 0>
+    detail::NothingStarted start_request(const RequestConfig& /*config*/, const LogFilter& /*filter*/,
+                                         Response&& /*response_cb*/, Error&& /*error_cb*/) {
+        return detail::refuse<Response, Error>();
+    }
+    // The same for downloads.
+    template <typename Response, typename Error, typename Progress = detail::CalledEitherWay,
+              detail::IfUnclear<Response, Error, Progress> = 0>
+    detail::NothingStarted start_download(const RequestConfig& /*config*/, const std::string& /*path*/,
+                                          const LogFilter& /*filter*/, Response&& /*response_cb*/, Error&& /*error_cb*/,
+                                          Progress&& /*progress_cb*/) {
+        return detail::refuse<Response, Error, Progress>();
+    }
 
     // The same as pause_request() and resume_request().
     void pause(RequestId id);
