@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Fetches some URLs at once, with options of libcurl's that the library has no field for: transfers that stand still end,
-// bodies may come compressed, a POST is never sent again by libcurl, and there are no more than two connections in all.
+// bodies may come compressed, a POST that is not redirected is never sent again by libcurl, and there are no more than two connections in all.
 #include <curl/curl.h>
 
 #include <cstdio>

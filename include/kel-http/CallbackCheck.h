@@ -35,9 +35,12 @@ template <typename... Callbacks>
 struct NamesOneCall<std::void_t<decltype(ClientCalls::start(std::declval<Callbacks>()...))>, Callbacks...>
     : std::true_type {};
 
-// What compiles without this check compiles with it: it steps in where the compiler would not know which call is meant.
+// What compiles without this check compiles with it: it steps in where the compiler would not know which call is meant. A
+// number is not asked about: 0 and NULL are empty callbacks, but no longer so once they have been passed on.
 template <typename... Callbacks>
-using IfUnclear = std::enable_if_t<!NamesOneCall<void, Callbacks...>::value, int>;
+using IfUnclear = std::enable_if_t<!NamesOneCall<void, Callbacks...>::value &&
+                                       !(... || std::is_arithmetic_v<std::remove_reference_t<Callbacks>>),
+                                   int>;
 
 // How one callback can be called.
 template <typename Callback, typename Data>

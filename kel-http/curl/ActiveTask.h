@@ -44,8 +44,9 @@ struct Engine::ActiveTask {
     // The file of a PUT, or those of a form.
     std::list<UploadFile> files;
     TransferFault fault;
-    // When its time-out ends it; never without one.
+    // When its time-out ends it, which runs since `start`; never without one.
     std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
+    std::chrono::steady_clock::time_point start;
     // The closure that tells the outcome, an Outcome. It is there before the transfer begins, so that telling needs no memory.
     std::function<void()> outcome;
     // The peer, numeric, as of the last status line; the port is 0 as long as it is not known.

@@ -135,7 +135,7 @@ void EngineCompletion::tell(Engine::ActiveTask& task, CURLcode result, long resp
     handOver(task.outcome);
 }
 
-// What we have ended ourselves says nothing about the proxy. Without memory for another attempt this one was the last.
+// A fault of ours says nothing about the proxy. Without memory for another attempt this one was the last.
 bool EngineCompletion::tryNextProxy(Engine::ActiveTask& task, long responseCode) const noexcept {
     if (task.fault.isOurs()) return false;
     try {

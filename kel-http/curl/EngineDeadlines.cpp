@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <array>
+#include <new>
+#include <string>
 
 #include "kel-http/curl/RequestImpl.h"
 
@@ -13,16 +15,36 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// In libcurl's words, so that it does not matter to anybody which of the two was first.
-void describe(const Engine::ActiveTask& task, milliseconds elapsed) {
-    curl_off_t received = 0;
-    curl_easy_getinfo(task.easy, CURLINFO_SIZE_DOWNLOAD_T, &received);
-    std::array<char, CURL_ERROR_SIZE>& text = stateOf(*task.request).errorBuffer;
-    const auto end =
-        fmt::format_to_n(text.data(), text.size() - 1,
-                         "Operation timed out after {} milliseconds with {} bytes received", elapsed.count(), received)
-            .out;
-    *end = '\0';
+curl_off_t figureOf(const Engine::ActiveTask& task, CURLINFO info) {
+    curl_off_t figure = 0;
+    curl_easy_getinfo(task.easy, info, &figure);
+    return figure;
+}
+
+// In libcurl's words, which may be first. It tells the look-up of a name from the rest of connecting.
+std::string describe(const Engine::ActiveTask& task, milliseconds elapsed) {
+    const curl_off_t received = figureOf(task, CURLINFO_SIZE_DOWNLOAD_T);
+    const curl_off_t announced = figureOf(task, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
+    if (figureOf(task, CURLINFO_PRETRANSFER_TIME_T) == 0) {
+        return fmt::format("Connection timed out after {} milliseconds", elapsed.count());
+    }
+    if (announced < 0) {
+        return fmt::format("Operation timed out after {} milliseconds with {} bytes received", elapsed.count(),
+                           received);
+    }
+    return fmt::format("Operation timed out after {} milliseconds with {} out of {} bytes received", elapsed.count(),
+                       received, announced);
+}
+
+// Without memory the text is the plain one of libcurl's code.
+void tell(const Engine::ActiveTask& task, milliseconds elapsed) {
+    std::array<char, CURL_ERROR_SIZE>& buffer = stateOf(*task.request).errorBuffer;
+    buffer.front() = '\0';
+    try {
+        buffer[describe(task, elapsed).copy(buffer.data(), buffer.size() - 1)] = '\0';
+    } catch (const std::bad_alloc&) {
+        return;
+    }
 }
 
 }  // namespace
@@ -38,7 +60,8 @@ EngineDeadlines::Clock::time_point EngineDeadlines::deadline(Clock::time_point s
 void EngineDeadlines::begin(Engine::ActiveTask& task) {
     const milliseconds timeout = task.request->config.timeout;
     if (timeout <= milliseconds(0)) return;
-    task.deadline = deadline(Clock::now(), timeout);
+    task.start = Clock::now();
+    task.deadline = deadline(task.start, timeout);
     earliest = std::min(earliest, task.deadline);
 }
 
@@ -53,8 +76,7 @@ void EngineDeadlines::endOverdue() {
     const Clock::time_point now = Clock::now();
     if (now < earliest) return;
     while (const TaskPtr task = findOverdue(now)) {
-        const milliseconds timeout = task->request->config.timeout;
-        describe(*task, timeout + std::chrono::duration_cast<milliseconds>(now - task->deadline));
+        tell(*task, std::chrono::duration_cast<milliseconds>(now - task->start));
         completion.completeTask(task->easy, CURLE_OPERATION_TIMEDOUT);
     }
 }

@@ -9,6 +9,26 @@
 #include "kel-http/curl/RequestImpl.h"
 
 namespace kel::http {
+namespace {
+
+// Counts a transfer among those in progress, unless libcurl, or a program's hook, does not take it.
+class Attachment {
+ public:
+    explicit Attachment(IdleConnections& of_connections) : connections(of_connections) { connections.attach(); }
+    ~Attachment() {
+        if (!kept) connections.detach();
+    }
+    Attachment(const Attachment&) = delete;
+    Attachment& operator=(const Attachment&) = delete;
+
+    void keep() { kept = true; }
+
+ private:
+    IdleConnections& connections;
+    bool kept = false;
+};
+
+}  // namespace
 
 EngineTransfers::EngineTransfers() : multi(curl_multi_init()), connections(multi) {
     if (multi == nullptr) throw std::bad_alloc();
@@ -27,10 +47,9 @@ TaskPtr EngineTransfers::enter(const RequestPtr& request) {
 }
 
 void EngineTransfers::begin(CURL* easy) {
-    connections.attach();
+    Attachment attachment(connections);
     const CURLMcode result = engine_curl_multi_add_handle(multi, easy);
-    if (result == CURLM_OK) return;
-    connections.detach();
+    if (result == CURLM_OK) return attachment.keep();
     if (result == CURLM_OUT_OF_MEMORY) throw std::bad_alloc();
     std::abort();
 }

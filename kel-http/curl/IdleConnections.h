@@ -10,11 +10,12 @@ namespace kel::http {
 // How many connections libcurl keeps for later transfers: sixteen idle ones beside those in use. Left to itself it keeps
 // four for each transfer in progress, hardly any for a program that sends one request after the other.
 //
-// Its limit (`CURLMOPT_MAXCONNECTS`) counts those in use as well, so it follows the number of transfers: upwards at once,
-// downwards after a second or two. A program that always has many requests begins the next ones a moment after the last
-// ones have ended, and wants their connections.
+// Its limit (`CURLMOPT_MAXCONNECTS`) counts those in use as well, so it follows the number of transfers, some of which may
+// share a connection: upwards at once, downwards after a second or two. A program that always has many requests begins the
+// next ones a moment after the last ones have ended, and wants their connections.
 //
-// libcurl looks at its limit when a transfer ends, and then closes one idle connection at most.
+// libcurl looks at its limit when a transfer is about to end, whose own connection comes on top, and closes one idle
+// connection at most.
 //
 // Engine thread.
 class IdleConnections {

@@ -11,6 +11,8 @@
 #include "fixture/EngineTest.h"
 #include "kel-http/curl/Outcome.h"
 #include "kel-http/curl/RequestImpl.h"
+#include "support/Emulator.h"
+#include "support/Instruments.h"
 #include "support/SilentListener.h"
 
 namespace kel::http::test {
@@ -22,7 +24,11 @@ using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
 constexpr milliseconds limit(600);
-constexpr milliseconds margin(50);
+
+// What takes many times the instructions can not be as quick.
+milliseconds margin() {
+    return milliseconds(underSanitizer() || underEmulator() ? 150 : 50);
+}
 
 // Other processes may hold ours up at any time; what is late by itself is late each time.
 bool isPunctualOnce(const std::function<milliseconds()>& lateness) {
@@ -30,7 +36,7 @@ bool isPunctualOnce(const std::function<milliseconds()>& lateness) {
     for (milliseconds::rep& late : seen) {
         late = lateness().count();
         EXPECT_GE(late, 0);
-        if (late <= margin.count()) return true;
+        if (late <= margin().count()) return true;
     }
     ADD_FAILURE() << "late by " << testing::PrintToString(seen) << " ms";
     return false;
@@ -215,13 +221,12 @@ TEST_F(DeadlinesAloneTest, WhatIsOverdueEndsAndTheNextOneIsWaitedFor) {
     const auto first = begin(milliseconds(1));
     const auto second = begin(milliseconds(1));
     const auto later = begin(std::chrono::hours(2));
-    while (steady_clock::now() <= *deadlines.next() + milliseconds(1)) {
+    for (const auto begun = steady_clock::now(); steady_clock::now() <= begun + milliseconds(2);) {
     }
     deadlines.endOverdue();
     for (const auto& ended : {first, second}) {
         EXPECT_THAT(ended->outcome.events(),
-                    ElementsAre(testing::MatchesRegex(
-                        "failure 3: Operation timed out after [0-9]+ milliseconds with 0 bytes received")));
+                    ElementsAre(testing::MatchesRegex("failure 3: Connection timed out after [0-9]+ milliseconds")));
     }
     EXPECT_EQ(later->outcome.count(), 0U);
     EXPECT_EQ(untilNext(deadlines), std::chrono::hours(2));

@@ -24,7 +24,7 @@ OPENING, CLOSING = {"(", "{", "["}, {")", "}", "]"}
 # Whose texts are met, however short; of log lines those of the first group of levels.
 TELLING = {"fail", "failSetUp", "note", "notifyFailure", "setFault", "stop_at_conversion", "tovanlog_write"}
 LOGGING = {"write", "writeLine"}
-LOUD = re.compile(r"(?:.*::)?log_level::error|1")
+LOUD = re.compile(r"(?:.*::)?log_level::(?:error|always)|1")
 LEVEL = re.compile(r"(?:.*::)?log_level::\w+|\d")
 # Lines of other levels, by another name.
 QUIET = {"writeAbout", "static_assert"}
@@ -40,6 +40,12 @@ NO_MESSAGES = {
     "kel-http development device",
     "Uses proxy env variable",
     "kel::http::ClientFailure {anonymous}::convert_failure(kel::http::Failure)",
+}
+# Written for each request at level 1.
+ORDINARY = {
+    "HTTP: Incoming <= {}, '{}'",
+    "{} {} mine parts, total data size {} bytes",
+    "CURLINFO_HTTP_CONNECTCODE='{}'",
 }
 FUNCTION_NAME = re.compile(r"CURLcode kel::http::tls::\w+\(CURL\*, void\*, void\*\)")
 # "(7) Engine::addTask: ", "[tid=...]HTTP(7) ", "saveCookies: "
@@ -181,11 +187,16 @@ def quoted_texts(page):
             yield from (text.replace("\\|", "|") for text in re.findall(r"`([^`]+)`", first))
 
 
+def is_quoted(text, quoted, cores):
+    """One that begins or ends with a value may stand there with more around it."""
+    return text in quoted if text == core(text) else core(text) in cores | {""}
+
+
 def missing(source, quoted):
     """What somebody may meet and the page does not have. A piece of a longer text may stand there with the rest of it."""
     cores = {core(text) for text in quoted}
     yield from (text for text in source.expressions if text not in quoted)
-    yield from (text for text in source.met if core(text) not in cores | {""})
+    yield from (text for text in source.met - ORDINARY if not is_quoted(text, quoted, cores))
     yield from (text for text in source.pieces - source.met if not any(core(text) in longer for longer in cores))
 
 

@@ -2,7 +2,9 @@
 // Compiles as it is, and is refused with what stands below one of the names: check-refusals tries each.
 #include "kel-http/Client.h"
 
+#include <cstddef>
 #include <functional>
+#include <utility>
 
 using kel::http::Client;
 using kel::http::ErrorData;
@@ -32,6 +34,12 @@ class OwnClient : public Client {
     RequestId start_request(const RequestConfig&, const LogFilter&, const ResponseCallback&,
                             const ErrorCallback&) override;
 };
+
+// As a decorator does it.
+template <typename AnyClient, typename... Callbacks>
+auto forwarded(AnyClient& client, Callbacks&&... callbacks) {
+    return client.start_request({}, {}, std::forward<Callbacks>(callbacks)...);
+}
 
 struct Object {
     void operator()(Id, const ResponseData&) const {}
@@ -70,6 +78,14 @@ void takenWithAnId(AnyClient& client) {
     id = client.start_download({}, "path", {}, response, error, progress);
     id = client.start_download({}, "path", {}, response, error, {});
     id = client.start_download({}, "path", {}, response, error, nullptr);
+    id = client.start_request({}, {}, response, NULL);
+    id = client.start_request({}, {}, response, 0);
+    id = client.start_download({}, "path", {}, response, error, NULL);
+    void (*const pointer)(Id, const ErrorData&) = error_function;
+    id = client.start_request({}, {}, std::bind(response, std::placeholders::_1, std::placeholders::_2), pointer);
+    const Client::ErrorCallback constant(error);
+    Client::ResponseCallback changing(response);
+    id = client.start_request({}, {}, changing, constant);
     static_cast<void>(id);
     client.start_request({}, {}, response, error);
 }
@@ -85,9 +101,13 @@ void takenWithAHandle(AnyClient& client) {
     handle = client.start_download({}, "path", {}, plain_response, plain_error, plain_progress);
     handle = client.start_download({}, "path", {}, plain_response, plain_error, {});
     handle = client.start_download({}, "path", {}, plain_response, plain_error, nullptr);
+    handle = client.start_download({}, "path", {}, plain_response, plain_error, NULL);
+    handle = client.start_request({}, {}, plain_response, 0);
 }
 
 void taken(Client& client, OwnClient& own) {
+    static_cast<void>(forwarded(client, response, error));
+    static_cast<void>(forwarded(own, plain_response, plain_error));
     takenWithAnId(client);
     takenWithAHandle(client);
     takenWithAnId(own);
