@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include <spdlog/fmt/fmt.h>
+#include <fmt/format.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/sinks/syslog_sink.h>
 #include <syslog.h>
 
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -32,31 +31,30 @@ spdlog::string_view_t view(std::string_view text) {
     return {text.data(), text.size()};
 }
 
-void name_logger(const LogLine& line, fmt::memory_buffer& heading) {
-    fmt::format_to(std::back_inserter(heading), "[{}]", line.logger);
+std::string logger_of(const LogLine& line) {
+    return fmt::format("[{}]", line.logger);
 }
 
-void name_logger_and_level(const LogLine& line, fmt::memory_buffer& heading) {
-    fmt::format_to(std::back_inserter(heading), "[{}] [{}]", line.logger, line.level);
+std::string logger_and_level_of(const LogLine& line) {
+    return fmt::format("[{}] [{}]", line.logger, line.level);
 }
 
 // Flushed line by line: a log is read most often after the process has died. Its texts are in part what strangers sent;
 // none of them may pass for a line of its own, or command the terminal on which the log is read.
-template <typename WriteHeading>
-LogSink write_to(std::shared_ptr<spdlog::sinks::sink> sink, const char* pattern, const WriteHeading& write_heading) {
+LogSink write_to(std::shared_ptr<spdlog::sinks::sink> sink, const char* pattern,
+                 std::string (*heading_of)(const LogLine&)) {
     sink->set_pattern(pattern);
-    return [sink = std::move(sink), write_heading](const LogLine& line) {
-        fmt::memory_buffer heading;
-        write_heading(line, heading);
+    return [sink = std::move(sink), heading_of](const LogLine& line) {
+        const std::string heading = heading_of(line);
         std::string escaped;
         const std::string_view text = logging::printable(line.text, escaped);
-        sink->log(spdlog::details::log_msg({heading.data(), heading.size()}, severity(line.level), view(text)));
+        sink->log(spdlog::details::log_msg(view(heading), severity(line.level), view(text)));
         sink->flush();
     };
 }
 
 LogSink write_with_time_to(std::shared_ptr<spdlog::sinks::sink> sink) {
-    return write_to(std::move(sink), "%Y-%m-%d %H:%M:%S.%e %n %v", &name_logger_and_level);
+    return write_to(std::move(sink), "%Y-%m-%d %H:%M:%S.%e %n %v", &logger_and_level_of);
 }
 
 }  // namespace
@@ -76,7 +74,7 @@ LogSink log_to_file(const std::string& path) {
 LogSink log_to_syslog(const std::string& identity) {
     constexpr bool formatted = true;
     return write_to(std::make_shared<spdlog::sinks::syslog_sink_st>(identity, LOG_PID, LOG_USER, formatted), "%n %v",
-                    &name_logger);
+                    &logger_of);
 }
 
 }  // namespace host
