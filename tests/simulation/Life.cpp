@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#include "Life.h"
+
+#include <memory>
+
+#include "kel-http/curl/Engine.h"
+#include "parties/Callers.h"
+#include "parties/HttpServer.h"
+#include "world/World.h"
+
+namespace kel::http::simulation {
+namespace {
+
+// Whoever has no limit of its own is cancelled then, and everything has ended a while later.
+constexpr Time patience = std::chrono::seconds(120);
+constexpr std::int64_t most_steps = 300'000;
+
+// False: it goes on for ever.
+bool goOn(World& world, const Callers& callers, Time until) {
+    while (callers.isWaiting() || !callers.isDone()) {
+        if (world.steps > most_steps) return false;
+        if (!world.step(until)) return true;
+    }
+    return true;
+}
+
+// What was handed to the executor, and to the engine, runs as well.
+bool drain(World& world) {
+    const Time end = world.now() + std::chrono::seconds(1);
+    while (world.step(end)) {
+        if (world.steps > most_steps) return false;
+    }
+    return true;
+}
+
+// A look-up that nobody waits for any more has a thread of its own until it is answered.
+void endThreads(World& world) {
+    for (world.baton.bury(); !world.baton.parties().empty(); world.baton.bury()) {
+        if (!world.stepOfThreads()) return;
+    }
+}
+
+}  // namespace
+
+Observation live(const Script& script, std::FILE* account) {
+    Observation observation;
+    World world(static_cast<std::uint64_t>(script.world.order));
+    world.trace.tell(account);
+    HttpServers servers(world, script, observation);
+    auto engine = std::make_unique<Engine>([](const std::function<void()>& completion) { completion(); });
+    Callers callers(world, script, observation);
+    observation.isStuck = !goOn(world, callers, world.now() + patience);
+    callers.giveUp();
+    observation.isStuck = !drain(world) || observation.isStuck;
+    callers.leave();
+    engine.reset();
+    endThreads(world);
+    observation.sockets = world.network.openSockets();
+    observation.end = world.now();
+    observation.hash = world.trace.hash();
+    observation.events = world.trace.events();
+    return observation;
+}
+
+}  // namespace kel::http::simulation

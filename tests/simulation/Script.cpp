@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: MIT
+#include "Script.h"
+
+#include <algorithm>
+#include <sstream>
+#include <stdexcept>
+
+namespace kel::http::simulation {
+namespace {
+
+constexpr std::array<std::string_view, 3> connect_names = {"accept", "refuse", "silent"};
+constexpr std::array<std::string_view, 3> framing_names = {"length", "chunked", "close"};
+constexpr std::array<std::string_view, 4> cut_names = {"none", "close", "reset", "stall"};
+constexpr std::array<std::string_view, 5> verb_names = {"GET", "POST", "PUT", "PATCH", "DELETE"};
+constexpr std::array<std::string_view, 4> deed_names = {"cancel", "pause", "resume", "settle"};
+
+template <typename Value>
+std::string textOf(const Value& value) {
+    if constexpr (std::is_enum_v<Value>) {
+        return std::string(nameOf(value));
+    } else {
+        return std::to_string(value);
+    }
+}
+
+template <typename Value>
+void read(Value& value, const std::string& text) {
+    if constexpr (std::is_enum_v<Value>) {
+        for (int number = 0; number < 16; ++number) {
+            value = static_cast<Value>(number);
+            if (nameOf(value) == text) return;
+        }
+        throw std::invalid_argument("no such value: " + text);
+    } else {
+        value = std::stoll(text);
+    }
+}
+
+template <typename Record>
+void printRecord(std::string& text, const Record& record) {
+    Record shown = record;
+    Record usual;
+    std::vector<std::string> defaults;
+    usual.visit([&](std::string_view, auto& value) { defaults.push_back(textOf(value)); });
+    text += Record::word;
+    std::size_t field = 0;
+    shown.visit([&](std::string_view name, auto& value) {
+        const std::string written = textOf(value);
+        if (written != defaults[field++]) text.append(" ").append(name).append("=").append(written);
+    });
+    text += '\n';
+}
+
+template <typename Record>
+Record readRecord(std::istringstream& words) {
+    Record record;
+    for (std::string word; words >> word;) {
+        const auto equals = word.find('=');
+        bool known = false;
+        record.visit([&](std::string_view name, auto& value) {
+            if (word.substr(0, equals) != name) return;
+            read(value, word.substr(equals + 1));
+            known = true;
+        });
+        if (!known) throw std::invalid_argument("no such field: " + word);
+    }
+    return record;
+}
+
+void readLine(Script& script, const std::string& line) {
+    std::istringstream words(line);
+    std::string word;
+    if (!(words >> word)) return;
+    if (word == OrderScript::word) {
+        script.world = readRecord<OrderScript>(words);
+    } else if (word == HostScript::word) {
+        script.hosts.push_back(readRecord<HostScript>(words));
+    } else if (word == ReplyScript::word) {
+        script.replies.push_back(readRecord<ReplyScript>(words));
+    } else if (word == RequestScript::word) {
+        script.requests.push_back(readRecord<RequestScript>(words));
+    } else if (word == ActionScript::word) {
+        script.actions.push_back(readRecord<ActionScript>(words));
+    } else {
+        throw std::invalid_argument("no such record: " + word);
+    }
+}
+
+template <typename Names, typename Value>
+std::string_view nameIn(const Names& names, Value value) {
+    const auto number = static_cast<std::size_t>(value);
+    return number < names.size() ? names[number] : std::string_view("?");
+}
+
+}  // namespace
+
+std::string_view nameOf(Connect value) {
+    return nameIn(connect_names, value);
+}
+std::string_view nameOf(Framing value) {
+    return nameIn(framing_names, value);
+}
+std::string_view nameOf(Cut value) {
+    return nameIn(cut_names, value);
+}
+std::string_view nameOf(Verb value) {
+    return nameIn(verb_names, value);
+}
+std::string_view nameOf(Deed value) {
+    return nameIn(deed_names, value);
+}
+
+HostScript Script::host(std::int64_t id) const {
+    for (const HostScript& one : hosts) {
+        if (one.id == id) return one;
+    }
+    HostScript usual;
+    usual.id = id;
+    return usual;
+}
+
+ReplyScript Script::reply(std::int64_t exchange, std::size_t arrival) const {
+    ReplyScript last;
+    last.exchange = exchange;
+    std::size_t number = 0;
+    for (const ReplyScript& one : replies) {
+        if (one.exchange != exchange) continue;
+        last = one;
+        if (number++ == arrival) break;
+    }
+    return last;
+}
+
+const RequestScript* Script::request(std::int64_t id) const {
+    const auto found =
+        std::find_if(requests.begin(), requests.end(), [id](const RequestScript& one) { return one.id == id; });
+    return found == requests.end() ? nullptr : &*found;
+}
+
+std::string print(const Script& script) {
+    std::string text;
+    printRecord(text, script.world);
+    for (const auto& record : script.hosts) printRecord(text, record);
+    for (const auto& record : script.replies) printRecord(text, record);
+    for (const auto& record : script.requests) printRecord(text, record);
+    for (const auto& record : script.actions) printRecord(text, record);
+    return text;
+}
+
+Script parse(const std::string& text) {
+    Script script;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        try {
+            readLine(script, line);
+        } catch (const std::logic_error& error) {
+            throw std::invalid_argument("'" + line + "': " + error.what());
+        }
+    }
+    return script;
+}
+
+}  // namespace kel::http::simulation

@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kel::http::simulation {
+
+// What happens in one world, as plain numbers: made from a seed, written as text, read again, cut down. Times are in
+// microseconds, `at` since the world's beginning. What refers to another record names its id; where there is none, the
+// default of that record counts, so that a script stays one when records are taken away.
+//
+// Each record shows its fields to a visitor by name: visitor("status", status). Whatever is not named in a text has its
+// default.
+
+enum class Connect : std::uint8_t { accept, refuse, silent };
+enum class Framing : std::uint8_t { length, chunked, close };
+enum class Cut : std::uint8_t { none, close, reset, stall };
+enum class Verb : std::uint8_t { GET, POST, PUT, PATCH, DELETE };
+enum class Deed : std::uint8_t { cancel, pause, resume, settle };
+
+std::string_view nameOf(Connect value);
+std::string_view nameOf(Framing value);
+std::string_view nameOf(Cut value);
+std::string_view nameOf(Verb value);
+std::string_view nameOf(Deed value);
+
+// A machine that listens: 10.0.0.(id + 1), port 80.
+struct HostScript {
+    std::int64_t id = 0;
+    Connect connect = Connect::accept;
+    std::int64_t connectDelay = 1000;
+    // So many answers on a connection, then it is closed; 0: any number.
+    std::int64_t answers = 0;
+    // The connection is closed so long after an answer; 0: never.
+    std::int64_t idle = 0;
+    // Bytes that one call receives or sends at most, and every so many-th call is interrupted; 0: no limit, none.
+    std::int64_t mostReceived = 0;
+    std::int64_t mostSent = 0;
+    std::int64_t interrupted = 0;
+    // 1: reached by the name "host-ID", which takes so long to look up, and cannot be found if it fails.
+    std::int64_t named = 0;
+    std::int64_t nameDelay = 0;
+    std::int64_t nameFails = 0;
+
+    static constexpr std::string_view word = "host";
+    template <typename Visitor>
+    void visit(Visitor&& visitor) {
+        visitor("id", id);
+        visitor("connect", connect);
+        visitor("connectDelay", connectDelay);
+        visitor("answers", answers);
+        visitor("idle", idle);
+        visitor("mostReceived", mostReceived);
+        visitor("mostSent", mostSent);
+        visitor("interrupted", interrupted);
+        visitor("named", named);
+        visitor("nameDelay", nameDelay);
+        visitor("nameFails", nameFails);
+    }
+};
+
+// The answer to a request for an exchange. Several of one exchange answer in turn, the last one goes on.
+struct ReplyScript {
+    std::int64_t exchange = 0;
+    std::int64_t status = 200;
+    Framing framing = Framing::length;
+    std::int64_t body = 0;
+    // Interim answers (103) before, header lines beside the usual, trailer lines (chunked only).
+    std::int64_t interims = 0;
+    std::int64_t headers = 0;
+    std::int64_t trailers = 0;
+    // Leads to this exchange on that host, if it is a redirect; -1: no Location.
+    std::int64_t location = -1;
+    std::int64_t locationHost = 0;
+    // Before the first byte; then pieces of so many bytes (0: all at once) with a gap between.
+    std::int64_t delay = 1000;
+    std::int64_t piece = 0;
+    std::int64_t gap = 0;
+    // What happens behind so many bytes of the whole answer instead of the rest.
+    Cut cut = Cut::none;
+    std::int64_t cutAt = 0;
+
+    static constexpr std::string_view word = "reply";
+    template <typename Visitor>
+    void visit(Visitor&& visitor) {
+        visitor("exchange", exchange);
+        visitor("status", status);
+        visitor("framing", framing);
+        visitor("body", body);
+        visitor("interims", interims);
+        visitor("headers", headers);
+        visitor("trailers", trailers);
+        visitor("location", location);
+        visitor("locationHost", locationHost);
+        visitor("delay", delay);
+        visitor("piece", piece);
+        visitor("gap", gap);
+        visitor("cut", cut);
+        visitor("cutAt", cutAt);
+    }
+};
+
+// What a caller starts.
+struct RequestScript {
+    std::int64_t id = 0;
+    std::int64_t at = 0;
+    std::int64_t client = 0;
+    std::int64_t host = 0;
+    std::int64_t exchange = 0;
+    Verb verb = Verb::GET;
+    std::int64_t body = 0;
+    // Milliseconds; 0: none.
+    std::int64_t timeout = 0;
+    // -1: none.
+    std::int64_t sizeLimit = -1;
+    std::int64_t callerRedirects = 0;
+    std::int64_t freshState = 0;
+    // 1: to a file; 2: to one that replaces another.
+    std::int64_t download = 0;
+    // 1: kept by a handle instead of an id.
+    std::int64_t handle = 0;
+
+    static constexpr std::string_view word = "request";
+    template <typename Visitor>
+    void visit(Visitor&& visitor) {
+        visitor("id", id);
+        visitor("at", at);
+        visitor("client", client);
+        visitor("host", host);
+        visitor("exchange", exchange);
+        visitor("verb", verb);
+        visitor("body", body);
+        visitor("timeout", timeout);
+        visitor("sizeLimit", sizeLimit);
+        visitor("callerRedirects", callerRedirects);
+        visitor("freshState", freshState);
+        visitor("download", download);
+        visitor("handle", handle);
+    }
+};
+
+// What a caller does to a request.
+struct ActionScript {
+    std::int64_t at = 0;
+    Deed deed = Deed::cancel;
+    std::int64_t request = 0;
+
+    static constexpr std::string_view word = "action";
+    template <typename Visitor>
+    void visit(Visitor&& visitor) {
+        visitor("at", at);
+        visitor("deed", deed);
+        visitor("request", request);
+    }
+};
+
+// What holds for the whole.
+struct OrderScript {
+    // Decides who is next among those that could act.
+    std::int64_t order = 1;
+
+    static constexpr std::string_view word = "world";
+    template <typename Visitor>
+    void visit(Visitor&& visitor) {
+        visitor("order", order);
+    }
+};
+
+struct Script {
+    OrderScript world;
+    std::vector<HostScript> hosts;
+    std::vector<ReplyScript> replies;
+    std::vector<RequestScript> requests;
+    std::vector<ActionScript> actions;
+
+    // The records of one id; what is not there is the default.
+    HostScript host(std::int64_t id) const;
+    ReplyScript reply(std::int64_t exchange, std::size_t arrival) const;
+    const RequestScript* request(std::int64_t id) const;
+};
+
+// A line for each record: "reply exchange=3 status=404".
+std::string print(const Script& script);
+// Throws std::invalid_argument, naming the line.
+Script parse(const std::string& text);
+
+// The world of a seed.
+Script generate(std::uint64_t seed);
+
+}  // namespace kel::http::simulation

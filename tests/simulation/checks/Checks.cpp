@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+#include "checks/Checks.h"
+
+namespace kel::http::simulation {
+namespace {
+
+constexpr Time margin = std::chrono::milliseconds(50);
+
+using Faults = std::vector<std::string>;
+
+std::string nameOf(std::int64_t request) {
+    return "request " + std::to_string(request) + ": ";
+}
+
+void checkCount(std::int64_t id, const SeenRequest& seen, Faults& faults) {
+    const std::size_t wanted = seen.cancelled ? 0 : 1;
+    if (seen.outcomes.size() == wanted) return;
+    faults.push_back(nameOf(id) + std::to_string(seen.outcomes.size()) + " outcomes instead of " +
+                     std::to_string(wanted));
+}
+
+void checkTime(const RequestScript& request, const SeenRequest& seen, Faults& faults) {
+    if (request.timeout <= 0 || seen.outcomes.empty()) return;
+    const Time took = seen.outcomes.front().at - seen.startedAt;
+    const Time limit = std::chrono::milliseconds(request.timeout);
+    if (took <= limit + margin) return;
+    faults.push_back(nameOf(request.id) + "its outcome came after " + std::to_string(took.count()) +
+                     " us, with a limit of " + std::to_string(limit.count()));
+}
+
+}  // namespace
+
+std::vector<std::string> faults(const Script& script, const Observation& seen) {
+    Faults faults;
+    if (seen.isStuck) faults.emplace_back("the world does not come to its end");
+    if (seen.sockets != 0) faults.push_back(std::to_string(seen.sockets) + " sockets are left");
+    for (const auto& [id, request] : seen.requests) {
+        checkCount(id, request, faults);
+        if (const RequestScript* const asked = script.request(id)) checkTime(*asked, request, faults);
+    }
+    for (const Arrival& arrival : seen.arrivals) {
+        if (!arrival.bodyIsRight) faults.push_back(nameOf(arrival.request) + "its body arrived spoilt");
+    }
+    return faults;
+}
+
+}  // namespace kel::http::simulation

@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: MIT
+#include "parties/HttpServer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+#include "parties/Answer.h"
+#include "parties/Bytes.h"
+
+namespace kel::http::simulation {
+
+// One connection: takes requests apart, one after the other, and plans the answers.
+class HttpPeer : public Peer {
+ public:
+    HttpPeer(HttpServers& servers, std::int64_t host) : servers_(servers), host_(servers.script_.host(host)) {}
+
+    void onBytes(Link& link, std::string_view bytes) override {
+        received_ += bytes;
+        while (!ended_ && takeRequest(link)) {
+        }
+    }
+
+ private:
+    bool takeRequest(Link& link) {
+        const auto end = received_.find("\r\n\r\n");
+        if (end == std::string::npos) return false;
+        const std::string head = received_.substr(0, end + 4);
+        const std::size_t length = lengthIn(head);
+        if (received_.size() < head.size() + length) return false;
+        const std::string body = received_.substr(head.size(), length);
+        received_.erase(0, head.size() + length);
+        answer(link, head, body);
+        return true;
+    }
+
+    static std::size_t lengthIn(const std::string& head) {
+        const auto field = head.find("\r\nContent-Length: ");
+        return field == std::string::npos ? 0 : std::strtoul(head.c_str() + field + 18, nullptr, 10);
+    }
+
+    Arrival arrivalOf(const std::string& head, const std::string& body) const {
+        Arrival arrival;
+        arrival.at = servers_.world_.now();
+        arrival.host = host_.id;
+        arrival.method = head.substr(0, head.find(' '));
+        char* rest = nullptr;
+        arrival.exchange = std::strtoll(head.c_str() + head.find('/') + 1, &rest, 10);
+        arrival.request = *rest == '/' ? std::strtoll(rest + 1, nullptr, 10) : -1;
+        const RequestScript* const asked = servers_.script_.request(arrival.request);
+        const bool has_body = asked != nullptr && arrival.method == nameOf(asked->verb);
+        arrival.bodyIsRight = body.empty() || (has_body && body == requestBody(asked->id, asked->body));
+        return arrival;
+    }
+
+    void answer(Link& link, const std::string& head, const std::string& body) {
+        const Arrival arrival = arrivalOf(head, body);
+        servers_.world_.note("server", std::to_string(host_.id) + " is asked: " + head.substr(0, head.find('\r')));
+        const std::size_t number = servers_.arrive(arrival);
+        const ReplyScript reply = servers_.script_.reply(arrival.exchange, number);
+        const std::string location = reply.location < 0 ? std::string()
+                                                        : HttpServers::url(servers_.script_, reply.locationHost,
+                                                                           reply.location, arrival.request);
+        send(link, reply, answerBytes(reply, number, location));
+    }
+
+    void send(Link& link, const ReplyScript& reply, std::string bytes) {
+        const bool is_cut = reply.cut != Cut::none && reply.cutAt < static_cast<std::int64_t>(bytes.size());
+        if (is_cut) bytes.resize(static_cast<std::size_t>(reply.cutAt));
+        const std::size_t piece =
+            reply.piece > 0 ? static_cast<std::size_t>(reply.piece) : std::max<std::size_t>(bytes.size(), 1);
+        Time at = servers_.world_.now() + Time(reply.delay);
+        for (std::size_t begin = 0; begin < bytes.size(); begin += piece, at += Time(reply.gap)) {
+            link.send(at, bytes.substr(begin, piece));
+        }
+        end(link, reply, is_cut, std::max(at - Time(reply.gap), link.planned()));
+    }
+
+    void end(Link& link, const ReplyScript& reply, bool is_cut, Time last) {
+        ++answered_;
+        ended_ = true;
+        if (is_cut && reply.cut == Cut::stall) return;
+        if (is_cut && reply.cut == Cut::reset) return link.reset(last);
+        if (is_cut || (reply.framing == Framing::close && !isWithoutBody(reply.status))) return link.finish(last);
+        if (host_.answers > 0 && answered_ >= host_.answers) return link.finish(last);
+        ended_ = false;
+        if (host_.idle > 0) planIdleEnd(link, last + Time(host_.idle));
+    }
+
+    // Where the next request comes before, it meets a closed connection at the worst moment.
+    void planIdleEnd(Link& link, Time at) {
+        ended_ = true;
+        link.finish(at);
+    }
+
+    HttpServers& servers_;
+    const HostScript host_;
+    std::string received_;
+    std::int64_t answered_ = 0;
+    // Nothing is answered any more.
+    bool ended_ = false;
+};
+
+HttpServers::HttpServers(World& world, const Script& script, Observation& observation)
+    : world_(world), script_(script), observation_(observation) {
+    constexpr std::int64_t most_hosts = 16;
+    for (std::int64_t host = 0; host < most_hosts; ++host) {
+        world.network.listen({ipOf(host), 80}, [this, host](Link&) { return accept(host); });
+        const HostScript known = script.host(host);
+        NameEntry& entry = world.names["host-" + std::to_string(host)];
+        if (known.nameFails == 0) entry.addresses = {ipOf(host)};
+        entry.delay = Time(known.nameDelay);
+    }
+}
+
+std::string HttpServers::url(const Script& script, std::int64_t host, std::int64_t exchange, std::int64_t request) {
+    const std::string name =
+        script.host(host).named != 0 ? "host-" + std::to_string(host) : "10.0.0." + std::to_string(host + 1);
+    return "http://" + name + '/' + std::to_string(exchange) + '/' + std::to_string(request);
+}
+
+Network::Acceptance HttpServers::accept(std::int64_t host) {
+    const HostScript known = script_.host(host);
+    Network::Acceptance acceptance;
+    acceptance.delay = known.connect == Connect::silent ? Never : Time(known.connectDelay);
+    if (known.connect == Connect::refuse) acceptance.error = ECONNREFUSED;
+    acceptance.peer = std::make_shared<HttpPeer>(*this, host);
+    acceptance.faults = {known.mostReceived, known.mostSent, known.interrupted};
+    return acceptance;
+}
+
+std::size_t HttpServers::arrive(Arrival arrival) {
+    const std::size_t number = arrivals_[{arrival.request, arrival.exchange}]++;
+    observation_.arrivals.push_back(std::move(arrival));
+    return number;
+}
+
+}  // namespace kel::http::simulation

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "world/Time.h"
+
+namespace kel::http::simulation {
+
+// What has happened in a world, as a number by which two runs can be compared and, if somebody wants it, as an account
+// to read: time, party, event. Whoever has the baton.
+class Trace {
+ public:
+    void note(Time now, std::string_view party, std::string_view event);
+
+    // Equal for equal runs.
+    std::uint64_t hash() const { return hash_; }
+    std::uint64_t events() const { return events_; }
+
+    // From now on each event is written there.
+    void tell(std::FILE* reader) { reader_ = reader; }
+    // Whether it is worth putting details together.
+    bool isTold() const { return reader_ != nullptr; }
+
+ private:
+    void mix(std::string_view text);
+
+    std::uint64_t hash_ = 14695981039346656037U;
+    std::uint64_t events_ = 0;
+    std::FILE* reader_ = nullptr;
+};
+
+}  // namespace kel::http::simulation
