@@ -77,6 +77,7 @@ void EngineDeadlines::endOverdue() {
     if (now < earliest) return;
     while (const TaskPtr task = findOverdue(now)) {
         tell(*task, std::chrono::duration_cast<milliseconds>(now - task->start));
+        EngineTransfers::dropHeld(task->easy);
         completion.completeTask(task->easy, CURLE_OPERATION_TIMEDOUT);
     }
 }

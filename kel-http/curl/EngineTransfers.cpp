@@ -28,6 +28,10 @@ class Attachment {
     bool kept = false;
 };
 
+std::size_t swallow(void* /*data*/, std::size_t size, std::size_t nitems, void* /*easy*/) {
+    return size * nitems;
+}
+
 }  // namespace
 
 EngineTransfers::EngineTransfers() : multi(curl_multi_init()), connections(multi) {
@@ -75,6 +79,8 @@ TaskPtr EngineTransfers::findCancelledTask() const {
 }
 
 void EngineTransfers::pause(const Engine::ActiveTask& task) {
+    // Who ends a paused transfer has to have dropHeld() called first, which libcurl's own timer does not.
+    curl_easy_setopt(task.easy, CURLOPT_TIMEOUT_MS, 0L);
     curl_easy_pause(task.easy, CURLPAUSE_ALL);
 }
 
@@ -85,9 +91,18 @@ CURLcode EngineTransfers::resume(const Engine::ActiveTask& task) {
     return nothing_held ? CURLE_OK : result;
 }
 
+// libcurl 7.88 frees it at the end of a connection's last transfer only. One with HTTP/2 may serve others meanwhile, and
+// then it is lost.
+void EngineTransfers::dropHeld(CURL* easy) {
+    curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &swallow);
+    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &swallow);
+    curl_easy_pause(easy, CURLPAUSE_CONT);
+}
+
 void EngineTransfers::remove(const Engine::ActiveTask& task) {
     // libcurl reports progress once more while it lets go of a transfer, and this request is to hear nothing.
     curl_easy_setopt(task.easy, CURLOPT_NOPROGRESS, 1L);
+    dropHeld(task.easy);
     letGo(task.easy);
     activeTasks.erase(task.easy);
 }
@@ -120,7 +135,10 @@ void EngineTransfers::close() {
     TaskMap unfinished;
     unfinished.swap(activeTasks);
     // libcurl loses what it holds back for a paused transfer that is freed without having been removed.
-    for (const auto& [easy, task] : unfinished) curl_multi_remove_handle(multi, easy);
+    for (const auto& [easy, task] : unfinished) {
+        dropHeld(easy);
+        curl_multi_remove_handle(multi, easy);
+    }
     unfinished.clear();
     curl_multi_cleanup(multi);
     multi = nullptr;

@@ -50,6 +50,10 @@ class EngineTransfers {
     static void pause(const Engine::ActiveTask& task);
     static CURLcode resume(const Engine::ActiveTask& task);
 
+    // Has libcurl free what it holds back for a transfer, paused or not, that is to end before it is complete. Nobody hears
+    // of it.
+    static void dropHeld(CURL* easy);
+
     // Ends a transfer without a word to its request.
     void remove(const Engine::ActiveTask& task);
     // The same for one that libcurl has not begun.
