@@ -60,6 +60,8 @@ class ScriptedServer {
     // --- what it has seen ---
     // The complete requests, in the order of their ends.
     std::vector<ReceivedRequest> requests() const { return journal_.requests(); }
+    // From now on requests() stays as it is, for who sends more than memory holds; counts and waits go on.
+    void keepNoRequests() { journal_.keepNoRequests(); }
     // The connections accepted so far, and those of them which are not over.
     std::size_t connectionCount() const { return journal_.connectionCount(); }
     std::size_t openConnectionCount() const { return journal_.openConnectionCount(); }

@@ -20,7 +20,7 @@ void ServerJournal::noteBodyBytesReceived(std::size_t bytes) {
 
 void ServerJournal::noteRequest(const ReceivedRequest& request) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    requests_.push_back(request);
+    if (keeping_) requests_.push_back(request);
     ++request_count_;
     changed_.notify_all();
 }
@@ -38,6 +38,11 @@ void ServerJournal::noteEnd(std::size_t connection) {
 std::vector<ReceivedRequest> ServerJournal::requests() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return requests_;
+}
+
+void ServerJournal::keepNoRequests() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    keeping_ = false;
 }
 
 std::size_t ServerJournal::connectionCount() const {

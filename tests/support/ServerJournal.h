@@ -25,6 +25,7 @@ class ServerJournal {
 
     // The test's side, as ScriptedServer has it.
     std::vector<ReceivedRequest> requests() const;
+    void keepNoRequests();
     std::size_t connectionCount() const;
     std::size_t openConnectionCount() const;
     std::size_t bodyBytesSent() const;
@@ -44,6 +45,7 @@ class ServerJournal {
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
     std::vector<ReceivedRequest> requests_;
+    bool keeping_ = true;
     std::set<std::size_t> ended_;
     std::size_t connections_ = 0;
     std::size_t header_blocks_ = 0;
