@@ -2,6 +2,7 @@
 // Worlds from seeds. Each seed does without a random half of the kinds of trouble: what always happens hides the rest.
 #include <algorithm>
 
+#include "GeneratorNetwork.h"
 #include "Script.h"
 #include "world/Random.h"
 
@@ -138,7 +139,9 @@ class Generator {
 }  // namespace
 
 Script generate(std::uint64_t seed) {
-    return Generator(seed).script();
+    Script script = Generator(seed).script();
+    addNetworkTroubles(script, seed);
+    return script;
 }
 
 }  // namespace kel::http::simulation

@@ -6,6 +6,8 @@
 #include "kel-http/curl/Engine.h"
 #include "parties/Callers.h"
 #include "parties/HttpServer.h"
+#include "parties/Proxies.h"
+#include "parties/Troubles.h"
 #include "world/World.h"
 
 namespace kel::http::simulation {
@@ -47,7 +49,10 @@ Observation live(const Script& script, std::FILE* account) {
     World world(static_cast<std::uint64_t>(script.world.order));
     world.trace.tell(account);
     HttpServers servers(world, script, observation);
+    Proxies proxies(world, script, observation);
+    Troubles troubles(world, script);
     auto engine = std::make_unique<Engine>([](const std::function<void()>& completion) { completion(); });
+    setUpProxies(*engine, script);
     Callers callers(world, script, observation);
     observation.isStuck = !goOn(world, callers, world.now() + patience);
     callers.giveUp();

@@ -44,6 +44,15 @@ struct Arrival {
     bool bodyIsRight = true;
 };
 
+// What a proxy was asked, and what it said.
+struct ProxyAsk {
+    Time at{0};
+    std::int64_t proxy = 0;
+    std::string target;  // the request's first line
+    std::int64_t status = 0;
+    bool withCredentials = false;
+};
+
 // What can be seen of a world from outside of the library.
 struct Observation {
     std::map<std::int64_t, SeenRequest> requests;
@@ -58,6 +67,7 @@ struct Observation {
     std::uint64_t hash = 0;
     std::uint64_t events = 0;
     Time end{0};
+    std::vector<ProxyAsk> proxyAsks;
 };
 
 }  // namespace kel::http::simulation

@@ -13,6 +13,14 @@ constexpr std::array<std::string_view, 3> framing_names = {"length", "chunked", 
 constexpr std::array<std::string_view, 4> cut_names = {"none", "close", "reset", "stall"};
 constexpr std::array<std::string_view, 5> verb_names = {"GET", "POST", "PUT", "PATCH", "DELETE"};
 constexpr std::array<std::string_view, 4> deed_names = {"cancel", "pause", "resume", "settle"};
+constexpr std::array<std::string_view, 8> lie_names = {"none",  "longer",  "shorter", "two",
+                                                       "chunk", "headers", "lines",   "garbage"};
+constexpr std::array<std::string_view, 4> challenge_names = {"none", "basic", "digest", "both"};
+constexpr std::array<std::string_view, 4> range_names = {"ignored", "right", "wrong", "refused"};
+constexpr std::array<std::string_view, 3> proxy_mode_names = {"off", "manual", "list"};
+constexpr std::array<std::string_view, 4> login_names = {"none", "basic", "any", "wrong"};
+constexpr std::array<std::string_view, 6> trouble_names = {"mute",       "reset",     "noSockets",
+                                                           "notReading", "wallClock", "moves"};
 
 template <typename Value>
 std::string textOf(const Value& value) {
@@ -81,6 +89,10 @@ void readLine(Script& script, const std::string& line) {
         script.requests.push_back(readRecord<RequestScript>(words));
     } else if (word == ActionScript::word) {
         script.actions.push_back(readRecord<ActionScript>(words));
+    } else if (word == ProxyScript::word) {
+        script.proxies.push_back(readRecord<ProxyScript>(words));
+    } else if (word == TroubleScript::word) {
+        script.troubles.push_back(readRecord<TroubleScript>(words));
     } else {
         throw std::invalid_argument("no such record: " + word);
     }
@@ -109,12 +121,39 @@ std::string_view nameOf(Verb value) {
 std::string_view nameOf(Deed value) {
     return nameIn(deed_names, value);
 }
+std::string_view nameOf(Lie value) {
+    return nameIn(lie_names, value);
+}
+std::string_view nameOf(Challenge value) {
+    return nameIn(challenge_names, value);
+}
+std::string_view nameOf(Range value) {
+    return nameIn(range_names, value);
+}
+std::string_view nameOf(ProxyMode value) {
+    return nameIn(proxy_mode_names, value);
+}
+std::string_view nameOf(Login value) {
+    return nameIn(login_names, value);
+}
+std::string_view nameOf(Trouble value) {
+    return nameIn(trouble_names, value);
+}
 
 HostScript Script::host(std::int64_t id) const {
     for (const HostScript& one : hosts) {
         if (one.id == id) return one;
     }
     HostScript usual;
+    usual.id = id;
+    return usual;
+}
+
+ProxyScript Script::proxy(std::int64_t id) const {
+    for (const ProxyScript& one : proxies) {
+        if (one.id == id) return one;
+    }
+    ProxyScript usual;
     usual.id = id;
     return usual;
 }
@@ -144,6 +183,8 @@ std::string print(const Script& script) {
     for (const auto& record : script.replies) printRecord(text, record);
     for (const auto& record : script.requests) printRecord(text, record);
     for (const auto& record : script.actions) printRecord(text, record);
+    for (const auto& record : script.proxies) printRecord(text, record);
+    for (const auto& record : script.troubles) printRecord(text, record);
     return text;
 }
 

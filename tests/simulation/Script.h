@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "ScriptNetwork.h"
+
 namespace kel::http::simulation {
 
 // What happens in one world, as plain numbers: made from a seed, written as text, read again, cut down. Times are in
@@ -16,15 +18,11 @@ namespace kel::http::simulation {
 // Each record shows its fields to a visitor by name: visitor("status", status). Whatever is not named in a text has its
 // default.
 
-enum class Connect : std::uint8_t { accept, refuse, silent };
 enum class Framing : std::uint8_t { length, chunked, close };
-enum class Cut : std::uint8_t { none, close, reset, stall };
 enum class Verb : std::uint8_t { GET, POST, PUT, PATCH, DELETE };
 enum class Deed : std::uint8_t { cancel, pause, resume, settle };
 
-std::string_view nameOf(Connect value);
 std::string_view nameOf(Framing value);
-std::string_view nameOf(Cut value);
 std::string_view nameOf(Verb value);
 std::string_view nameOf(Deed value);
 
@@ -45,6 +43,15 @@ struct HostScript {
     std::int64_t named = 0;
     std::int64_t nameDelay = 0;
     std::int64_t nameFails = 0;
+    // The name leads to so many other addresses first, where nobody listens, or nobody answers.
+    std::int64_t deadAddresses = 0;
+    Connect deadConnect = Connect::refuse;
+    // 1: speaks TLS, at port 443. Behind so many bytes of its own it falls silent or closes; 0: never.
+    std::int64_t tls = 0;
+    std::int64_t tlsCutAt = 0;
+    Cut tlsCut = Cut::none;
+    // 1: its certificate is another host's.
+    std::int64_t tlsWrong = 0;
 
     static constexpr std::string_view word = "host";
     template <typename Visitor>
@@ -60,6 +67,12 @@ struct HostScript {
         visitor("named", named);
         visitor("nameDelay", nameDelay);
         visitor("nameFails", nameFails);
+        visitor("deadAddresses", deadAddresses);
+        visitor("deadConnect", deadConnect);
+        visitor("tls", tls);
+        visitor("tlsCutAt", tlsCutAt);
+        visitor("tlsCut", tlsCut);
+        visitor("tlsWrong", tlsWrong);
     }
 };
 
@@ -83,6 +96,13 @@ struct ReplyScript {
     // What happens behind so many bytes of the whole answer instead of the rest.
     Cut cut = Cut::none;
     std::int64_t cutAt = 0;
+    // Of the interim answers.
+    std::int64_t interimStatus = 103;
+    Lie lie = Lie::none;
+    // Without credentials that suit, a 401 with the same body comes in its place; it counts as an arrival of its own.
+    Challenge challenge = Challenge::none;
+    // Where a request asks for a part of the body.
+    Range range = Range::ignored;
 
     static constexpr std::string_view word = "reply";
     template <typename Visitor>
@@ -101,6 +121,10 @@ struct ReplyScript {
         visitor("gap", gap);
         visitor("cut", cut);
         visitor("cutAt", cutAt);
+        visitor("interimStatus", interimStatus);
+        visitor("lie", lie);
+        visitor("challenge", challenge);
+        visitor("range", range);
     }
 };
 
@@ -123,6 +147,11 @@ struct RequestScript {
     std::int64_t download = 0;
     // 1: kept by a handle instead of an id.
     std::int64_t handle = 0;
+    // The proxies to be tried, a digit each, in order: 31 is number 3, then number 1. Where the mode is manual, any number
+    // means the engine's. 0: straight.
+    std::int64_t proxies = 0;
+    // Credentials for the server, and by which way it may be told (basic only, any, any with a wrong password).
+    Login login = Login::none;
 
     static constexpr std::string_view word = "request";
     template <typename Visitor>
@@ -140,6 +169,8 @@ struct RequestScript {
         visitor("freshState", freshState);
         visitor("download", download);
         visitor("handle", handle);
+        visitor("proxies", proxies);
+        visitor("login", login);
     }
 };
 
@@ -162,11 +193,16 @@ struct ActionScript {
 struct OrderScript {
     // Decides who is next among those that could act.
     std::int64_t order = 1;
+    ProxyMode proxyMode = ProxyMode::off;
+    // The engine's own, in mode manual.
+    std::int64_t proxy = 1;
 
     static constexpr std::string_view word = "world";
     template <typename Visitor>
     void visit(Visitor&& visitor) {
         visitor("order", order);
+        visitor("proxyMode", proxyMode);
+        visitor("proxy", proxy);
     }
 };
 
@@ -176,11 +212,14 @@ struct Script {
     std::vector<ReplyScript> replies;
     std::vector<RequestScript> requests;
     std::vector<ActionScript> actions;
+    std::vector<ProxyScript> proxies;
+    std::vector<TroubleScript> troubles;
 
     // The records of one id; what is not there is the default.
     HostScript host(std::int64_t id) const;
     ReplyScript reply(std::int64_t exchange, std::size_t arrival) const;
     const RequestScript* request(std::int64_t id) const;
+    ProxyScript proxy(std::int64_t id) const;
 };
 
 // A line for each record: "reply exchange=3 status=404".

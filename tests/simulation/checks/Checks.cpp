@@ -19,11 +19,18 @@ void checkCount(std::int64_t id, const SeenRequest& seen, Faults& faults) {
                      std::to_string(wanted));
 }
 
-void checkTime(const RequestScript& request, const SeenRequest& seen, Faults& faults) {
+// Each proxy that is tried has all the time to itself.
+std::int64_t attempts(const Script& script, const RequestScript& request) {
+    if (script.world.proxyMode != ProxyMode::list || request.proxies <= 0) return 1;
+    return static_cast<std::int64_t>(std::to_string(request.proxies).size());
+}
+
+void checkTime(const Script& script, const RequestScript& request, const SeenRequest& seen, Faults& faults) {
     if (request.timeout <= 0 || seen.outcomes.empty()) return;
     const Time took = seen.outcomes.front().at - seen.startedAt;
-    const Time limit = std::chrono::milliseconds(request.timeout);
-    if (took <= limit + margin) return;
+    const std::int64_t times = attempts(script, request);
+    const Time limit = std::chrono::milliseconds(request.timeout) * times;
+    if (took <= limit + margin * times) return;
     faults.push_back(nameOf(request.id) + "its outcome came after " + std::to_string(took.count()) +
                      " us, with a limit of " + std::to_string(limit.count()));
 }
@@ -36,7 +43,7 @@ std::vector<std::string> faults(const Script& script, const Observation& seen) {
     if (seen.sockets != 0) faults.push_back(std::to_string(seen.sockets) + " sockets are left");
     for (const auto& [id, request] : seen.requests) {
         checkCount(id, request, faults);
-        if (const RequestScript* const asked = script.request(id)) checkTime(*asked, request, faults);
+        if (const RequestScript* const asked = script.request(id)) checkTime(script, *asked, request, faults);
     }
     for (const Arrival& arrival : seen.arrivals) {
         if (!arrival.bodyIsRight) faults.push_back(nameOf(arrival.request) + "its body arrived spoilt");

@@ -8,6 +8,7 @@
 #include "kel-http/curl/Engine.h"
 #include "parties/Bytes.h"
 #include "parties/HttpServer.h"
+#include "parties/Proxies.h"
 
 namespace kel::http::simulation {
 namespace {
@@ -67,6 +68,7 @@ RequestConfig Callers::configOf(const RequestScript& request) const {
     config.caller_handles_redirects = request.callerRedirects != 0;
     config.reset_state = request.freshState != 0;
     config.proxy = Proxy::bypass_proxy;
+    addNetwork(config, script_, request);
     return config;
 }
 

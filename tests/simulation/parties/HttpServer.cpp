@@ -61,7 +61,7 @@ class HttpPeer : public Peer {
         const std::string location = reply.location < 0 ? std::string()
                                                         : HttpServers::url(servers_.script_, reply.locationHost,
                                                                            reply.location, arrival.request);
-        send(link, reply, answerBytes(reply, number, location));
+        send(link, reply, answerTo(head, reply, number, location));
     }
 
     void send(Link& link, const ReplyScript& reply, std::string bytes) {
@@ -81,7 +81,8 @@ class HttpPeer : public Peer {
         ended_ = true;
         if (is_cut && reply.cut == Cut::stall) return;
         if (is_cut && reply.cut == Cut::reset) return link.reset(last);
-        if (is_cut || (reply.framing == Framing::close && !isWithoutBody(reply.status))) return link.finish(last);
+        if (is_cut || endsByClosing(reply) || (reply.framing == Framing::close && !isWithoutBody(reply.status)))
+            return link.finish(last);
         if (host_.answers > 0 && answered_ >= host_.answers) return link.finish(last);
         ended_ = false;
         if (host_.idle > 0) planIdleEnd(link, last + Time(host_.idle));
@@ -101,6 +102,21 @@ class HttpPeer : public Peer {
     bool ended_ = false;
 };
 
+namespace {
+
+// Nobody listens at 10.0.2.x, and nobody answers at 10.0.3.x.
+std::vector<std::uint32_t> addressesOf(const HostScript& host) {
+    std::vector<std::uint32_t> addresses;
+    const std::uint32_t dead = host.deadConnect == Connect::silent ? 0x0A000301U : 0x0A000201U;
+    for (std::int64_t number = 0; number < host.deadAddresses; ++number) {
+        addresses.push_back(dead + static_cast<std::uint32_t>(number));
+    }
+    addresses.push_back(HttpServers::ipOf(host.id));
+    return addresses;
+}
+
+}  // namespace
+
 HttpServers::HttpServers(World& world, const Script& script, Observation& observation)
     : world_(world), script_(script), observation_(observation) {
     constexpr std::int64_t most_hosts = 16;
@@ -108,7 +124,7 @@ HttpServers::HttpServers(World& world, const Script& script, Observation& observ
         world.network.listen({ipOf(host), 80}, [this, host](Link&) { return accept(host); });
         const HostScript known = script.host(host);
         NameEntry& entry = world.names["host-" + std::to_string(host)];
-        if (known.nameFails == 0) entry.addresses = {ipOf(host)};
+        if (known.nameFails == 0) entry.addresses = addressesOf(known);
         entry.delay = Time(known.nameDelay);
     }
 }

@@ -20,6 +20,22 @@ void Link::plan(Event event) {
     wire_.push_back(std::move(event));
 }
 
+void Link::fallSilent() {
+    wire_.clear();
+    peer.reset();
+    if (state == State::Connecting) connectedAt = Never;
+}
+
+void Link::breakNow() {
+    const bool is_new = state == State::Connecting;
+    fallSilent();
+    arrived.clear();
+    wasReset = !is_new;
+    if (!is_new) return;
+    state = State::Refused;
+    error = ECONNRESET;
+}
+
 void Link::arrive(Time now) {
     if (state == State::Connecting && connectedAt <= now) state = error == 0 ? State::Connected : State::Refused;
     for (; state == State::Connected && !wire_.empty() && wire_.front().at <= now; wire_.pop_front()) {
@@ -66,13 +82,24 @@ void Network::close(int descriptor) {
     if (link && link->peer) link->peer->onClose();
 }
 
-Network::Acceptance Network::accept(Link& link) {
-    const auto found = listeners_.find(link.to());
+Network::Acceptance Network::acceptAt(const Address& address, Link& link) {
+    Acceptance lost;
+    lost.delay = Never;
+    if (isCutOff && isCutOff(address)) return lost;
+    const auto found = listeners_.find(address);
     if (found != listeners_.end()) return found->second(link);
+    constexpr std::uint32_t silent_net = 0x0A0003;
+    if (address.ip >> 8U == silent_net) return lost;
     Acceptance refused;
     refused.delay = std::chrono::milliseconds(1);
     refused.error = ECONNREFUSED;
     return refused;
+}
+
+void Network::each(const std::function<void(Link&)>& deed) {
+    for (auto& [descriptor, link] : links_) {
+        if (link) deed(*link);
+    }
 }
 
 Time Network::nextEvent(Time now) {

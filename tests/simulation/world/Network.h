@@ -57,6 +57,11 @@ class Link {
     // So many bytes of the client's are still taken; then none until `more` at that time. Less than 0: all.
     void take(std::int64_t bytes) { room_ = bytes; }
 
+    // From now on nobody at the other end says or hears anything, without a word of farewell.
+    void fallSilent();
+    // Breaks at once: what was under way is lost.
+    void breakNow();
+
     // --- for Sockets ---
     enum class State { Fresh, Connecting, Connected, Refused };
     struct Event {
@@ -106,6 +111,12 @@ class Network {
     using Listener = std::function<Acceptance(Link&)>;
 
     void listen(const Address& address, Listener listener) { listeners_[address] = std::move(listener); }
+    // What a connection of that link's to another address than its own would meet.
+    Acceptance acceptAt(const Address& address, Link& link);
+    // For each connection there is.
+    void each(const std::function<void(Link&)>& deed);
+    // Where new connections get no answer; empty: nowhere.
+    std::function<bool(const Address&)> isCutOff;
 
     // --- for Sockets ---
     bool has(int descriptor) const { return links_.count(descriptor) != 0; }
@@ -113,7 +124,7 @@ class Network {
     Link& open(int descriptor, const Address& to);
     void reserve(int descriptor) { links_[descriptor] = nullptr; }
     void close(int descriptor);
-    Acceptance accept(Link& link);
+    Acceptance accept(Link& link) { return acceptAt(link.to(), link); }
     Time nextEvent(Time now);
 
     std::size_t openSockets() const { return links_.size(); }
