@@ -71,10 +71,22 @@ class NetworkGenerator {
     }
 
     void addTo(HostScript& host) {
+        if (trouble(15, 2)) addTls(host);
         if (!trouble(10, 3)) return;
         host.named = 1;
         host.deadAddresses = random_.between(1, 3);
         if (random_.oneIn(2)) host.deadConnect = Connect::silent;
+    }
+
+    void addTls(HostScript& host) {
+        host.tls = 1;
+        // A handshake has some 2 KB each way.
+        if (host.mostReceived > 0) host.mostReceived += 20;
+        if (random_.oneIn(8)) host.tlsWrong = 1;
+        if (random_.oneIn(4)) {
+            host.tlsCut = static_cast<Cut>(random_.between(1, 3));
+            host.tlsCutAt = random_.between(0, 4000);
+        }
     }
 
     // Long headers, a byte at a time, would make a long world.

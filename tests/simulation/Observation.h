@@ -68,6 +68,9 @@ struct Observation {
     std::uint64_t events = 0;
     Time end{0};
     std::vector<ProxyAsk> proxyAsks;
+    // Those that came to their end, and those among them by which an earlier session went on.
+    std::int64_t tlsHandshakes = 0;
+    std::int64_t tlsResumed = 0;
 };
 
 }  // namespace kel::http::simulation

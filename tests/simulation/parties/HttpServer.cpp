@@ -7,6 +7,7 @@
 
 #include "parties/Answer.h"
 #include "parties/Bytes.h"
+#include "parties/TlsPeer.h"
 
 namespace kel::http::simulation {
 
@@ -119,10 +120,12 @@ std::vector<std::uint32_t> addressesOf(const HostScript& host) {
 
 HttpServers::HttpServers(World& world, const Script& script, Observation& observation)
     : world_(world), script_(script), observation_(observation) {
+    prepareIdentities(script);
     constexpr std::int64_t most_hosts = 16;
     for (std::int64_t host = 0; host < most_hosts; ++host) {
-        world.network.listen({ipOf(host), 80}, [this, host](Link&) { return accept(host); });
         const HostScript known = script.host(host);
+        const std::uint16_t port = known.tls != 0 ? 443 : 80;
+        world.network.listen({ipOf(host), port}, [this, host](Link&) { return accept(host); });
         NameEntry& entry = world.names["host-" + std::to_string(host)];
         if (known.nameFails == 0) entry.addresses = addressesOf(known);
         entry.delay = Time(known.nameDelay);
@@ -132,7 +135,8 @@ HttpServers::HttpServers(World& world, const Script& script, Observation& observ
 std::string HttpServers::url(const Script& script, std::int64_t host, std::int64_t exchange, std::int64_t request) {
     const std::string name =
         script.host(host).named != 0 ? "host-" + std::to_string(host) : "10.0.0." + std::to_string(host + 1);
-    return "http://" + name + '/' + std::to_string(exchange) + '/' + std::to_string(request);
+    return (script.host(host).tls != 0 ? "https://" : "http://") + name + '/' + std::to_string(exchange) + '/' +
+           std::to_string(request);
 }
 
 Network::Acceptance HttpServers::accept(std::int64_t host) {
@@ -141,6 +145,7 @@ Network::Acceptance HttpServers::accept(std::int64_t host) {
     acceptance.delay = known.connect == Connect::silent ? Never : Time(known.connectDelay);
     if (known.connect == Connect::refuse) acceptance.error = ECONNREFUSED;
     acceptance.peer = std::make_shared<HttpPeer>(*this, host);
+    if (known.tls != 0) acceptance.peer = tlsPeer(world_, known, acceptance.peer, observation_);
     acceptance.faults = {known.mostReceived, known.mostSent, known.interrupted};
     return acceptance;
 }

@@ -9,6 +9,7 @@
 #include "kel-http/curl/Engine.h"
 #include "parties/Bytes.h"
 #include "parties/Credentials.h"
+#include "parties/TlsPeer.h"
 
 namespace kel::http::simulation {
 namespace {
@@ -188,6 +189,7 @@ void addNetwork(RequestConfig& config, const Script& script, const RequestScript
             }
         }
     }
+    addIdentity(config, script);
     if (request.login == Login::none) return;
     config.user = server_user;
     config.password = request.login == Login::wrong ? "wrong" : std::string(server_password);

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "world/Time.h"
 
@@ -54,6 +55,14 @@ class Link {
     void reset(Time at) { plan({at, {}, Event::Reset}); }
     // When the last of it comes.
     Time planned() const { return wire_.empty() ? Time(0) : wire_.back().at; }
+    // What has been planned, which then is not any more.
+    struct Event {
+        enum Kind { Data, Finish, Reset };
+        Time at;
+        std::string bytes;
+        Kind kind;
+    };
+    std::deque<Event> takePlanned() { return std::exchange(wire_, {}); }
     // So many bytes of the client's are still taken; then none until `more` at that time. Less than 0: all.
     void take(std::int64_t bytes) { room_ = bytes; }
 
@@ -64,12 +73,6 @@ class Link {
 
     // --- for Sockets ---
     enum class State { Fresh, Connecting, Connected, Refused };
-    struct Event {
-        enum Kind { Data, Finish, Reset };
-        Time at;
-        std::string bytes;
-        Kind kind;
-    };
     void arrive(Time now);
     Time nextEvent(Time now);
     bool isReadable(Time now);

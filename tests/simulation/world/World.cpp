@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "world/Next.h"
+#include "world/Randomness.h"
 
 namespace kel::http::simulation {
 namespace {
@@ -16,6 +17,7 @@ constexpr std::int64_t autumn_2023 = 1'700'000'000'000'000;
 
 World::World(std::uint64_t order_seed) : order(order_seed), wall_offset_(autumn_2023) {
     current_world = this;
+    makeRandomnessRepeatable(order_seed);
 }
 
 World::~World() {
