@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "GeneratorNetwork.h"
+#include "GeneratorParts.h"
 #include "Script.h"
 #include "world/Random.h"
 
@@ -141,6 +142,7 @@ class Generator {
 Script generate(std::uint64_t seed) {
     Script script = Generator(seed).script();
     addNetworkTroubles(script, seed);
+    addCallers(script, seed);
     return script;
 }
 

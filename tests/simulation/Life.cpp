@@ -42,6 +42,12 @@ void endThreads(World& world) {
     }
 }
 
+// Where completions run: at once, or when their executor comes to them.
+Engine::CallbackHandler handlerOf(const Script& script, Executors& executors) {
+    if (script.world.posting == 0) return [](const std::function<void()>& completion) { completion(); };
+    return [&executors](const std::function<void()>& completion) { executors.completions().post(completion, 0); };
+}
+
 }  // namespace
 
 Observation live(const Script& script, std::FILE* account) {
@@ -51,9 +57,11 @@ Observation live(const Script& script, std::FILE* account) {
     HttpServers servers(world, script, observation);
     Proxies proxies(world, script, observation);
     Troubles troubles(world, script);
-    auto engine = std::make_unique<Engine>([](const std::function<void()>& completion) { completion(); });
+    const Folder folder;
+    Executors executors(world, script.world.executors);
+    auto engine = std::make_unique<Engine>(handlerOf(script, executors));
     setUpProxies(*engine, script);
-    Callers callers(world, script, observation);
+    Callers callers(world, script, observation, executors, folder, engine);
     observation.isStuck = !goOn(world, callers, world.now() + patience);
     callers.giveUp();
     observation.isStuck = !drain(world) || observation.isStuck;
@@ -62,6 +70,7 @@ Observation live(const Script& script, std::FILE* account) {
     endThreads(world);
     observation.sockets = world.network.openSockets();
     observation.end = world.now();
+    observation.violations.insert(observation.violations.end(), world.violations.begin(), world.violations.end());
     observation.hash = world.trace.hash();
     observation.events = world.trace.events();
     return observation;

@@ -21,6 +21,17 @@ struct SeenOutcome {
     // Of an error, as ClientFailure has it.
     int failure = 0;
     std::string message;
+    // Of a download, whose file has gone to `body`.
+    std::string digest;
+    // Microseconds that the library itself has taken it for; less than 0: it does not tell.
+    std::int64_t timing = -1;
+};
+
+// One run of a request of the caller's own.
+struct SeenRun {
+    std::int64_t finals = 0;
+    bool cancelled = false;
+    bool orphaned = false;
 };
 
 struct SeenRequest {
@@ -32,6 +43,18 @@ struct SeenRequest {
     // Calls of the progress callback, and those behind the outcome or a cancellation.
     std::int64_t progress = 0;
     std::int64_t lateProgress = 0;
+    // The most bytes that it told of.
+    std::int64_t mostProgress = 0;
+    // There was no engine, or it was destroyed meanwhile.
+    bool orphaned = false;
+    // Cancelled only because the world has to come to an end.
+    bool givenUp = false;
+    // Of a caller's own; the outcomes are those of the first one.
+    std::vector<SeenRun> runs;
+    // Its files have been changed; what that has left in the one that it goes on with, if it is there still.
+    bool isChanged = false;
+    bool isRemoved = false;
+    std::string changed;
 };
 
 // What a server was asked.
@@ -42,6 +65,8 @@ struct Arrival {
     std::int64_t exchange = 0;
     std::string method;
     bool bodyIsRight = true;
+    // Request line and headers.
+    std::string head;
 };
 
 // What a proxy was asked, and what it said.
@@ -67,6 +92,15 @@ struct Observation {
     std::uint64_t hash = 0;
     std::uint64_t events = 0;
     Time end{0};
+    // What is there at the end, by name: random parts of names are left out.
+    std::map<std::string, std::string> contents;
+    // Tasks that the engine was given for its thread, and those that it ran.
+    std::int64_t tasksQueued = 0;
+    std::int64_t tasksRun = 0;
+    // When there was no engine any more; Never: there was one until the end.
+    Time engineEnd = Never;
+    // What somebody met that may never be.
+    std::vector<std::string> violations;
     std::vector<ProxyAsk> proxyAsks;
     // Those that came to their end, and those among them by which an earlier session went on.
     std::int64_t tlsHandshakes = 0;

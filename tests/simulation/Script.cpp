@@ -12,7 +12,11 @@ constexpr std::array<std::string_view, 3> connect_names = {"accept", "refuse", "
 constexpr std::array<std::string_view, 3> framing_names = {"length", "chunked", "close"};
 constexpr std::array<std::string_view, 4> cut_names = {"none", "close", "reset", "stall"};
 constexpr std::array<std::string_view, 5> verb_names = {"GET", "POST", "PUT", "PATCH", "DELETE"};
-constexpr std::array<std::string_view, 4> deed_names = {"cancel", "pause", "resume", "settle"};
+constexpr std::array<std::string_view, 13> deed_names = {"cancel",        "pause",  "resume", "settle", "dropClient",
+                                                         "destroyEngine", "rerun",  "queue",  "listen", "endExecutor",
+                                                         "grow",          "shrink", "remove"};
+constexpr std::array<std::string_view, 7> moment_names = {"time",     "outcome", "response", "error",
+                                                          "progress", "header",  "data"};
 constexpr std::array<std::string_view, 8> lie_names = {"none",  "longer",  "shorter", "two",
                                                        "chunk", "headers", "lines",   "garbage"};
 constexpr std::array<std::string_view, 4> challenge_names = {"none", "basic", "digest", "both"};
@@ -120,6 +124,9 @@ std::string_view nameOf(Verb value) {
 }
 std::string_view nameOf(Deed value) {
     return nameIn(deed_names, value);
+}
+std::string_view nameOf(Moment value) {
+    return nameIn(moment_names, value);
 }
 std::string_view nameOf(Lie value) {
     return nameIn(lie_names, value);

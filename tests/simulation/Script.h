@@ -20,11 +20,29 @@ namespace kel::http::simulation {
 
 enum class Framing : std::uint8_t { length, chunked, close };
 enum class Verb : std::uint8_t { GET, POST, PUT, PATCH, DELETE };
-enum class Deed : std::uint8_t { cancel, pause, resume, settle };
+// The last three are done to the files of a request: that which it goes on with, or those that it sends.
+enum class Deed : std::uint8_t {
+    cancel,
+    pause,
+    resume,
+    settle,
+    dropClient,
+    destroyEngine,
+    rerun,
+    queue,
+    listen,
+    endExecutor,
+    grow,
+    shrink,
+    remove
+};
+// When: at its time, or inside of a callback of another request.
+enum class Moment : std::uint8_t { time, outcome, response, error, progress, header, data };
 
 std::string_view nameOf(Framing value);
 std::string_view nameOf(Verb value);
 std::string_view nameOf(Deed value);
+std::string_view nameOf(Moment value);
 
 // A machine that listens: 10.0.0.(id + 1), port 80.
 struct HostScript {
@@ -96,6 +114,8 @@ struct ReplyScript {
     // What happens behind so many bytes of the whole answer instead of the rest.
     Cut cut = Cut::none;
     std::int64_t cutAt = 0;
+    // So many cookies are set.
+    std::int64_t cookies = 0;
     // Of the interim answers.
     std::int64_t interimStatus = 103;
     Lie lie = Lie::none;
@@ -121,6 +141,7 @@ struct ReplyScript {
         visitor("gap", gap);
         visitor("cut", cut);
         visitor("cutAt", cutAt);
+        visitor("cookies", cookies);
         visitor("interimStatus", interimStatus);
         visitor("lie", lie);
         visitor("challenge", challenge);
@@ -143,10 +164,31 @@ struct RequestScript {
     std::int64_t sizeLimit = -1;
     std::int64_t callerRedirects = 0;
     std::int64_t freshState = 0;
-    // 1: to a file; 2: to one that replaces another.
+    // 1: to a file; 2: to one that replaces another; 3: going on with the first part of the body; 4: of something else.
     std::int64_t download = 0;
     // 1: kept by a handle instead of an id.
     std::int64_t handle = 0;
+    // Bytes of the file that is there before; 1: what arrived is kept though the rest did not.
+    std::int64_t present = 0;
+    std::int64_t keepPartial = 0;
+    // 1: a kel::http::Request of the caller's own.
+    std::int64_t own = 0;
+    // So many parts of a form; of these bits those from files.
+    std::int64_t form = 0;
+    std::int64_t formFiles = 0;
+    // PUT: 1: from a file; 2: from one that is not there.
+    std::int64_t bodyFile = 0;
+    // As CookieJar has them.
+    std::int64_t cookies = 1;
+    // Bytes per second; 0: none.
+    std::int64_t speedLimit = 0;
+    std::int64_t timing = 0;
+    // 1: one of its own; 2: one that is not to be sent; 3: one that no request may have.
+    std::int64_t headers = 0;
+    // 1: malformed; 2: of another scheme; 3: with a zero byte; 4: none.
+    std::int64_t badUrl = 0;
+    // Started inside of the callback that tells the outcome of this request, in place of its time; -1: at its time.
+    std::int64_t after = -1;
     // The proxies to be tried, a digit each, in order: 31 is number 3, then number 1. Where the mode is manual, any number
     // means the engine's. 0: straight.
     std::int64_t proxies = 0;
@@ -169,6 +211,18 @@ struct RequestScript {
         visitor("freshState", freshState);
         visitor("download", download);
         visitor("handle", handle);
+        visitor("present", present);
+        visitor("keepPartial", keepPartial);
+        visitor("own", own);
+        visitor("form", form);
+        visitor("formFiles", formFiles);
+        visitor("bodyFile", bodyFile);
+        visitor("cookies", cookies);
+        visitor("speedLimit", speedLimit);
+        visitor("timing", timing);
+        visitor("headers", headers);
+        visitor("badUrl", badUrl);
+        visitor("after", after);
         visitor("proxies", proxies);
         visitor("login", login);
     }
@@ -179,6 +233,9 @@ struct ActionScript {
     std::int64_t at = 0;
     Deed deed = Deed::cancel;
     std::int64_t request = 0;
+    // Not at its time but the first time that this happens to that request.
+    Moment when = Moment::time;
+    std::int64_t whose = 0;
 
     static constexpr std::string_view word = "action";
     template <typename Visitor>
@@ -186,6 +243,8 @@ struct ActionScript {
         visitor("at", at);
         visitor("deed", deed);
         visitor("request", request);
+        visitor("when", when);
+        visitor("whose", whose);
     }
 };
 
@@ -193,6 +252,12 @@ struct ActionScript {
 struct OrderScript {
     // Decides who is next among those that could act.
     std::int64_t order = 1;
+    // 1: completions are posted to a thread of the program's.
+    std::int64_t posting = 0;
+    // So many executors; the clients take turns.
+    std::int64_t executors = 1;
+    // 1: downloads have a checksum.
+    std::int64_t digest = 0;
     ProxyMode proxyMode = ProxyMode::off;
     // The engine's own, in mode manual.
     std::int64_t proxy = 1;
@@ -201,6 +266,9 @@ struct OrderScript {
     template <typename Visitor>
     void visit(Visitor&& visitor) {
         visitor("order", order);
+        visitor("posting", posting);
+        visitor("executors", executors);
+        visitor("digest", digest);
         visitor("proxyMode", proxyMode);
         visitor("proxy", proxy);
     }

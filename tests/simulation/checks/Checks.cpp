@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "checks/Checks.h"
 
+#include "checks/CheckCallers.h"
+#include "checks/CheckFiles.h"
+
 namespace kel::http::simulation {
 namespace {
 
@@ -13,7 +16,7 @@ std::string nameOf(std::int64_t request) {
 }
 
 void checkCount(std::int64_t id, const SeenRequest& seen, Faults& faults) {
-    const std::size_t wanted = seen.cancelled ? 0 : 1;
+    const std::size_t wanted = seen.cancelled || !seen.started ? 0 : 1;
     if (seen.outcomes.size() == wanted) return;
     faults.push_back(nameOf(id) + std::to_string(seen.outcomes.size()) + " outcomes instead of " +
                      std::to_string(wanted));
@@ -42,12 +45,14 @@ std::vector<std::string> faults(const Script& script, const Observation& seen) {
     if (seen.isStuck) faults.emplace_back("the world does not come to its end");
     if (seen.sockets != 0) faults.push_back(std::to_string(seen.sockets) + " sockets are left");
     for (const auto& [id, request] : seen.requests) {
-        checkCount(id, request, faults);
+        if (request.runs.empty()) checkCount(id, request, faults);
         if (const RequestScript* const asked = script.request(id)) checkTime(script, *asked, request, faults);
     }
     for (const Arrival& arrival : seen.arrivals) {
         if (!arrival.bodyIsRight) faults.push_back(nameOf(arrival.request) + "its body arrived spoilt");
     }
+    checkCallers(script, seen, faults);
+    checkFiles(script, seen, faults);
     return faults;
 }
 

@@ -55,6 +55,9 @@ std::string manyLines(const ReplyScript& reply) {
     for (std::int64_t number = 0; number < reply.headers; ++number) {
         text += "H" + std::to_string(number) + ": h" + std::to_string(number) + "\r\n";
     }
+    for (std::int64_t number = 0; number < reply.cookies; ++number) {
+        text += "Set-Cookie: c" + std::to_string(number) + "=" + std::to_string(reply.exchange) + "; Max-Age=10000\r\n";
+    }
     return text;
 }
 

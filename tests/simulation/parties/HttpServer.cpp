@@ -6,7 +6,7 @@
 #include <cstdlib>
 
 #include "parties/Answer.h"
-#include "parties/Bytes.h"
+#include "parties/SentBody.h"
 #include "parties/TlsPeer.h"
 
 namespace kel::http::simulation {
@@ -50,7 +50,8 @@ class HttpPeer : public Peer {
         arrival.request = *rest == '/' ? std::strtoll(rest + 1, nullptr, 10) : -1;
         const RequestScript* const asked = servers_.script_.request(arrival.request);
         const bool has_body = asked != nullptr && arrival.method == nameOf(asked->verb);
-        arrival.bodyIsRight = body.empty() || (has_body && body == requestBody(asked->id, asked->body));
+        arrival.bodyIsRight = body.empty() || (has_body && isSentBody(*asked, head, body));
+        arrival.head = head;
         return arrival;
     }
 

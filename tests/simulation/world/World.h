@@ -67,6 +67,8 @@ class World {
     // So many sockets can still be made; less than 0: any number.
     std::int64_t socketsLeft = -1;
     std::int64_t steps = 0;
+    // What the process did that it never may.
+    std::vector<std::string> violations;
 
  private:
     bool isReady(const Party& party);
