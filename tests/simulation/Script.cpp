@@ -44,7 +44,9 @@ void read(Value& value, const std::string& text) {
         }
         throw std::invalid_argument("no such value: " + text);
     } else {
-        value = std::stoll(text);
+        std::size_t end = 0;
+        value = std::stoll(text, &end);
+        if (end != text.size()) throw std::invalid_argument("no number: " + text);
     }
 }
 

@@ -51,6 +51,17 @@ int nameOf(const Address& address, sockaddr* name, socklen_t* size) {
     return 0;
 }
 
+// A descriptor for a socket: from a number on that leaves those of the process alone, so that a world's are the same ones
+// whatever else is open.
+int openPlace() {
+    constexpr int first = 100;
+    const int any = open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (any < 0) return any;
+    const int descriptor = fcntl(any, F_DUPFD_CLOEXEC, first);
+    ::close(any);
+    return descriptor;
+}
+
 int connectTo(World& world, int descriptor, const sockaddr* name) {
     const auto* const in = reinterpret_cast<const sockaddr_in*>(name);
     if (in->sin_family != AF_INET) return fail(ENETUNREACH);
@@ -111,7 +122,7 @@ int socket(int domain, int type, int protocol) noexcept {
     if (world == nullptr || (domain != AF_INET && domain != AF_INET6)) return real(domain, type, protocol);
     if (world->socketsLeft == 0) return simulation::fail(EMFILE);
     if (world->socketsLeft > 0) --world->socketsLeft;
-    const int descriptor = open("/dev/null", O_RDWR | O_CLOEXEC);
+    const int descriptor = simulation::openPlace();
     if (descriptor >= 0) world->network.reserve(descriptor);
     return descriptor;
 }

@@ -9,5 +9,7 @@ namespace kel::http::simulation {
 using Time = std::chrono::microseconds;
 
 constexpr Time Never = Time::max();
+// What the steady clock says when a world begins.
+constexpr Time Beginning = std::chrono::seconds(1000);
 
 }  // namespace kel::http::simulation

@@ -15,8 +15,8 @@ void Trace::note(Time now, std::string_view party, std::string_view event) {
     mix(party);
     mix(event);
     if (reader_ == nullptr) return;
-    std::fprintf(reader_, "%12.6f s  %-10.*s %.*s\n", static_cast<double>(time) / 1e6, static_cast<int>(party.size()),
-                 party.data(), static_cast<int>(event.size()), event.data());
+    std::fprintf(reader_, "%12.6f s  %-10.*s %.*s\n", static_cast<double>(time - Beginning.count()) / 1e6,
+                 static_cast<int>(party.size()), party.data(), static_cast<int>(event.size()), event.data());
 }
 
 }  // namespace kel::http::simulation

@@ -75,7 +75,7 @@ class World {
     Time nextOf(const Party& party);
     bool step(bool with_actors, Time limit);
 
-    Time now_ = std::chrono::seconds(1000);
+    Time now_ = Beginning;
     std::int64_t wall_offset_;
     std::vector<Actor> actors_;
 };
