@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "model/Murky.h"
 #include "parties/Answer.h"
 #include "parties/Bytes.h"
 #include "parties/Configs.h"
@@ -50,7 +51,8 @@ bool isWholeBody(const Download& download, const std::string& content) {
 void checkReplacing(const Download& download, Faults& faults) {
     const bool had = download.request.download == 2;
     const bool is_old = download.is_there == had && download.now == download.old;
-    const bool is_new = download.is_there && isWholeBody(download, download.now);
+    const bool may_be_any = isMurkyOutside(download.script, download.request);
+    const bool is_new = download.is_there && (may_be_any || isWholeBody(download, download.now));
     if (!is_old && !is_new) return download.complain("its file is neither the old one nor the new one", faults);
     if (download.told.outcomes.empty()) return;
     const SeenOutcome& outcome = download.told.outcomes.front();
@@ -86,6 +88,7 @@ void checkResuming(const Download& download, Faults& faults) {
     if (download.now.compare(0, before.size(), before) != 0)
         return download.complain("what was in its file before has changed", faults);
     if (told.isChanged || download.now.size() == before.size()) return;
+    if (isMurkyOutside(download.script, download.request)) return;
     const bool is_whole = !told.outcomes.empty() && !told.outcomes.front().isError;
     if (!isRest(download, download.now.substr(before.size()), is_whole))
         download.complain("what follows in its file is not the rest", faults);

@@ -29,6 +29,8 @@ bool isConcerned(const RequestScript& request, const ActionScript& action) {
     }
 }
 
+}  // namespace
+
 // What servers, proxies and the network do; what befalls the process may befall anybody.
 bool isMurkyOutside(const Script& script, const RequestScript& request) {
     if (!script.troubles.empty()) return true;
@@ -51,8 +53,6 @@ bool isMurkyOutside(const Script& script, const RequestScript& request) {
         return host.deadAddresses > 0 || host.tls != 0;
     });
 }
-
-}  // namespace
 
 bool isRefused(const RequestScript& request) {
     const bool is_put = request.verb == Verb::PUT && request.own == 0;
