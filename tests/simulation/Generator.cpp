@@ -4,6 +4,7 @@
 
 #include "GeneratorNetwork.h"
 #include "GeneratorParts.h"
+#include "GeneratorCalm.h"
 #include "Script.h"
 #include "world/Random.h"
 
@@ -143,6 +144,7 @@ Script generate(std::uint64_t seed) {
     Script script = Generator(seed).script();
     addNetworkTroubles(script, seed);
     addCallers(script, seed);
+    addCalm(script, seed);
     return script;
 }
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "Script.h"
+#include "world/Counters.h"
 #include "world/Time.h"
 
 namespace kel::http::simulation {
@@ -67,6 +69,9 @@ struct Arrival {
     bool bodyIsRight = true;
     // Request line and headers.
     std::string head;
+    std::int64_t bodySize = 0;
+    // Counted for all servers together.
+    std::int64_t connection = 0;
 };
 
 // What a proxy was asked, and what it said.
@@ -76,6 +81,23 @@ struct ProxyAsk {
     std::string target;  // the request's first line
     std::int64_t status = 0;
     bool withCredentials = false;
+};
+
+// A request, or a part of one, that came to a connection on which nothing is answered any more.
+struct Unheard {
+    Time at{0};
+    std::int64_t host = 0;
+    std::int64_t connection = 0;
+};
+
+// What a caller did.
+struct SeenDeed {
+    Time at{0};
+    Deed deed = Deed::cancel;
+    std::int64_t request = 0;
+    // The request was under way, and something waited for the executor.
+    bool isRunning = false;
+    bool isQueued = false;
 };
 
 // What can be seen of a world from outside of the library.
@@ -105,6 +127,15 @@ struct Observation {
     // Those that came to their end, and those among them by which an earlier session went on.
     std::int64_t tlsHandshakes = 0;
     std::int64_t tlsResumed = 0;
+    Time begin{0};
+    // What is heard when all troubles are over.
+    SeenRequest last;
+    std::vector<Unheard> unheard;
+    std::vector<SeenDeed> deeds;
+    Counters counters;
+    // Left behind as well: of memory, in blocks and bytes, and of the process's descriptors.
+    std::int64_t blocks = 0;
+    std::int64_t descriptors = 0;
 };
 
 }  // namespace kel::http::simulation

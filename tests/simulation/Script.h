@@ -261,6 +261,8 @@ struct OrderScript {
     ProxyMode proxyMode = ProxyMode::off;
     // The engine's own, in mode manual.
     std::int64_t proxy = 1;
+    // From then on connections are accepted, names are found and answers are whole; 0: when all callers have finished.
+    std::int64_t calmAt = 0;
 
     static constexpr std::string_view word = "world";
     template <typename Visitor>
@@ -271,6 +273,7 @@ struct OrderScript {
         visitor("digest", digest);
         visitor("proxyMode", proxyMode);
         visitor("proxy", proxy);
+        visitor("calmAt", calmAt);
     }
 };
 

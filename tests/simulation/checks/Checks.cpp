@@ -3,6 +3,8 @@
 
 #include "checks/CheckCallers.h"
 #include "checks/CheckFiles.h"
+#include "checks/RoadCheck.h"
+#include "model/Model.h"
 
 namespace kel::http::simulation {
 namespace {
@@ -38,19 +40,68 @@ void checkTime(const Script& script, const RequestScript& request, const SeenReq
                      " us, with a limit of " + std::to_string(limit.count()));
 }
 
+void checkProgress(std::int64_t id, const SeenRequest& seen, Faults& faults) {
+    if (seen.lateProgress > 0) faults.push_back(nameOf(id) + "progress was told after its end");
+    if (seen.outcomes.empty() || seen.outcomes.front().isError) return;
+    const auto size = static_cast<std::int64_t>(seen.outcomes.front().body.size());
+    if (seen.mostProgress > size)
+        faults.push_back(nameOf(id) + "progress told of " + std::to_string(seen.mostProgress) + " bytes of " +
+                         std::to_string(size));
+}
+
+void checkRoads(const Script& script, const Observation& seen, Faults& faults) {
+    const Model model(script);
+    for (const RequestScript& request : script.requests) {
+        if (seen.requests.count(request.id) == 0 || !model.knows(request)) continue;
+        for (const std::string& fault : faultsOnRoad(script, seen, request))
+            faults.push_back(nameOf(request.id) + fault);
+    }
+}
+
+void checkArrivals(const Script& script, const Observation& seen, Faults& faults) {
+    for (const Arrival& arrival : seen.arrivals) {
+        if (!arrival.bodyIsRight) faults.push_back(nameOf(arrival.request) + "its body arrived spoilt");
+        const bool is_last = !seen.last.outcomes.empty() && arrival.at >= seen.last.startedAt;
+        if (script.request(arrival.request) == nullptr && !is_last)
+            faults.push_back("host " + std::to_string(arrival.host) + " was asked for what nobody wanted");
+    }
+}
+
+// When all troubles are over, whoever asks is served.
+void checkLast(const Observation& seen, Faults& faults) {
+    if (!seen.last.started) return;
+    if (seen.last.outcomes.size() != 1) {
+        faults.push_back("the last request has " + std::to_string(seen.last.outcomes.size()) + " outcomes");
+    } else if (const SeenOutcome& outcome = seen.last.outcomes.front(); outcome.isError || outcome.status != 200) {
+        faults.push_back("the last request was not served: " + outcome.message);
+    }
+}
+
+// Nothing is exempt: whatever one world leaves would add up over a device's years. What is made once in a process has been
+// made by the world before the first one.
+void checkRemains(const Observation& seen, Faults& faults) {
+    if (seen.sockets != 0) faults.push_back(std::to_string(seen.sockets) + " sockets are left");
+    if (seen.descriptors > 0) faults.push_back(std::to_string(seen.descriptors) + " descriptors are left");
+    if (seen.blocks > 0)
+        faults.push_back(std::to_string(seen.blocks) + " blocks with " + std::to_string(seen.bytes) +
+                         " bytes are left");
+    for (const std::string& file : seen.files) faults.push_back("a file is left: " + file);
+}
+
 }  // namespace
 
 std::vector<std::string> faults(const Script& script, const Observation& seen) {
     Faults faults;
     if (seen.isStuck) faults.emplace_back("the world does not come to its end");
-    if (seen.sockets != 0) faults.push_back(std::to_string(seen.sockets) + " sockets are left");
     for (const auto& [id, request] : seen.requests) {
         if (request.runs.empty()) checkCount(id, request, faults);
+        checkProgress(id, request, faults);
         if (const RequestScript* const asked = script.request(id)) checkTime(script, *asked, request, faults);
     }
-    for (const Arrival& arrival : seen.arrivals) {
-        if (!arrival.bodyIsRight) faults.push_back(nameOf(arrival.request) + "its body arrived spoilt");
-    }
+    checkRoads(script, seen, faults);
+    checkArrivals(script, seen, faults);
+    checkLast(seen, faults);
+    checkRemains(seen, faults);
     checkCallers(script, seen, faults);
     checkFiles(script, seen, faults);
     return faults;

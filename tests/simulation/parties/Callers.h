@@ -59,6 +59,7 @@ class Callers {
 
     // Does what a script has bound to this moment, once.
     void happen(std::int64_t request, Moment moment);
+    void noteDeed(const ActionScript& action);
     void onResponse(const RequestScript& request, const ResponseData& data);
     void onError(const RequestScript& request, const ErrorData& data);
     void onProgress(const RequestScript& request, const ProgressData& data);

@@ -26,10 +26,23 @@ void Callers::happen(std::int64_t request, Moment moment) {
     }
 }
 
+void Callers::noteDeed(const ActionScript& action) {
+    const SeenRequest& seen = observation_.requests[action.request];
+    SeenDeed deed;
+    deed.at = world_.now();
+    deed.deed = action.deed;
+    deed.request = action.request;
+    deed.isRunning = seen.started && !seen.cancelled && seen.outcomes.empty();
+    const RequestScript* const request = script_.request(action.request);
+    deed.isQueued = request != nullptr && executors_.of(request->client).hasTask();
+    observation_.deeds.push_back(deed);
+}
+
 void Callers::act(const ActionScript& action) {
     const RequestScript* const request = script_.request(action.request);
     if (request == nullptr) return;
     world_.note("caller", std::string(nameOf(action.deed)) + ' ' + std::to_string(request->id));
+    noteDeed(action);
     switch (action.deed) {
         case Deed::cancel:
             return cancel(*request);

@@ -14,9 +14,11 @@ namespace kel::http::simulation {
 // One connection: takes requests apart, one after the other, and plans the answers.
 class HttpPeer : public Peer {
  public:
-    HttpPeer(HttpServers& servers, std::int64_t host) : servers_(servers), host_(servers.script_.host(host)) {}
+    HttpPeer(HttpServers& servers, std::int64_t host)
+        : servers_(servers), host_(servers.script_.host(host)), number_(servers.connections_++) {}
 
     void onBytes(Link& link, std::string_view bytes) override {
+        if (ended_) servers_.observation_.unheard.push_back({servers_.world_.now(), host_.id, number_});
         received_ += bytes;
         while (!ended_ && takeRequest(link)) {
         }
@@ -52,6 +54,8 @@ class HttpPeer : public Peer {
         const bool has_body = asked != nullptr && arrival.method == nameOf(asked->verb);
         arrival.bodyIsRight = body.empty() || (has_body && isSentBody(*asked, head, body));
         arrival.head = head;
+        arrival.connection = number_;
+        arrival.bodySize = static_cast<std::int64_t>(body.size());
         return arrival;
     }
 
@@ -67,7 +71,8 @@ class HttpPeer : public Peer {
     }
 
     void send(Link& link, const ReplyScript& reply, std::string bytes) {
-        const bool is_cut = reply.cut != Cut::none && reply.cutAt < static_cast<std::int64_t>(bytes.size());
+        const bool is_cut =
+            reply.cut != Cut::none && reply.cutAt < static_cast<std::int64_t>(bytes.size()) && !servers_.isCalm();
         if (is_cut) bytes.resize(static_cast<std::size_t>(reply.cutAt));
         const std::size_t piece =
             reply.piece > 0 ? static_cast<std::size_t>(reply.piece) : std::max<std::size_t>(bytes.size(), 1);
@@ -98,6 +103,7 @@ class HttpPeer : public Peer {
 
     HttpServers& servers_;
     const HostScript host_;
+    const std::int64_t number_;
     std::string received_;
     std::int64_t answered_ = 0;
     // Nothing is answered any more.
@@ -122,14 +128,16 @@ std::vector<std::uint32_t> addressesOf(const HostScript& host) {
 HttpServers::HttpServers(World& world, const Script& script, Observation& observation)
     : world_(world), script_(script), observation_(observation) {
     prepareIdentities(script);
+    if (script.world.calmAt > 0) calm_ = world.now() + Time(script.world.calmAt);
     constexpr std::int64_t most_hosts = 16;
     for (std::int64_t host = 0; host < most_hosts; ++host) {
         const HostScript known = script.host(host);
         const std::uint16_t port = known.tls != 0 ? 443 : 80;
         world.network.listen({ipOf(host), port}, [this, host](Link&) { return accept(host); });
         NameEntry& entry = world.names["host-" + std::to_string(host)];
-        if (known.nameFails == 0) entry.addresses = addressesOf(known);
+        entry.addresses = addressesOf(known);
         entry.delay = Time(known.nameDelay);
+        if (known.nameFails != 0) entry.unknownUntil = calm_;
     }
 }
 
@@ -141,7 +149,8 @@ std::string HttpServers::url(const Script& script, std::int64_t host, std::int64
 }
 
 Network::Acceptance HttpServers::accept(std::int64_t host) {
-    const HostScript known = script_.host(host);
+    HostScript known = script_.host(host);
+    if (isCalm()) known.connect = Connect::accept;
     Network::Acceptance acceptance;
     acceptance.delay = known.connect == Connect::silent ? Never : Time(known.connectDelay);
     if (known.connect == Connect::refuse) acceptance.error = ECONNREFUSED;
@@ -149,6 +158,11 @@ Network::Acceptance HttpServers::accept(std::int64_t host) {
     if (known.tls != 0) acceptance.peer = tlsPeer(world_, known, acceptance.peer, observation_);
     acceptance.faults = {known.mostReceived, known.mostSent, known.interrupted};
     return acceptance;
+}
+
+void HttpServers::calm() {
+    calm_ = std::min(calm_, world_.now());
+    for (auto& [name, entry] : world_.names) entry.unknownUntil = Time(0);
 }
 
 std::size_t HttpServers::arrive(Arrival arrival) {

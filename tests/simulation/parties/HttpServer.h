@@ -22,6 +22,11 @@ class HttpServers {
     // "http://10.0.0.1/EXCHANGE/REQUEST", or with the host's name.
     static std::string url(const Script& script, std::int64_t host, std::int64_t exchange, std::int64_t request);
 
+    // From now on nothing goes wrong any more, if that has not come before: whoever connects is accepted, whoever asks is
+    // answered in full.
+    void calm();
+    bool isCalm() const { return world_.now() >= calm_; }
+
  private:
     friend class HttpPeer;
     Network::Acceptance accept(std::int64_t host);
@@ -32,6 +37,8 @@ class HttpServers {
     const Script& script_;
     Observation& observation_;
     std::map<std::pair<std::int64_t, std::int64_t>, std::size_t> arrivals_;
+    std::int64_t connections_ = 0;
+    Time calm_ = Never;
 };
 
 }  // namespace kel::http::simulation

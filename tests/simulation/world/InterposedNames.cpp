@@ -35,12 +35,16 @@ int lookUp(World& world, const char* name, const char* service, const addrinfo* 
     const auto found = world.names.find(name);
     NameEntry known = found == world.names.end() ? NameEntry() : found->second;
     world.note("resolver", std::string("looks up ") + name);
+    ++world.counters.lookUps;
+    if (known.delay > Time(0)) ++world.counters.slowLookUps;
     if (known.delay > Time(0) && !world.baton.isSimulator()) {
         Wait wait;
         wait.until = world.now() + known.delay;
         world.baton.park(wait);
     }
     *result = nullptr;
+    if (world.now() < known.unknownUntil) known.addresses.clear();
+    if (known.addresses.empty()) ++world.counters.failedLookUps;
     for (auto ip = known.addresses.rbegin(); ip != known.addresses.rend(); ++ip) {
         *result = entry(*ip, service == nullptr ? 0 : std::atoi(service), hints, *result);
     }

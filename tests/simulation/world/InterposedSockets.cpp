@@ -31,6 +31,11 @@ bool isInterrupted(Link& link) {
     return link.faults.interrupted > 0 && ++link.calls % link.faults.interrupted == 0;
 }
 
+int interrupt(std::int64_t& counter) {
+    ++counter;
+    return fail(EINTR);
+}
+
 std::int64_t atMost(std::size_t bytes, std::int64_t limit) {
     const auto wanted = static_cast<std::int64_t>(bytes);
     return limit > 0 ? std::min(wanted, limit) : wanted;
@@ -72,6 +77,9 @@ int connectTo(World& world, int descriptor, const sockaddr* name) {
     link.error = acceptance.error;
     link.peer = std::move(acceptance.peer);
     link.faults = acceptance.faults;
+    ++world.counters.connects;
+    if (link.error != 0) ++world.counters.refused;
+    if (link.connectedAt == Never) ++world.counters.neverConnected;
     world.note("socket", std::to_string(descriptor) + " connects to " + link.to().text());
     return fail(EINPROGRESS);
 }
@@ -81,28 +89,40 @@ ssize_t sendOn(Link& link, const void* bytes, std::size_t size) {
     link.arrive(world.now());
     if (link.wasReset) return fail(ECONNRESET);
     if (link.state != Link::State::Connected) return fail(link.error != 0 ? link.error : ENOTCONN);
-    if (isInterrupted(link)) return fail(EINTR);
+    if (isInterrupted(link)) return interrupt(world.counters.interruptedSends);
     std::int64_t taken = atMost(size, link.faults.mostSent);
     if (link.room() >= 0) taken = std::min(taken, link.room());
     if (taken == 0 && size > 0) return fail(EAGAIN);
     link.use(taken);
+    if (taken < static_cast<std::int64_t>(size)) ++world.counters.shortSends;
     tell(link, "sends", taken);
     if (link.peer) link.peer->onBytes(link, {static_cast<const char*>(bytes), static_cast<std::size_t>(taken)});
     return taken;
 }
 
+ssize_t receiveNothing(const Link& link, Counters& counters) {
+    if (link.wasReset) {
+        ++counters.resetReceives;
+        return fail(ECONNRESET);
+    }
+    if (!link.finished) return fail(EAGAIN);
+    ++counters.closedReceives;
+    return 0;
+}
+
 ssize_t receiveOn(Link& link, void* buffer, std::size_t size, int flags) {
     link.arrive(World::current()->now());
     if (link.state != Link::State::Connected) return fail(link.error != 0 ? link.error : ENOTCONN);
-    if (link.arrived.empty() && link.wasReset) return fail(ECONNRESET);
-    if (link.arrived.empty() && link.finished) return 0;
-    if (link.arrived.empty()) return fail(EAGAIN);
-    if (isInterrupted(link)) return fail(EINTR);
+    Counters& counters = World::current()->counters;
+    if (link.arrived.empty()) return receiveNothing(link, counters);
+    if (isInterrupted(link)) return interrupt(counters.interruptedReceives);
     const std::int64_t taken =
         std::min(atMost(size, link.faults.mostReceived), static_cast<std::int64_t>(link.arrived.size()));
     std::memcpy(buffer, link.arrived.data(), static_cast<std::size_t>(taken));
     if ((flags & MSG_PEEK) == 0) link.arrived.erase(0, static_cast<std::size_t>(taken));
     tell(link, (flags & MSG_PEEK) == 0 ? "receives" : "peeks at", taken);
+    ++((flags & MSG_PEEK) == 0 ? counters.receives : counters.peeks);
+    if ((flags & MSG_PEEK) == 0 && !link.arrived.empty()) ++counters.shortReceives;
     return taken;
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "world/Baton.h"
+#include "world/Counters.h"
 #include "world/Network.h"
 #include "world/Random.h"
 #include "world/Time.h"
@@ -18,6 +19,8 @@ namespace kel::http::simulation {
 struct NameEntry {
     std::vector<std::uint32_t> addresses;  // none: there is no such name
     Time delay = Time(0);
+    // Until then it is not found.
+    Time unknownUntil = Time(0);
 };
 
 // One world: a clock, a network, threads of which one runs at a time, and what may happen next. As long as it lives, the
@@ -69,6 +72,7 @@ class World {
     std::int64_t steps = 0;
     // What the process did that it never may.
     std::vector<std::string> violations;
+    Counters counters;
 
  private:
     bool isReady(const Party& party);
