@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -70,6 +71,7 @@ Child::Child(const std::function<void(const Tell&)>& work) {
 }
 
 void Child::run(const std::function<void(const Tell&)>& work, int lines) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // a run that is interrupted leaves nobody behind who hangs
     dup2(open("/dev/null", O_RDWR | O_CLOEXEC), STDIN_FILENO);
     dup2(errors_.get(), STDERR_FILENO);
     try {
