@@ -64,7 +64,19 @@ class CallersGenerator {
         if (request.download < 2) return;
         const std::int64_t size = script_.reply(request.exchange, 0).body;
         request.present = request.download == 3 ? random_.between(0, size) : random_.between(0, 2 * size + 10);
-        if (request.download >= 3) request.verb = Verb::GET;
+        if (request.download < 3) return;
+        request.verb = Verb::GET;
+        if (!random_.oneIn(4)) serveParts(request);
+    }
+
+    // A server that knows ranges: without one nothing can be resumed.
+    void serveParts(const RequestScript& request) {
+        for (ReplyScript& reply : script_.replies) {
+            if (reply.exchange != request.exchange) continue;
+            reply.status = 200;
+            reply.location = -1;
+            reply.range = Range::right;
+        }
     }
 
     void addBody(RequestScript& request) {
