@@ -2,9 +2,9 @@
 // Worlds from seeds. Each seed does without a random half of the kinds of trouble: what always happens hides the rest.
 #include <algorithm>
 
+#include "GeneratorCalm.h"
 #include "GeneratorNetwork.h"
 #include "GeneratorParts.h"
-#include "GeneratorCalm.h"
 #include "Script.h"
 #include "world/Random.h"
 

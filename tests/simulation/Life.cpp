@@ -7,9 +7,9 @@
 #include "kel-http/curl/Engine.h"
 #include "parties/Callers.h"
 #include "parties/HttpServer.h"
+#include "parties/LastCaller.h"
 #include "parties/Proxies.h"
 #include "parties/Troubles.h"
-#include "parties/LastCaller.h"
 #include "world/Memory.h"
 #include "world/World.h"
 

@@ -7,6 +7,7 @@
 
 #include "Life.h"
 #include "checks/Checks.h"
+#include "checks/States.h"
 
 namespace kel::http::simulation {
 namespace {
@@ -26,14 +27,24 @@ bool takeWord(const std::string& line, const std::string& word, std::string& res
     return true;
 }
 
-std::vector<std::string> statesOf(const Script& /*script*/, const Observation& /*seen*/) {
-    return {};
+std::vector<std::string> statesOf(const Script& script, const Observation& seen) {
+    States states;
+    count(states, script, seen);
+    std::vector<std::string> reached;
+    for (const auto& [name, worlds] : states) {
+        if (worlds > 0) reached.emplace_back(name);
+    }
+    return reached;
 }
 
 }  // namespace
 
-std::vector<std::string> missingStates(const Reached& /*reached*/) {
-    return {};
+std::vector<std::string> missingStates(const Reached& reached) {
+    std::vector<std::string> missing;
+    for (const State& state : allStates()) {
+        if (reached.count(std::string(state.name)) == 0) missing.emplace_back(state.name);
+    }
+    return missing;
 }
 
 Verdict judge(const Script& script, std::FILE* account) {
