@@ -5,6 +5,7 @@
 #include "GeneratorCalm.h"
 #include "GeneratorNetwork.h"
 #include "GeneratorParts.h"
+#include "GeneratorMoments.h"
 #include "Script.h"
 #include "world/Random.h"
 
@@ -145,6 +146,7 @@ Script generate(std::uint64_t seed) {
     addNetworkTroubles(script, seed);
     addCallers(script, seed);
     addCalm(script, seed);
+    addMoments(script, seed);
     return script;
 }
 

@@ -69,7 +69,8 @@ void liveIn(const Script& script, std::FILE* account, Observation& observation) 
     callers.giveUp();
     observation.isStuck = !drain(world) || observation.isStuck;
     servers.calm();
-    last.ask(HttpServers::url(script, 0, LastCaller::request, LastCaller::request));
+    troubles.end();
+    last.ask(HttpServers::url(script, LastCaller::host, LastCaller::request, LastCaller::request));
     callers.leave();
     engine.reset();
     endThreads(world);

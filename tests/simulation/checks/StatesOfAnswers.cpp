@@ -168,7 +168,6 @@ std::vector<State> statesOfNetworks() {
         {"received less than was there", [](const Scene& scene) { return scene.seen.counters.shortReceives > 0; }},
         {"received a reset", [](const Scene& scene) { return scene.seen.counters.resetReceives > 0; }},
         {"received an end", [](const Scene& scene) { return scene.seen.counters.closedReceives > 0; }},
-        {"idle connection looked at before its use", [](const Scene& scene) { return scene.seen.counters.peeks > 0; }},
     };
 }
 
