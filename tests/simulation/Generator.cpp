@@ -2,7 +2,6 @@
 // Worlds from seeds. Each seed does without a random half of the kinds of trouble: what always happens hides the rest.
 #include <algorithm>
 
-#include "GeneratorCalm.h"
 #include "GeneratorNetwork.h"
 #include "GeneratorParts.h"
 #include "GeneratorMoments.h"
@@ -145,7 +144,6 @@ Script generate(std::uint64_t seed) {
     Script script = Generator(seed).script();
     addNetworkTroubles(script, seed);
     addCallers(script, seed);
-    addCalm(script, seed);
     addMoments(script, seed);
     return script;
 }
