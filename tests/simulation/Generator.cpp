@@ -2,9 +2,9 @@
 // Worlds from seeds. Each seed does without a random half of the kinds of trouble: what always happens hides the rest.
 #include <algorithm>
 
+#include "GeneratorMoments.h"
 #include "GeneratorNetwork.h"
 #include "GeneratorParts.h"
-#include "GeneratorMoments.h"
 #include "Script.h"
 #include "world/Random.h"
 
@@ -144,6 +144,7 @@ Script generate(std::uint64_t seed) {
     Script script = Generator(seed).script();
     addNetworkTroubles(script, seed);
     addCallers(script, seed);
+    addCalm(script, seed);
     addMoments(script, seed);
     return script;
 }

@@ -52,14 +52,13 @@ Engine::CallbackHandler handlerOf(const Script& script, Executors& executors) {
 }
 
 // A world from its beginning to its end; what it takes is free again then.
-void liveIn(const Script& script, std::FILE* account, Observation& observation) {
+void liveIn(const Script& script, std::FILE* account, const Folder& folder, Observation& observation) {
     World world(static_cast<std::uint64_t>(script.world.order));
     world.trace.tell(account);
     observation.begin = world.now();
     HttpServers servers(world, script, observation);
     Proxies proxies(world, script, observation);
     Troubles troubles(world, script);
-    const Folder folder;
     Executors executors(world, script.world.executors);
     auto engine = std::make_unique<Engine>(handlerOf(script, executors));
     setUpProxies(*engine, script);
@@ -82,11 +81,13 @@ void liveIn(const Script& script, std::FILE* account, Observation& observation) 
     observation.counters = world.counters;
 }
 
+// The host keeps what it has been told of a folder for good, so that this is no part of a world.
 Observation liveAndWeigh(const Script& script, std::FILE* account) {
+    const Folder folder;
     const Memory before = Memory::now();
     const std::int64_t descriptors = openDescriptors();
     auto seen = std::make_unique<Observation>();
-    liveIn(script, account, *seen);
+    liveIn(script, account, folder, *seen);
     // The observation itself goes out of the account: what stays is its copy, which is weighed.
     const Memory with_seen = Memory::now();
     Observation observation = *seen;

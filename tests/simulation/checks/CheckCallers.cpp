@@ -57,8 +57,7 @@ bool tellsPassword(const std::string& text) {
 
 void checkTelling(const RequestScript& request, const SeenRequest& seen, Faults& faults) {
     for (const SeenOutcome& outcome : seen.outcomes) {
-        if (tellsPassword(outcome.message))
-            faults.push_back(nameOf(request.id) + "its error tells the password");
+        if (tellsPassword(outcome.message)) faults.push_back(nameOf(request.id) + "its error tells the password");
         if (outcome.isError || request.own != 0) continue;
         if ((outcome.timing >= 0) != (request.timing != 0))
             faults.push_back(nameOf(request.id) + "timing is told unasked, or is not");

@@ -42,7 +42,6 @@ void checkTime(const Script& script, const RequestScript& request, const SeenReq
 }
 
 void checkProgress(std::int64_t id, const SeenRequest& seen, Faults& faults) {
-    if (seen.lateProgress > 0) faults.push_back(nameOf(id) + "progress was told after its end");
     if (seen.outcomes.empty() || seen.outcomes.front().isError) return;
     const auto size = static_cast<std::int64_t>(seen.outcomes.front().body.size());
     if (seen.mostProgress > size)
@@ -53,7 +52,7 @@ void checkProgress(std::int64_t id, const SeenRequest& seen, Faults& faults) {
 void checkRoads(const Script& script, const Observation& seen, Faults& faults) {
     const Model model(script);
     for (const RequestScript& request : script.requests) {
-        if (seen.requests.count(request.id) == 0 || !model.knows(request)) continue;
+        if (seen.requests.count(request.id) == 0 || !model.knows(request) || isMurky(script, request)) continue;
         for (const std::string& fault : faultsOnRoad(script, seen, request))
             faults.push_back(nameOf(request.id) + fault);
     }
@@ -99,8 +98,9 @@ std::vector<std::string> faults(const Script& script, const Observation& seen) {
         const RequestScript* const asked = script.request(id);
         if (asked == nullptr) continue;
         checkTime(script, *asked, request, faults);
-        // A resumed download tells of what there was as well, and of what a server lies about.
-        if (asked->download < 3 && !isMurkyOutside(script, *asked)) checkProgress(id, request, faults);
+        if (request.lateProgress > 0) faults.push_back(nameOf(id) + "progress was told after its end");
+        // A download is told of the pages of redirects as well, and a resumed one of what there was.
+        if (asked->download == 0 && !isMurkyOutside(script, *asked)) checkProgress(id, request, faults);
     }
     checkRoads(script, seen, faults);
     checkArrivals(script, seen, faults);
