@@ -98,7 +98,6 @@ std::vector<std::string> faults(const Script& script, const Observation& seen) {
         const RequestScript* const asked = script.request(id);
         if (asked == nullptr) continue;
         checkTime(script, *asked, request, faults);
-        if (request.lateProgress > 0) faults.push_back(nameOf(id) + "progress was told after its end");
         // A download is told of the pages of redirects as well, and a resumed one of what there was.
         if (asked->download == 0 && !isMurkyOutside(script, *asked)) checkProgress(id, request, faults);
     }
