@@ -152,7 +152,7 @@ class Runner {
         const Row& row = living.row;
         const bool all_are_suspect = living.isWhole() && !wrong.empty();  // some seed has left memory behind, say
         for (std::uint64_t seed = row.first; seed < living.seed(); ++seed) {
-            const Verdict& verdict = living.verdicts[seed - row.first];
+            const Verdict& verdict = living.verdicts[static_cast<std::size_t>(seed - row.first)];
             if (!verdict.faults.empty()) {
                 left_.push_back({seed, seed, verdict.faults.front(), row.first});
             } else if (all_are_suspect) {

@@ -68,9 +68,10 @@ int openPlace() {
 }
 
 int connectTo(World& world, int descriptor, const sockaddr* name) {
-    const auto* const in = reinterpret_cast<const sockaddr_in*>(name);
-    if (in->sin_family != AF_INET) return fail(ENETUNREACH);
-    Link& link = world.network.open(descriptor, {ntohl(in->sin_addr.s_addr), ntohs(in->sin_port)});
+    sockaddr_in in{};
+    std::memcpy(&in, name, sizeof in);
+    if (in.sin_family != AF_INET) return fail(ENETUNREACH);
+    Link& link = world.network.open(descriptor, {ntohl(in.sin_addr.s_addr), ntohs(in.sin_port)});
     Network::Acceptance acceptance = world.network.accept(link);
     link.state = Link::State::Connecting;
     link.connectedAt = acceptance.delay == Never ? Never : world.now() + acceptance.delay;
@@ -97,7 +98,7 @@ ssize_t sendOn(Link& link, const void* bytes, std::size_t size) {
     if (taken < static_cast<std::int64_t>(size)) ++world.counters.shortSends;
     tell(link, "sends", taken);
     if (link.peer) link.peer->onBytes(link, {static_cast<const char*>(bytes), static_cast<std::size_t>(taken)});
-    return taken;
+    return static_cast<ssize_t>(taken);
 }
 
 ssize_t receiveNothing(const Link& link, Counters& counters) {
@@ -123,7 +124,7 @@ ssize_t receiveOn(Link& link, void* buffer, std::size_t size, int flags) {
     tell(link, (flags & MSG_PEEK) == 0 ? "receives" : "peeks at", taken);
     ++((flags & MSG_PEEK) == 0 ? counters.receives : counters.peeks);
     if ((flags & MSG_PEEK) == 0 && !link.arrived.empty()) ++counters.shortReceives;
-    return taken;
+    return static_cast<ssize_t>(taken);
 }
 
 }  // namespace
