@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 namespace kel::http::simulation {
@@ -13,6 +14,10 @@ struct Memory {
 
     static Memory now();
 };
+
+// What is counted, by whatever thread allocates, even one that the world does not know.
+extern std::atomic<std::int64_t> counted_blocks;
+extern std::atomic<std::int64_t> counted_bytes;
 
 // Descriptors that the process has open.
 std::int64_t openDescriptors();
