@@ -8,33 +8,12 @@
 #include "checksum/Digest.h"
 #include "logging/Logger.h"
 #include "support/Deadline.h"
+#include "tools/common/FailureName.h"
 
 namespace kel::http::soak {
 namespace {
 
 constexpr std::size_t at_once = 6;
-
-std::string nameOf(ClientFailure failure) {
-    switch (failure) {
-        case ClientFailure::InvalidUrl:
-            return "InvalidUrl";
-        case ClientFailure::ResolveFailed:
-            return "ResolveFailed";
-        case ClientFailure::Other:
-            return "Other";
-        case ClientFailure::Timeout:
-            return "Timeout";
-        case ClientFailure::AuthFailure:
-            return "AuthFailure";
-        case ClientFailure::ConnectFailed:
-            return "ConnectFailed";
-        case ClientFailure::WriteFailed:
-            return "WriteFailed";
-        case ClientFailure::RangeError:
-            return "RangeError";
-    }
-    return "unknown";
-}
 
 void removeFiles(const Ask& ask) {
     if (!ask.target.empty()) unlink(ask.target.c_str());
@@ -166,9 +145,10 @@ void Caller::hearResponse(std::uint64_t serial, const ResponseData& data) {
 void Caller::hearError(std::uint64_t serial, const ErrorData& data) {
     const auto found = running_.find(serial);
     if (found != running_.end() && found->second.ask.succeeds && data.failure != ClientFailure::Timeout) {
-        tally_.noteFault("an error: " + describe(serial) + ": " + nameOf(data.failure) + ", " + data.message);
+        tally_.noteFault("an error: " + describe(serial) + ": " + std::string(tool::failure_name(data.failure)) + ", " +
+                         data.message);
     }
-    end(serial, nameOf(data.failure));
+    end(serial, std::string(tool::failure_name(data.failure)));
 }
 
 void Caller::hearProgress(std::uint64_t serial, const ProgressData& /*data*/) {
