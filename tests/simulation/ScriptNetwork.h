@@ -71,7 +71,7 @@ struct ProxyScript {
 // mute:       connections to `host` (-1: to all) say and hear nothing any more; new ones are not answered until the end
 // reset:      connections to `host` break at once
 // noSockets:  no new one can be made
-// notReading: `host` takes no byte on the connections that it has
+// notReading: `host` takes hardly a byte more on the connections that it has
 // wallClock:  it jumps to `value`, seconds since 1970
 // moves:      the name of `host` leads to the address of host `value` now
 struct TroubleScript {

@@ -120,7 +120,7 @@ void checkSiblings(const Download& download, const std::string& target, Faults& 
 }
 
 void checkProgress(const Download& download, Faults& faults) {
-    std::int64_t most = 0;
+    auto most = static_cast<std::int64_t>(refused_part.size());
     for (const ReplyScript& reply : download.script.replies) most = std::max(most, reply.body);
     most += static_cast<std::int64_t>(std::max(download.old.size(), download.told.changed.size()));
     if (download.told.mostProgress > most) download.complain("it hears of more bytes than there are", faults);

@@ -13,6 +13,12 @@ bool mayBeRedirected(const Script& script, const RequestScript& request) {
     });
 }
 
+// What comes behind an answer's end is the beginning of the next one for whoever asks over that connection in this moment.
+bool leavesBytesBehind(const Script& script) {
+    return std::any_of(script.replies.begin(), script.replies.end(),
+                       [](const ReplyScript& reply) { return reply.lie == Lie::shorter; });
+}
+
 // The end of an engine or an executor concerns everybody, the rest the request that is meant.
 bool isConcerned(const RequestScript& request, const ActionScript& action) {
     switch (action.deed) {
@@ -35,6 +41,7 @@ bool isConcerned(const RequestScript& request, const ActionScript& action) {
 bool isMurkyOutside(const Script& script, const RequestScript& request) {
     if (!script.troubles.empty()) return true;
     if (script.world.proxyMode != ProxyMode::off && request.proxies > 0) return true;
+    if (leavesBytesBehind(script)) return true;
     std::set<std::int64_t> exchanges{request.exchange};
     std::set<std::int64_t> hosts{request.host};
     for (bool is_growing = true; is_growing;) {

@@ -105,7 +105,7 @@ std::string part(ReplyScript reply, const std::string& body, std::size_t from) {
     const std::string size = std::to_string(body.size());
     if (reply.range == Range::refused || from >= body.size()) {
         reply.status = 416;
-        return compose(reply, "Content-Range: bytes */" + size + "\r\n", "no such part");
+        return compose(reply, "Content-Range: bytes */" + size + "\r\n", std::string(refused_part));
     }
     reply.status = 206;
     if (reply.range == Range::wrong) from = from / 2;

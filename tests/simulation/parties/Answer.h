@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "Script.h"
 
@@ -18,6 +19,9 @@ std::string answerTo(const std::string& head, const ReplyScript& reply, std::siz
 constexpr bool endsByClosing(const ReplyScript& reply) {
     return reply.lie == Lie::longer || reply.lie == Lie::two || reply.lie == Lie::garbage;
 }
+
+// The page of a refusal to send a part of a body.
+constexpr std::string_view refused_part = "no such part";
 
 // Whether HTTP has no body for this status.
 constexpr bool isWithoutBody(std::int64_t status) {

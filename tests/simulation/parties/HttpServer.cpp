@@ -156,7 +156,9 @@ Network::Acceptance HttpServers::accept(std::int64_t host) {
     if (known.connect == Connect::refuse) acceptance.error = ECONNREFUSED;
     acceptance.peer = std::make_shared<HttpPeer>(*this, host);
     if (known.tls != 0) acceptance.peer = tlsPeer(world_, known, acceptance.peer, observation_);
-    acceptance.faults = {known.mostReceived, known.mostSent, known.interrupted};
+    // libcurl 7.88 loses the failure of a handshake, and asks for the next step for ever, when what it has to say about that
+    // can not leave at once. Linux interrupts no send that does not wait.
+    acceptance.faults = {known.mostReceived, known.mostSent, known.interrupted, known.tls != 0};
     return acceptance;
 }
 

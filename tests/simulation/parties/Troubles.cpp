@@ -9,6 +9,9 @@
 namespace kel::http::simulation {
 namespace {
 
+// What is taken though nobody reads it, by buffers of the system: a handshake, but no upload.
+constexpr std::int64_t system_buffer = 2000;
+
 bool isMeant(const TroubleScript& trouble, const Address& address) {
     return trouble.host < 0 || address.ip == HttpServers::ipOf(trouble.host);
 }
@@ -50,7 +53,7 @@ void Troubles::begin(const TroubleScript& trouble) {
             world_.socketsLeft = 0;
             return;
         case Trouble::notReading:
-            return eachLinkTo(trouble.host, [](Link& link) { link.take(0); });
+            return eachLinkTo(trouble.host, [](Link& link) { link.take(system_buffer); });
         case Trouble::wallClock:
             return world_.setWallClock(trouble.value * 1'000'000);
         case Trouble::moves:

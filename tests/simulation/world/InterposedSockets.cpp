@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "world/Next.h"
 #include "world/World.h"
@@ -27,8 +28,11 @@ Link* linkOf(int descriptor) {
     return world == nullptr ? nullptr : world->network.find(descriptor);
 }
 
+// Never twice for the same byte: whoever makes so many calls in each round would get no further for ever.
 bool isInterrupted(Link& link) {
-    return link.faults.interrupted > 0 && ++link.calls % link.faults.interrupted == 0;
+    if (link.faults.interrupted == 0 || ++link.calls < link.faults.interrupted) return false;
+    link.calls = 0;
+    return std::exchange(link.hasMoved, false);
 }
 
 int interrupt(std::int64_t& counter) {
@@ -90,11 +94,12 @@ ssize_t sendOn(Link& link, const void* bytes, std::size_t size) {
     link.arrive(world.now());
     if (link.wasReset) return fail(ECONNRESET);
     if (link.state != Link::State::Connected) return fail(link.error != 0 ? link.error : ENOTCONN);
-    if (isInterrupted(link)) return interrupt(world.counters.interruptedSends);
+    if (!link.faults.sendsAtOnce && isInterrupted(link)) return interrupt(world.counters.interruptedSends);
     std::int64_t taken = atMost(size, link.faults.mostSent);
     if (link.room() >= 0) taken = std::min(taken, link.room());
     if (taken == 0 && size > 0) return fail(EAGAIN);
     link.use(taken);
+    link.hasMoved = true;
     if (taken < static_cast<std::int64_t>(size)) ++world.counters.shortSends;
     tell(link, "sends", taken);
     if (link.peer) link.peer->onBytes(link, {static_cast<const char*>(bytes), static_cast<std::size_t>(taken)});
@@ -121,6 +126,7 @@ ssize_t receiveOn(Link& link, void* buffer, std::size_t size, int flags) {
         std::min(atMost(size, link.faults.mostReceived), static_cast<std::int64_t>(link.arrived.size()));
     std::memcpy(buffer, link.arrived.data(), static_cast<std::size_t>(taken));
     if ((flags & MSG_PEEK) == 0) link.arrived.erase(0, static_cast<std::size_t>(taken));
+    link.hasMoved = true;
     tell(link, (flags & MSG_PEEK) == 0 ? "receives" : "peeks at", taken);
     ++((flags & MSG_PEEK) == 0 ? counters.receives : counters.peeks);
     if ((flags & MSG_PEEK) == 0 && !link.arrived.empty()) ++counters.shortReceives;

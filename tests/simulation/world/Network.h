@@ -39,6 +39,7 @@ struct LinkFaults {
     std::int64_t mostReceived = 0;  // bytes that one recv gets at most; 0: all there are
     std::int64_t mostSent = 0;      // the same of a send
     std::int64_t interrupted = 0;   // every so many-th call fails with EINTR; 0: none
+    bool sendsAtOnce = false;       // no send is interrupted
 };
 
 // A connection, as the server sees it.
@@ -82,7 +83,9 @@ class Link {
     Time connectedAt = Never;
     int error = 0;
     LinkFaults faults;
+    // Calls since the last interruption, and whether one of them got any further.
     std::int64_t calls = 0;
+    bool hasMoved = true;
     std::string arrived;
     bool finished = false;
     bool wasReset = false;
