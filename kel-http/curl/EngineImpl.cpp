@@ -15,13 +15,13 @@ namespace kel::http {
 
 Engine::Impl::Impl(Engine& owner, const CallbackHandler& handler, ProxyBlackList::Clock clock)
     : logger(logging::getLogger("HttpClient", 0)),
+      waiting(*logger),
       cookies(*logger),
       body(*logger),
-      waiting(*logger),
       queue(waiting, *logger),
       proxy(clock, *logger),
       tls(*logger, clock),
-      setup(owner, cookies, body, proxy, *logger),
+      setup(owner, waiting, cookies, body, proxy, *logger),
       completion(
           transfers, proxy, tls, handler,
           [this](const RequestPtr& request, std::function<void()>& outcome) {

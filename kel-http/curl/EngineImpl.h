@@ -76,10 +76,11 @@ struct Engine::Impl {
 #endif
     logging::Logger* const logger;
     CurlLibrary library;
+    // Closes the sockets of those that follow.
+    EngineWait waiting;
     EngineTransfers transfers;
     EngineCookies cookies;
     const EngineBody body;
-    EngineWait waiting;
     EngineQueue queue;
     EngineProxy proxy;
     EngineTls tls;

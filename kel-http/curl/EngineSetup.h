@@ -7,6 +7,7 @@
 #include "kel-http/curl/EngineBody.h"
 #include "kel-http/curl/EngineCookies.h"
 #include "kel-http/curl/EngineProxy.h"
+#include "kel-http/curl/EngineWait.h"
 #include "logging/Logger.h"
 
 namespace kel::http {
@@ -14,9 +15,10 @@ namespace kel::http {
 // Turns a request into libcurl's options, step by step. Engine thread.
 class EngineSetup {
  public:
-    // `of_engine` is asked for its TLS options, which a derived one may replace, and is what watches sockets.
-    EngineSetup(Engine& of_engine, EngineCookies& of_cookies, const EngineBody& of_body, EngineProxy& of_proxy,
-                logging::Logger& log);
+    // `of_engine` is asked for its TLS options, which a derived one may replace, and is what watches sockets; `of_sockets`
+    // closes them.
+    EngineSetup(Engine& of_engine, EngineWait& of_sockets, EngineCookies& of_cookies, const EngineBody& of_body,
+                EngineProxy& of_proxy, logging::Logger& log);
 
     // Describes the request in the log.
     void dumpRequest(const Request& request) const;
@@ -38,6 +40,7 @@ class EngineSetup {
     void addFreshState(CURL* easy, Engine::ActiveTask& task) const;
 
     Engine& engine;
+    EngineWait& waiting;
     EngineCookies& cookies;
     const EngineBody& body;
     EngineProxy& proxy;

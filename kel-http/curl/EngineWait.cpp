@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "kel-http/curl/WaitTime.h"
 #include "kel-http/model/LogLine.h"
@@ -27,6 +28,7 @@ void EngineWait::wait(CURLM* multi, tl::optional<std::chrono::steady_clock::time
     long timerMs = -1;
     curl_multi_timeout(multi, &timerMs);
     timeval timeout = waitTime(timerMs);
+    if (std::exchange(looksAgain, false)) timeout = {};
     if (deadline) timeout = sooner(timeout, *deadline - std::chrono::steady_clock::now());
     const bool woken = canSelect() ? waitWithSelect(multi, timeout) : waitWithPoll(multi, timeout);
     if (woken) drainWakeups();
@@ -72,6 +74,11 @@ void EngineWait::drainWakeups() const {
 
 void EngineWait::watch(curl_socket_t descriptor) {
     if (descriptor >= FD_SETSIZE) beyondSelect = true;
+}
+
+int EngineWait::closeSocket(void* waiting, curl_socket_t descriptor) {
+    static_cast<EngineWait*>(waiting)->looksAgain = true;
+    return close(descriptor);
 }
 
 }  // namespace kel::http

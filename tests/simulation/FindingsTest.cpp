@@ -30,5 +30,13 @@ action at=900000 deed=resume
 )");
 }
 
+// libcurl 7.88 asks to be called again only after half of the time that is left.
+TEST(SimulationFindingTest, AnAddressThatRefusesIsFollowedByTheNextOneAtOnce) {
+    expectNoFault(R"(
+host named=1 deadAddresses=3
+request timeout=60000
+)");
+}
+
 }  // namespace
 }  // namespace kel::http::simulation
