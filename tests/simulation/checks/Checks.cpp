@@ -49,10 +49,19 @@ void checkProgress(std::int64_t id, const SeenRequest& seen, Faults& faults) {
                          std::to_string(size));
 }
 
+// Whoever had ended before has met nothing of it.
+bool mayBeTroubled(const Script& script, const Observation& seen, const SeenRequest& request) {
+    const Time trouble = firstTrouble(script);
+    if (trouble == Never) return false;
+    return request.outcomes.empty() || request.outcomes.front().at - seen.begin >= trouble;
+}
+
 void checkRoads(const Script& script, const Observation& seen, Faults& faults) {
     const Model model(script);
     for (const RequestScript& request : script.requests) {
-        if (seen.requests.count(request.id) == 0 || !model.knows(request) || isMurky(script, request)) continue;
+        const auto told = seen.requests.find(request.id);
+        if (told == seen.requests.end() || !model.knows(request) || isMurky(script, request)) continue;
+        if (!told->second.started || mayBeTroubled(script, seen, told->second)) continue;
         for (const std::string& fault : faultsOnRoad(script, seen, request))
             faults.push_back(nameOf(request.id) + fault);
     }
@@ -99,7 +108,8 @@ std::vector<std::string> faults(const Script& script, const Observation& seen) {
         if (asked == nullptr) continue;
         checkTime(script, *asked, request, faults);
         // A download is told of the pages of redirects as well, and a resumed one of what there was.
-        if (asked->download == 0 && !isMurkyOutside(script, *asked)) checkProgress(id, request, faults);
+        if (asked->download == 0 && !isMurkyOutside(script, *asked) && !mayBeTroubled(script, seen, request))
+            checkProgress(id, request, faults);
     }
     checkRoads(script, seen, faults);
     checkArrivals(script, seen, faults);

@@ -9,15 +9,20 @@ namespace {
 
 using Names = std::set<std::string_view>;
 
-const Names world_fields = {"order", "calmAt"};
-const Names host_fields = {"id",       "connect",     "connectDelay", "answers",   "idle",     "mostReceived",
-                           "mostSent", "interrupted", "named",        "nameDelay", "nameFails"};
-const Names reply_fields = {"exchange", "status",       "framing", "body",  "interims", "headers", "trailers",
-                            "location", "locationHost", "delay",   "piece", "gap",      "cut",     "cutAt"};
-const Names request_fields = {"id",      "at",        "client",          "host",       "exchange", "verb", "body",
-                              "timeout", "sizeLimit", "callerRedirects", "freshState", "handle"};
-const Names action_fields = {"at", "deed", "request"};
-constexpr std::array<Deed, 4> deeds = {Deed::cancel, Deed::pause, Deed::resume, Deed::settle};
+const Names world_fields = {"order", "posting", "executors", "digest", "proxyMode", "proxy", "calmAt"};
+const Names host_fields = {"id",          "connect",     "connectDelay", "answers",   "idle",      "mostReceived",
+                           "mostSent",    "interrupted", "named",        "nameDelay", "nameFails", "deadAddresses",
+                           "deadConnect", "tls",         "tlsCutAt",     "tlsCut",    "tlsWrong"};
+const Names reply_fields = {"exchange", "status",        "framing", "body",      "interims", "headers", "trailers",
+                            "location", "locationHost",  "delay",   "piece",     "gap",      "cut",     "cutAt",
+                            "cookies",  "interimStatus", "lie",     "challenge", "range"};
+const Names request_fields = {"id",         "at",       "client",    "host",      "exchange",
+                              "verb",       "body",     "timeout",   "sizeLimit", "callerRedirects",
+                              "freshState", "download", "handle",    "present",   "keepPartial",
+                              "own",        "form",     "formFiles", "bodyFile",  "cookies",
+                              "speedLimit", "timing",   "headers",   "badUrl",    "after",
+                              "proxies",    "login"};
+const Names action_fields = {"at", "deed", "request", "when", "whose"};
 
 template <typename Value>
 std::int64_t numberOf(const Value& value) {
@@ -40,7 +45,7 @@ bool isKnownRecord(const Record& record, const Names& names) {
 }
 
 bool isKnownDeed(const ActionScript& action) {
-    return std::find(deeds.begin(), deeds.end(), action.deed) != deeds.end() && isKnownRecord(action, action_fields);
+    return action.deed <= Deed::remove && isKnownRecord(action, action_fields);
 }
 
 // Values that came later count as unknown, too.
@@ -49,7 +54,8 @@ bool isKnownHost(const HostScript& host) {
 }
 
 bool isKnownReply(const ReplyScript& reply) {
-    return reply.cut <= Cut::stall && reply.framing <= Framing::close && isKnownRecord(reply, reply_fields);
+    return reply.cut <= Cut::stall && reply.framing <= Framing::close && reply.lie <= Lie::garbage &&
+           reply.challenge <= Challenge::both && isKnownRecord(reply, reply_fields);
 }
 
 // Those that redirects may lead to as well. Who shares a host with them may meet their connections.

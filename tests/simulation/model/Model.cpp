@@ -5,31 +5,19 @@
 
 #include "model/Known.h"
 #include "parties/Answer.h"
+#include "parties/Credentials.h"
 #include "parties/HttpServer.h"
 
 namespace kel::http::simulation {
 namespace {
 
 constexpr std::int64_t most_redirects = 5;
-constexpr std::int64_t most_repetitions = 5;
-// A server that says nothing to a request with a large body is given a second before the body goes on its way.
-constexpr Time expectation = std::chrono::seconds(1);
-// What waking up at the right time may cost for each stage.
-constexpr Time slack = std::chrono::milliseconds(300);
+// Of header lines for one request.
+constexpr std::size_t most_lines = 2000;
+constexpr std::size_t most_line_bytes = 256 * 1024;
 
 bool isRedirect(int status) {
-    return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
-}
-
-// When so many bytes of an answer have come.
-Time timeOf(const ReplyScript& reply, std::size_t bytes) {
-    if (reply.piece <= 0 || bytes == 0) return Time(reply.delay);
-    const auto gaps = (static_cast<std::int64_t>(bytes) - 1) / reply.piece;
-    return Time(reply.delay) + gaps * Time(reply.gap);
-}
-
-Time sum(Time one, Time other) {
-    return one == Never || other == Never ? Never : one + other;
+    return status >= 300 && status < 400;
 }
 
 std::string wireOf(const Script& script, const RequestScript& request, const ReplyScript& reply, std::size_t number) {
@@ -42,14 +30,30 @@ bool isCutShort(const ReplyScript& reply, const std::string& wire) {
     return reply.cut != Cut::none && reply.cutAt < static_cast<std::int64_t>(wire.size());
 }
 
+// Whether it would tell who it is when it is asked so.
+bool canLogIn(Login login, Challenge challenge) {
+    return login != Login::none && (login != Login::basic || challenge != Challenge::digest);
+}
+
 }  // namespace
+
+bool sendsOnce(const RequestScript& request) {
+    return request.verb == Verb::PUT && request.bodyFile != 0 && request.body > 0;
+}
+
+// When so many bytes of an answer have come.
+Time timeOf(const ReplyScript& reply, std::size_t bytes) {
+    if (reply.piece <= 0 || bytes == 0) return Time(reply.delay);
+    const auto gaps = (static_cast<std::int64_t>(bytes) - 1) / reply.piece;
+    return Time(reply.delay) + gaps * Time(reply.gap);
+}
 
 bool Model::knows(const RequestScript& request) const {
     return isKnown(script_, request);
 }
 
 Stage Model::first(const RequestScript& request) const {
-    return {request.host, request.exchange, std::string(nameOf(request.verb)), request.verb != Verb::GET, 0};
+    return {request.host, request.exchange, std::string(nameOf(request.verb)), request.verb != Verb::GET};
 }
 
 // A POST turns into a GET after 301, 302 and 303, any other into one after 303. Who sets its method by name keeps it, but
@@ -58,6 +62,8 @@ Stage Model::after(const RequestScript& request, const Stage& stage, const Reply
     Stage next = stage;
     next.host = reply.locationHost;
     next.exchange = reply.location;
+    next.isLoggedIn = false;
+    next.hasMoved = true;
     ++next.followed;
     const bool is_put = request.verb == Verb::PUT;
     if (reply.status == 303 || ((reply.status == 301 || reply.status == 302) && !is_put)) next.hasBody = false;
@@ -68,10 +74,13 @@ Stage Model::after(const RequestScript& request, const Stage& stage, const Reply
 
 std::vector<int> Model::failuresBefore(const Stage& stage, Time begun) const {
     const HostScript host = script_.host(stage.host);
-    if (isCalm(begun)) return {};
+    // No time heals a certificate.
+    std::vector<int> failures;
+    if (host.tls != 0 && host.tlsWrong != 0) failures.push_back(end::other);
+    if (isCalm(begun)) return failures;
     if (host.named != 0 && host.nameFails != 0) return {end::resolve_failed};
     if (host.connect == Connect::refuse) return {end::connect_failed};
-    return {};
+    return failures;
 }
 
 bool Model::follows(const RequestScript& request, const Reading& reading) const {
@@ -80,136 +89,124 @@ bool Model::follows(const RequestScript& request, const Reading& reading) const 
 
 // Broken off before its head was whole: an error, unless the connection had served before and not one line of the answer has
 // come. libcurl takes that for an idle connection's end, a piece of a line included.
-void Model::judgeBreak(const ReplyScript& reply, bool is_used, Consequence& result) {
+void Model::judgeBreak(const RequestScript& request, const ReplyScript& reply, bool is_used, Consequence& result) {
     result.lasts = reply.cut == Cut::stall;
     if (result.lasts) return;
     result.repeats = is_used && !result.reading.hasBegun;
-    if (!result.repeats) result.failures = {end::other};
+    if (!result.repeats || sendsOnce(request)) result.failures = {end::other};
 }
 
-void Model::goOn(const RequestScript& request, const Stage& stage, const ReplyScript& reply,
-                 Consequence& result) const {
-    if (stage.followed < most_redirects) {
-        result.next = after(request, stage, reply);
-    } else {
+// A file that has been sent is not sent once more, which shows when the next server is reached.
+void Model::goOn(const RequestScript& request, Stage next, Consequence& result) {
+    if (next.followed > most_redirects) {
         result.failures = {end::other};
+    } else {
+        next.isTooLate = sendsOnce(request) && next.hasBody;
+        if (next.isTooLate) result.failures.push_back(end::other);
+        result.next = std::move(next);
     }
+}
+
+// A page that nobody will see may break off, or may be missed.
+void Model::judgePage(const ReplyScript& reply, Consequence& result) {
+    const bool is_cut = !result.reading.isWhole && !result.reading.closes;
+    result.lasts = is_cut && result.isCut && reply.cut == Cut::stall && !result.reading.isMalformed;
+    if (result.lasts) {
+        result.next.reset();
+    } else if (is_cut || reply.cut == Cut::reset) {
+        result.failures.push_back(end::other);
+        result.message.clear();
+    }
+}
+
+// Nobody tells who he is in the same way twice, and who is asked behind a redirect is at most asked once more, without it. It
+// counts as a redirect.
+void Model::judgeRefusal(const RequestScript& request, const Stage& stage, const ReplyScript& reply,
+                         Consequence& result) const {
+    const bool may = canLogIn(request.login, reply.challenge);
+    const bool has_another_way = request.login == Login::any || request.login == Login::wrong;
+    if (!may || stage.isLoggedIn || stage.hasMoved) judgeBody(request, reply, result);
+    if (!may || (stage.isLoggedIn && !has_another_way)) return;
+    Stage next = stage;
+    next.isLoggedIn = true;
+    ++next.followed;
+    goOn(request, std::move(next), result);
+    judgePage(reply, result);
 }
 
 void Model::judgeRedirect(const RequestScript& request, const Stage& stage, const ReplyScript& reply,
                           Consequence& result) const {
-    const bool goes_at_once = result.reading.closes;
-    const bool is_cut = !result.reading.isWhole && !goes_at_once;
-    if (is_cut && reply.cut == Cut::stall) {
-        result.lasts = true;
-        return;
-    }
-    goOn(request, stage, reply, result);
-    // A page that nobody will see may break off, or may be missed.
-    if (is_cut || reply.cut == Cut::reset) result.failures = {end::other};
+    goOn(request, after(request, stage, reply), result);
+    judgePage(reply, result);
 }
 
-void Model::judgeBody(const RequestScript& request, const ReplyScript& reply, bool is_cut, Consequence& result) const {
+void Model::judgeBody(const RequestScript& request, const ReplyScript& reply, Consequence& result) {
     const Reading& reading = result.reading;
     const auto size = static_cast<std::int64_t>(reading.body.size());
+    const bool is_reset = result.isCut && reply.cut == Cut::reset;
     if (request.sizeLimit >= 0 && size > request.sizeLimit) {
         result.failures = {end::write_failed};
-    } else if (is_cut && reply.cut == Cut::stall && !reading.isWhole) {
+    } else if (result.isCut && reply.cut == Cut::stall && !reading.isWhole && !reading.isMalformed) {
         result.lasts = true;
-    } else if (reading.isWhole || (reading.isEndedByClose() && !(is_cut && reply.cut == Cut::reset))) {
+    } else if (reading.isWhole || (reading.isEndedByClose() && !is_reset)) {
         result.response = true;
     } else {
         result.failures = {end::other};
     }
 }
 
-Consequence Model::consequence(const RequestScript& request, const Stage& stage, std::size_t number, bool is_used,
-                               Time asked) const {
-    const ReplyScript reply = script_.reply(stage.exchange, number);
-    std::string wire = wireOf(script_, request, reply, number);
-    const bool is_cut = isCutShort(reply, wire) && !isCalm(asked);
-    if (is_cut) wire.resize(static_cast<std::size_t>(reply.cutAt));
+// What ends it by its size, before anybody looks at it.
+bool Model::tooMuch(const RequestScript& request, const ReplyScript& reply, Consequence& result) {
+    const Reading& reading = result.reading;
+    if (reading.headers.size() > most_lines || reading.lineBytes > most_line_bytes) {
+        result.failures = {end::other};
+        result.message = "The answer has more than";
+    } else if (reading.status != 0 && request.sizeLimit > 0 && reading.announced > request.sizeLimit) {
+        result.failures = {end::other};
+        result.message = "Maximum file size exceeded";
+    } else {
+        return false;
+    }
+    result.first = timeOf(reply, 0);
+    return true;
+}
+
+bool Model::isRefused(const RequestScript& request, const Stage& stage, const Asking& asking,
+                      const ReplyScript& reply) const {
+    if (reply.challenge == Challenge::none) return false;
+    if (!asking.head.empty()) return !satisfies(asking.head, reply.challenge);
+    return !stage.isLoggedIn || request.login == Login::wrong;
+}
+
+Consequence Model::consequence(const RequestScript& request, const Stage& stage, const Asking& asking) const {
+    const ReplyScript reply = script_.reply(stage.exchange, asking.number);
+    const bool is_refused = isRefused(request, stage, asking, reply);
+    std::string wire =
+        is_refused ? challengeBytes(reply, asking.number) : wireOf(script_, request, reply, asking.number);
     Consequence result;
+    result.size = wire.size();
+    result.isCut = isCutShort(reply, wire) && !isCalm(asking.at);
+    if (result.isCut) wire.resize(static_cast<std::size_t>(reply.cutAt));
     result.reading = readAnswer(wire);
     const Reading& reading = result.reading;
     result.first = timeOf(reply, wire.size());
-    if (reading.status == 0) {
-        judgeBreak(reply, is_used, result);
-        // libcurl has read where it leads, and goes there without the rest of the head.
-        if (follows(request, reading) && reply.cut == Cut::close) goOn(request, stage, reply, result);
-    } else if (request.sizeLimit > 0 && reading.announced > request.sizeLimit) {
-        result.failures = {end::other};
-        result.message = "Maximum file size exceeded";
+    if (reading.isForeign) {
+        result.failures = {end::invalid_url};
         result.first = timeOf(reply, 0);
-    } else if (follows(request, reading)) {
+    } else if (tooMuch(request, reply, result)) {
+        return result;
+    } else if (reading.status == 0) {
+        judgeBreak(request, reply, asking.isUsed, result);
+        // libcurl has read where it leads, and goes there without the rest of the head.
+        if (follows(request, reading) && reply.cut == Cut::close) goOn(request, after(request, stage, reply), result);
+    } else if (is_refused || follows(request, reading)) {
         result.first = timeOf(reply, reading.closes ? reading.head : wire.size());
-        judgeRedirect(request, stage, reply, result);
+        is_refused ? judgeRefusal(request, stage, reply, result) : judgeRedirect(request, stage, reply, result);
     } else {
-        judgeBody(request, reply, is_cut, result);
-        if (!result.response) result.first = timeOf(reply, 0);
+        judgeBody(request, reply, result);
     }
+    if (!result.response && !result.next) result.first = timeOf(reply, 0);
     return result;
-}
-
-Time Model::shortestReach(std::int64_t host, bool knows_name) const {
-    const HostScript known = script_.host(host);
-    const bool asks = known.named != 0 && !knows_name;
-    return Time(known.connectDelay) + (asks ? Time(known.nameDelay) : Time(0));
-}
-
-Time Model::longestReach(const Stage& stage) const {
-    const HostScript host = script_.host(stage.host);
-    const Time name = host.named != 0 ? Time(host.nameDelay) : Time(0);
-    const bool is_unknown = host.named != 0 && host.nameFails != 0;
-    if (host.connect == Connect::silent && !is_unknown) return Never;
-    // A kept connection may turn out to be dead, again and again, each time when it would have been closed anyway.
-    return name + expectation + slack + (most_repetitions + 1) * (Time(host.connectDelay) + Time(host.idle));
-}
-
-// As if the connection were not used, so that a break ends it; repetitions are counted by whoever asks.
-Time Model::longestAnswer(const RequestScript& request, const Stage& stage, const ReplyScript& reply,
-                          std::size_t number) const {
-    const std::string wire = wireOf(script_, request, reply, number);
-    const Consequence result = consequence(request, stage, number, false, Time(-1));
-    if (result.lasts) return Never;
-    const Time here = timeOf(reply, wire.size()) + slack;
-    return result.next ? sum(here, longest(request, *result.next)) : here;
-}
-
-Time Model::longest(const RequestScript& request, const Stage& stage) const {
-    Time answer(0);
-    std::size_t number = 0;
-    for (const ReplyScript& reply : script_.replies) {
-        if (reply.exchange == stage.exchange) answer = std::max(answer, longestAnswer(request, stage, reply, number++));
-    }
-    const Time reach = longestReach(stage);
-    return sum(reach, number == 0 ? slack : answer);
-}
-
-Time Model::longestFrom(const RequestScript& request, const Stage& stage, std::size_t number) const {
-    const ReplyScript reply = script_.reply(stage.exchange, number);
-    const Time here = longestAnswer(request, stage, reply, number);
-    const bool may_repeat = consequence(request, stage, number, true, Time(-1)).repeats;
-    if (!may_repeat || here == Never) return here;
-    return sum(here, longest(request, stage));
-}
-
-Time Model::pauses(const RequestScript& request) const {
-    std::vector<ActionScript> own;
-    std::copy_if(script_.actions.begin(), script_.actions.end(), std::back_inserter(own),
-                 [&](const ActionScript& one) { return one.request == request.id; });
-    std::stable_sort(own.begin(), own.end(),
-                     [](const ActionScript& one, const ActionScript& other) { return one.at < other.at; });
-    Time sum(0);
-    Time since = Never;
-    for (const ActionScript& one : own) {
-        if (one.deed == Deed::pause && since == Never) since = Time(one.at);
-        if (one.deed == Deed::resume && since != Never) {
-            sum += Time(one.at) - since;
-            since = Never;
-        }
-    }
-    return since == Never ? sum : Never;
 }
 
 }  // namespace kel::http::simulation

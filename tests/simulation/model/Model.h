@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Script.h"
@@ -18,6 +19,7 @@ namespace kel::http::simulation {
 
 // The numbers of ClientFailure that this model knows.
 namespace end {
+constexpr int invalid_url = 0;
 constexpr int resolve_failed = 1;
 constexpr int other = 2;
 constexpr int timeout = 3;
@@ -32,6 +34,23 @@ struct Stage {
     bool hasBody = false;
     // Redirects that have been followed up to here.
     std::int64_t followed = 0;
+    // It tells who it is.
+    bool isLoggedIn = false;
+    // A redirect has led there.
+    bool hasMoved = false;
+    // Nothing can be sent there any more.
+    bool isTooLate = false;
+};
+
+// How a server was asked.
+struct Asking {
+    // Of the answer, counted from 0 for each exchange.
+    std::size_t number = 0;
+    // Its connection has served before.
+    bool isUsed = false;
+    Time at = Time(-1);
+    // Request line and headers; empty: as the script lets one expect.
+    std::string head;
 };
 
 // What the answer to a stage may lead to.
@@ -43,8 +62,17 @@ struct Consequence {
     bool repeats = false;       // the same again, over another connection
     bool lasts = false;         // nothing comes any more: only a limit or its caller ends it
     Reading reading;            // what has come
+    bool isCut = false;         // less than there should be
+    std::size_t size = 0;       // bytes of the answer, if nothing cuts it
     Time first = Time(0);       // between request and consequence, at least
 };
+
+// When so many bytes of an answer have come.
+Time timeOf(const ReplyScript& reply, std::size_t bytes);
+
+// Whether its body is a file, which does not go on its way a second time; what it fails with instead.
+bool sendsOnce(const RequestScript& request);
+constexpr std::string_view cannot_repeat = "necessary data rewind wasn't possible";
 
 class Model {
  public:
@@ -56,30 +84,31 @@ class Model {
     Stage first(const RequestScript& request) const;
     // How it may end without having reached the server of the stage; `now`: when it was on its way there at the latest.
     std::vector<int> failuresBefore(const Stage& stage, Time begun) const;
-    // `number`: of the answer, counted from 0 for each exchange. `is_used`: its connection has served before.
-    Consequence consequence(const RequestScript& request, const Stage& stage, std::size_t number, bool is_used,
-                            Time asked) const;
+    Consequence consequence(const RequestScript& request, const Stage& stage, const Asking& asking) const;
     // The longest that it may take from the beginning of a stage to the outcome, or from having been asked with the answer
     // of that number; without pauses. Never: as long as it likes.
     Time longest(const RequestScript& request, const Stage& stage) const;
-    Time longestFrom(const RequestScript& request, const Stage& stage, std::size_t number) const;
-    // The same for its pauses.
-    Time pauses(const RequestScript& request) const;
+    Time longestFrom(const RequestScript& request, const Stage& stage, const Asking& asking) const;
     // The shortest way to a server whose connection has to be made.
     Time shortestReach(std::int64_t host, bool knows_name) const;
 
  private:
     bool isCalm(Time at) const { return script_.world.calmAt > 0 && at >= Time(script_.world.calmAt); }
+    bool isRefused(const RequestScript& request, const Stage& stage, const Asking& asking,
+                   const ReplyScript& reply) const;
     bool follows(const RequestScript& request, const Reading& reading) const;
+    static bool tooMuch(const RequestScript& request, const ReplyScript& reply, Consequence& result);
     Stage after(const RequestScript& request, const Stage& stage, const ReplyScript& reply) const;
-    static void judgeBreak(const ReplyScript& reply, bool is_used, Consequence& result);
-    void goOn(const RequestScript& request, const Stage& stage, const ReplyScript& reply, Consequence& result) const;
+    static void judgeBreak(const RequestScript& request, const ReplyScript& reply, bool is_used, Consequence& result);
+    static void judgePage(const ReplyScript& reply, Consequence& result);
+    void judgeRefusal(const RequestScript& request, const Stage& stage, const ReplyScript& reply,
+                      Consequence& result) const;
+    static void goOn(const RequestScript& request, Stage next, Consequence& result);
     void judgeRedirect(const RequestScript& request, const Stage& stage, const ReplyScript& reply,
                        Consequence& result) const;
-    void judgeBody(const RequestScript& request, const ReplyScript& reply, bool is_cut, Consequence& result) const;
+    static void judgeBody(const RequestScript& request, const ReplyScript& reply, Consequence& result);
     Time longestReach(const Stage& stage) const;
-    Time longestAnswer(const RequestScript& request, const Stage& stage, const ReplyScript& reply,
-                       std::size_t number) const;
+    Time longestAnswer(const RequestScript& request, const Stage& stage, const Asking& asking) const;
 
     const Script& script_;
 };

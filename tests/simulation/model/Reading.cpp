@@ -54,6 +54,7 @@ class Reader {
     bool readLines() {
         for (std::string_view line; takeLine(line);) {
             if (line.empty()) return true;
+            reading_.lineBytes += line.size() + line_end.size();
             const auto colon = line.find(": ");
             if (colon == std::string_view::npos) continue;
             reading_.headers.emplace_back(lowerCase(line.substr(0, colon)), line.substr(colon + 2));
@@ -62,8 +63,11 @@ class Reader {
     }
 
     bool readHead() {
+        constexpr std::string_view beginning = "HTTP/";
+        const auto shown = std::min(rest_.size(), beginning.size());
+        reading_.isForeign = rest_.substr(0, shown) != beginning.substr(0, shown);
         std::string_view line;
-        if (!takeLine(line) || line.size() < 12) return false;
+        if (reading_.isForeign || !takeLine(line) || line.size() < 12) return false;
         reading_.hasBegun = true;
         reading_.begun = static_cast<int>(number(line.substr(9, 3), 10));
         status_ = reading_.begun;
@@ -90,6 +94,8 @@ class Reader {
     void readChunks() {
         for (std::string_view line; takeLine(line);) {
             const auto size = static_cast<std::size_t>(number(line, 16));
+            reading_.isMalformed = number(line, 16) < 0;
+            if (reading_.isMalformed) return;
             if (size == 0) {
                 const bool began = !rest_.empty();
                 reading_.isWhole = readLines();

@@ -30,6 +30,11 @@ struct Reading {
     bool closes = false;
     // The end is known by the bytes alone.
     bool isWhole = false;
+    // Bytes of the header lines.
+    std::size_t lineBytes = 0;
+    // It is no answer of HTTP's, or its chunks are none.
+    bool isForeign = false;
+    bool isMalformed = false;
     // Something of the trailer has come, but not its end.
     bool endsInTrailer = false;
 

@@ -95,11 +95,6 @@ std::string locationLine(const std::string& location) {
     return location.empty() ? location : "Location: " + location + "\r\n";
 }
 
-std::string challenge(ReplyScript reply, const std::string& body) {
-    reply.status = 401;
-    return compose(reply, challengeLines(reply.challenge), body);
-}
-
 // `from`: the first byte that is asked for.
 std::string part(ReplyScript reply, const std::string& body, std::size_t from) {
     const std::string size = std::to_string(body.size());
@@ -120,10 +115,16 @@ std::string answerBytes(const ReplyScript& reply, std::size_t arrival, const std
     return compose(reply, locationLine(location), answerBody(reply.exchange, arrival, reply.body));
 }
 
+std::string challengeBytes(const ReplyScript& reply, std::size_t arrival) {
+    ReplyScript refusal = reply;
+    refusal.status = 401;
+    return compose(refusal, challengeLines(reply.challenge), answerBody(reply.exchange, arrival, reply.body));
+}
+
 std::string answerTo(const std::string& head, const ReplyScript& reply, std::size_t arrival,
                      const std::string& location) {
+    if (reply.challenge != Challenge::none && !satisfies(head, reply.challenge)) return challengeBytes(reply, arrival);
     const std::string body = answerBody(reply.exchange, arrival, reply.body);
-    if (reply.challenge != Challenge::none && !satisfies(head, reply.challenge)) return challenge(reply, body);
     const std::string range = headerIn(head, "Range");
     if (reply.range != Range::ignored && reply.status == 200 && range.compare(0, 6, "bytes=") == 0) {
         return part(reply, body, std::strtoul(range.c_str() + 6, nullptr, 10));

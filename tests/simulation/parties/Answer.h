@@ -11,6 +11,9 @@ namespace kel::http::simulation {
 // The bytes of an answer, as its script has it, without any cut. `location`: where it leads to.
 std::string answerBytes(const ReplyScript& reply, std::size_t arrival, const std::string& location);
 
+// What comes instead where a challenge is not met.
+std::string challengeBytes(const ReplyScript& reply, std::size_t arrival);
+
 // The same as an answer to a request with this head, which may lack credentials, or ask for a part of the body.
 std::string answerTo(const std::string& head, const ReplyScript& reply, std::size_t arrival,
                      const std::string& location);

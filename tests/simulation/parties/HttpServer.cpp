@@ -71,6 +71,7 @@ class HttpPeer : public Peer {
     }
 
     void send(Link& link, const ReplyScript& reply, std::string bytes) {
+        const bool closes = endsByClosing(reply) || bytes.find("\r\nConnection: close\r\n") != std::string::npos;
         const bool is_cut =
             reply.cut != Cut::none && reply.cutAt < static_cast<std::int64_t>(bytes.size()) && !servers_.isCalm();
         if (is_cut) bytes.resize(static_cast<std::size_t>(reply.cutAt));
@@ -80,16 +81,15 @@ class HttpPeer : public Peer {
         for (std::size_t begin = 0; begin < bytes.size(); begin += piece, at += Time(reply.gap)) {
             link.send(at, bytes.substr(begin, piece));
         }
-        end(link, reply, is_cut, std::max(at - Time(reply.gap), link.planned()));
+        end(link, is_cut ? reply.cut : Cut::none, closes, std::max(at - Time(reply.gap), link.planned()));
     }
 
-    void end(Link& link, const ReplyScript& reply, bool is_cut, Time last) {
+    void end(Link& link, Cut cut, bool closes, Time last) {
         ++answered_;
         ended_ = true;
-        if (is_cut && reply.cut == Cut::stall) return;
-        if (is_cut && reply.cut == Cut::reset) return link.reset(last);
-        if (is_cut || endsByClosing(reply) || (reply.framing == Framing::close && !isWithoutBody(reply.status)))
-            return link.finish(last);
+        if (cut == Cut::stall) return;
+        if (cut == Cut::reset) return link.reset(last);
+        if (cut == Cut::close || closes) return link.finish(last);
         if (host_.answers > 0 && answered_ >= host_.answers) return link.finish(last);
         ended_ = false;
         if (host_.idle > 0) planIdleEnd(link, last + Time(host_.idle));
