@@ -87,7 +87,7 @@ struct ProxyAsk {
 struct Unheard {
     Time at{0};
     std::int64_t host = 0;
-    std::int64_t connection = 0;
+    std::int64_t connection = 0;  // -1: not known
 };
 
 // What a caller did.

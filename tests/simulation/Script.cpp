@@ -2,6 +2,7 @@
 #include "Script.h"
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
@@ -110,6 +111,15 @@ std::string_view nameIn(const Names& names, Value value) {
     return number < names.size() ? names[number] : std::string_view("?");
 }
 
+// Whoever answers tells requests apart by their ids.
+void requireDistinct(const std::vector<RequestScript>& requests) {
+    std::set<std::int64_t> ids;
+    for (const RequestScript& request : requests) {
+        if (!ids.insert(request.id).second)
+            throw std::invalid_argument("two requests with the id " + std::to_string(request.id));
+    }
+}
+
 }  // namespace
 
 std::string_view nameOf(Connect value) {
@@ -207,6 +217,7 @@ Script parse(const std::string& text) {
             throw std::invalid_argument("'" + line + "': " + error.what());
         }
     }
+    requireDistinct(script.requests);
     return script;
 }
 

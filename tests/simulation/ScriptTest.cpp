@@ -55,6 +55,7 @@ TEST(ScriptTest, ARefusalNamesTheLine) {
     EXPECT_THAT(refusalOf("request colour=1\n"), StartsWith("'request colour=1': no such field"));
     EXPECT_THAT(refusalOf("request verb=LOOK\n"), StartsWith("'request verb=LOOK': no such value"));
     EXPECT_THAT(refusalOf("request id=many\n"), StartsWith("'request id=many': "));
+    EXPECT_EQ(refusalOf("request\nrequest\n"), "two requests with the id 0");
     EXPECT_THAT(refusalOf("request id=3x\n"), StartsWith("'request id=3x': "));
     EXPECT_THAT(refusalOf("request id\n"), StartsWith("'request id': "));
     EXPECT_THAT(refusalOf("request id=99999999999999999999\n"), StartsWith("'request id=99999999999999999999': "));

@@ -49,6 +49,11 @@ void checkProgress(std::int64_t id, const SeenRequest& seen, Faults& faults) {
                          std::to_string(size));
 }
 
+// Of a caller's own request the first run is told of, and not when it was cancelled.
+bool isToldOfInPart(const SeenRequest& request) {
+    return !request.started || request.runs.size() > 1 || (!request.runs.empty() && request.cancelled);
+}
+
 // Whoever had ended before has met nothing of it.
 bool mayBeTroubled(const Script& script, const Observation& seen, const SeenRequest& request) {
     const Time trouble = firstTrouble(script);
@@ -61,7 +66,7 @@ void checkRoads(const Script& script, const Observation& seen, Faults& faults) {
     for (const RequestScript& request : script.requests) {
         const auto told = seen.requests.find(request.id);
         if (told == seen.requests.end() || !model.knows(request) || isMurky(script, request)) continue;
-        if (!told->second.started || mayBeTroubled(script, seen, told->second)) continue;
+        if (isToldOfInPart(told->second) || mayBeTroubled(script, seen, told->second)) continue;
         for (const std::string& fault : faultsOnRoad(script, seen, request))
             faults.push_back(nameOf(request.id) + fault);
     }

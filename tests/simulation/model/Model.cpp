@@ -78,8 +78,9 @@ std::vector<int> Model::failuresBefore(const Stage& stage, Time begun) const {
     std::vector<int> failures;
     if (host.tls != 0 && host.tlsWrong != 0) failures.push_back(end::other);
     if (isCalm(begun)) return failures;
-    if (host.named != 0 && host.nameFails != 0) return {end::resolve_failed};
-    if (host.connect == Connect::refuse) return {end::connect_failed};
+    const bool is_unknown = host.named != 0 && host.nameFails != 0;
+    if (is_unknown) failures.push_back(end::resolve_failed);
+    if (!is_unknown && host.connect == Connect::refuse) failures.push_back(end::connect_failed);
     return failures;
 }
 
@@ -144,7 +145,7 @@ void Model::judgeBody(const RequestScript& request, const ReplyScript& reply, Co
     const Reading& reading = result.reading;
     const auto size = static_cast<std::int64_t>(reading.body.size());
     const bool is_reset = result.isCut && reply.cut == Cut::reset;
-    if (request.sizeLimit >= 0 && size > request.sizeLimit) {
+    if (request.own == 0 && request.sizeLimit >= 0 && size > request.sizeLimit) {
         result.failures = {end::write_failed};
     } else if (result.isCut && reply.cut == Cut::stall && !reading.isWhole && !reading.isMalformed) {
         result.lasts = true;

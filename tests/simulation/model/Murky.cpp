@@ -3,16 +3,53 @@
 
 #include <algorithm>
 #include <set>
+#include <vector>
 
 #include "parties/Configs.h"
 
 namespace kel::http::simulation {
 namespace {
 
+bool isResumed(const RequestScript& request) {
+    return request.download >= 3 && request.own == 0;
+}
+
+// Where a request may come to, and what it may be told there.
+struct Reach {
+    std::set<std::int64_t> exchanges;
+    std::set<std::int64_t> hosts;
+    std::vector<ReplyScript> replies;
+};
+
+Reach reachOf(const Script& script, const RequestScript& request) {
+    Reach reach{{request.exchange}, {request.host}, {}};
+    for (bool is_growing = true; is_growing;) {
+        is_growing = false;
+        reach.replies.clear();
+        for (const ReplyScript& reply : script.replies) {
+            if (reach.exchanges.count(reply.exchange) == 0) continue;
+            reach.replies.push_back(reply);
+            if (reply.location < 0) continue;
+            reach.hosts.insert(reply.locationHost);
+            is_growing = reach.exchanges.insert(reply.location).second || is_growing;
+        }
+    }
+    return reach;
+}
+
+template <typename Condition>
+bool anyReply(const Reach& reach, Condition condition) {
+    return std::any_of(reach.replies.begin(), reach.replies.end(), condition);
+}
+
 // What comes behind an answer's end is the beginning of the next one for whoever asks over that connection in this moment.
-bool leavesBytesBehind(const Script& script) {
-    return std::any_of(script.replies.begin(), script.replies.end(),
-                       [](const ReplyScript& reply) { return reply.lie == Lie::shorter; });
+bool meetsBytesLeftBehind(const Script& script, const Reach& own) {
+    return std::any_of(script.requests.begin(), script.requests.end(), [&](const RequestScript& request) {
+        const Reach reach = reachOf(script, request);
+        return anyReply(reach, [](const ReplyScript& reply) { return reply.lie == Lie::shorter; }) &&
+               std::any_of(reach.hosts.begin(), reach.hosts.end(),
+                           [&own](std::int64_t host) { return own.hosts.count(host) != 0; });
+    });
 }
 
 bool changesFiles(Deed deed) {
@@ -27,21 +64,13 @@ bool speaksTls(const Script& script) {
 
 bool isMurkyOutside(const Script& script, const RequestScript& request) {
     if (script.world.proxyMode != ProxyMode::off && request.proxies > 0) return true;
-    if (leavesBytesBehind(script)) return true;
-    std::set<std::int64_t> exchanges{request.exchange};
-    std::set<std::int64_t> hosts{request.host};
-    for (bool is_growing = true; is_growing;) {
-        is_growing = false;
-        for (const ReplyScript& reply : script.replies) {
-            if (exchanges.count(reply.exchange) == 0) continue;
-            if (reply.lie == Lie::two) return true;
-            if (reply.range != Range::ignored && request.download >= 3) return true;
-            if (reply.location < 0) continue;
-            hosts.insert(reply.locationHost);
-            is_growing = exchanges.insert(reply.location).second || is_growing;
-        }
-    }
-    return std::any_of(hosts.begin(), hosts.end(),
+    const Reach reach = reachOf(script, request);
+    return meetsBytesLeftBehind(script, reach) ||
+           anyReply(reach,
+                    [&request](const ReplyScript& reply) {
+                        return reply.lie == Lie::two || (reply.range != Range::ignored && isResumed(request));
+                    }) ||
+           std::any_of(reach.hosts.begin(), reach.hosts.end(),
                        [&script](std::int64_t id) { return script.host(id).tlsCut != Cut::none; });
 }
 
@@ -52,7 +81,8 @@ bool isRefused(const RequestScript& request) {
 
 bool isMurky(const Script& script, const RequestScript& request) {
     const bool has_files = !filesOf(request).empty();
-    return isMurkyOutside(script, request) || request.own != 0 || request.download >= 3 || isRefused(request) ||
+    return isMurkyOutside(script, request) || isResumed(request) || (request.own != 0 && request.bodyFile == 2) ||
+           isRefused(request) ||
            std::any_of(script.actions.begin(), script.actions.end(), [&](const ActionScript& action) {
                return has_files && action.request == request.id && changesFiles(action.deed);
            });

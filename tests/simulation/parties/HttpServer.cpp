@@ -77,11 +77,13 @@ class HttpPeer : public Peer {
         if (is_cut) bytes.resize(static_cast<std::size_t>(reply.cutAt));
         const std::size_t piece =
             reply.piece > 0 ? static_cast<std::size_t>(reply.piece) : std::max<std::size_t>(bytes.size(), 1);
-        Time at = servers_.world_.now() + Time(reply.delay);
+        const Time first = servers_.world_.now() + Time(reply.delay);
+        Time at = first;
         for (std::size_t begin = 0; begin < bytes.size(); begin += piece, at += Time(reply.gap)) {
             link.send(at, bytes.substr(begin, piece));
         }
-        end(link, is_cut ? reply.cut : Cut::none, closes, std::max(at - Time(reply.gap), link.planned()));
+        const Time last = std::max({first, at - Time(reply.gap), link.planned()});
+        end(link, is_cut ? reply.cut : Cut::none, closes, last);
     }
 
     void end(Link& link, Cut cut, bool closes, Time last) {
