@@ -5,6 +5,8 @@
 
 #include "FloorTransfer.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
@@ -55,6 +57,8 @@ void FloorTransfer::addTarget() {
     curl_easy_setopt(easy_, CURLOPT_HEADERDATA, this);
     curl_easy_setopt(easy_, CURLOPT_SOCKOPTFUNCTION, &FloorTransfer::watchSocket);
     curl_easy_setopt(easy_, CURLOPT_SOCKOPTDATA, this);
+    curl_easy_setopt(easy_, CURLOPT_CLOSESOCKETFUNCTION, &FloorTransfer::closeSocket);
+    curl_easy_setopt(easy_, CURLOPT_CLOSESOCKETDATA, nullptr);
 }
 
 void FloorTransfer::addCookies(CURLSH* cookies, const std::string& file) {
@@ -135,6 +139,10 @@ CURLcode FloorTransfer::leaveContext(CURL*, void*, void*) {
 
 int FloorTransfer::watchSocket(void*, curl_socket_t, curlsocktype) {
     return CURL_SOCKOPT_OK;
+}
+
+int FloorTransfer::closeSocket(void*, curl_socket_t descriptor) {
+    return close(descriptor);
 }
 
 }  // namespace kel::http::bench

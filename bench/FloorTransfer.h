@@ -55,6 +55,7 @@ class FloorTransfer {
     static int takeProgress(void* transfer, curl_off_t total, curl_off_t now, curl_off_t, curl_off_t);
     static CURLcode leaveContext(CURL* easy, void* context, void* transfer);
     static int watchSocket(void* context, curl_socket_t descriptor, curlsocktype purpose);
+    static int closeSocket(void* context, curl_socket_t descriptor);
 
     const std::string url_;
     ko::executor& executor_;
