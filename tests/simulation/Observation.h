@@ -72,6 +72,8 @@ struct Arrival {
     std::int64_t bodySize = 0;
     // Counted for all servers together.
     std::int64_t connection = 0;
+    // Whose tunnel it came through; 0: straight.
+    std::int64_t proxy = 0;
 };
 
 // What a proxy was asked, and what it said.
@@ -83,11 +85,21 @@ struct ProxyAsk {
     bool withCredentials = false;
 };
 
+// A connection to a proxy, whatever becomes of it.
+struct ProxyLink {
+    Time at{0};
+    std::int64_t proxy = 0;
+    // Arrivals before it.
+    std::size_t arrivals = 0;
+};
+
 // A request, or a part of one, that came to a connection on which nothing is answered any more.
 struct Unheard {
     Time at{0};
     std::int64_t host = 0;
     std::int64_t connection = 0;  // -1: not known
+    // Arrivals before it.
+    std::size_t arrivals = 0;
 };
 
 // What a caller did.
@@ -136,6 +148,7 @@ struct Observation {
     // Left behind as well: of memory, in blocks and bytes, and of the process's descriptors.
     std::int64_t blocks = 0;
     std::int64_t descriptors = 0;
+    std::vector<ProxyLink> proxyLinks;
 };
 
 }  // namespace kel::http::simulation

@@ -3,6 +3,7 @@
 
 #include "checks/CheckCallers.h"
 #include "checks/CheckFiles.h"
+#include "checks/CheckProxies.h"
 #include "checks/RoadCheck.h"
 #include "model/Model.h"
 #include "model/Murky.h"
@@ -121,6 +122,7 @@ std::vector<std::string> faults(const Script& script, const Observation& seen) {
     checkLast(seen, faults);
     checkRemains(seen, faults);
     checkCallers(script, seen, faults);
+    checkProxies(script, seen, faults);
     checkFiles(script, seen, faults);
     return faults;
 }

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "parties/Answer.h"
+#include "parties/Proxies.h"
 #include "parties/SentBody.h"
 #include "parties/TlsPeer.h"
 
@@ -14,11 +15,12 @@ namespace kel::http::simulation {
 // One connection: takes requests apart, one after the other, and plans the answers.
 class HttpPeer : public Peer {
  public:
-    HttpPeer(HttpServers& servers, std::int64_t host)
-        : servers_(servers), host_(servers.script_.host(host)), number_(servers.connections_++) {}
+    HttpPeer(HttpServers& servers, std::int64_t host, std::int64_t proxy)
+        : servers_(servers), host_(servers.script_.host(host)), number_(servers.connections_++), proxy_(proxy) {}
 
     void onBytes(Link& link, std::string_view bytes) override {
-        if (ended_) servers_.observation_.unheard.push_back({servers_.world_.now(), host_.id, number_});
+        Observation& seen = servers_.observation_;
+        if (ended_) seen.unheard.push_back({servers_.world_.now(), host_.id, number_, seen.arrivals.size()});
         received_ += bytes;
         while (!ended_ && takeRequest(link)) {
         }
@@ -55,6 +57,7 @@ class HttpPeer : public Peer {
         arrival.bodyIsRight = body.empty() || (has_body && isSentBody(*asked, head, body));
         arrival.head = head;
         arrival.connection = number_;
+        arrival.proxy = proxy_;
         arrival.bodySize = static_cast<std::int64_t>(body.size());
         return arrival;
     }
@@ -106,6 +109,7 @@ class HttpPeer : public Peer {
     HttpServers& servers_;
     const HostScript host_;
     const std::int64_t number_;
+    const std::int64_t proxy_;
     std::string received_;
     std::int64_t answered_ = 0;
     // Nothing is answered any more.
@@ -135,7 +139,7 @@ HttpServers::HttpServers(World& world, const Script& script, Observation& observ
     for (std::int64_t host = 0; host < most_hosts; ++host) {
         const HostScript known = script.host(host);
         const std::uint16_t port = known.tls != 0 ? 443 : 80;
-        world.network.listen({ipOf(host), port}, [this, host](Link&) { return accept(host); });
+        world.network.listen({ipOf(host), port}, [this, host](Link& link) { return accept(host, link); });
         NameEntry& entry = world.names["host-" + std::to_string(host)];
         entry.addresses = addressesOf(known);
         entry.delay = Time(known.nameDelay);
@@ -150,13 +154,13 @@ std::string HttpServers::url(const Script& script, std::int64_t host, std::int64
            std::to_string(request);
 }
 
-Network::Acceptance HttpServers::accept(std::int64_t host) {
+Network::Acceptance HttpServers::accept(std::int64_t host, const Link& link) {
     HostScript known = script_.host(host);
     if (isCalm()) known.connect = Connect::accept;
     Network::Acceptance acceptance;
     acceptance.delay = known.connect == Connect::silent ? Never : Time(known.connectDelay);
     if (known.connect == Connect::refuse) acceptance.error = ECONNREFUSED;
-    acceptance.peer = std::make_shared<HttpPeer>(*this, host);
+    acceptance.peer = std::make_shared<HttpPeer>(*this, host, Proxies::at(link.to().ip));
     if (known.tls != 0) acceptance.peer = tlsPeer(world_, known, acceptance.peer, observation_);
     // libcurl 7.88 loses the failure of a handshake, and asks for the next step for ever, when what it has to say about that
     // can not leave at once. Linux interrupts no send that does not wait.

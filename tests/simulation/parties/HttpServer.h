@@ -29,7 +29,7 @@ class HttpServers {
 
  private:
     friend class HttpPeer;
-    Network::Acceptance accept(std::int64_t host);
+    Network::Acceptance accept(std::int64_t host, const Link& link);
     // Which answer it is, counted for each request and exchange.
     std::size_t arrive(Arrival arrival);
 

@@ -147,7 +147,12 @@ Proxies::Proxies(World& world, const Script& script, Observation& observation)
     }
 }
 
+std::int64_t Proxies::at(std::uint32_t ip) {
+    return ip > ipOf(0) && ip <= ipOf(most_proxies) ? ip - ipOf(0) : 0;
+}
+
 Network::Acceptance Proxies::accept(std::int64_t id) {
+    observation_.proxyLinks.push_back({world_.now(), id, observation_.arrivals.size()});
     const ProxyScript known = script_.proxy(id);
     Network::Acceptance acceptance;
     acceptance.delay = known.connect == Connect::silent ? Never : Time(known.connectDelay);

@@ -20,6 +20,8 @@ class Proxies {
  public:
     Proxies(World& world, const Script& script, Observation& observation);
 
+    // Whose address this is; 0: nobody's.
+    static std::int64_t at(std::uint32_t ip);
     // As callers name it, with the credentials that the script gives them.
     static std::string url(const ProxyScript& proxy);
 
