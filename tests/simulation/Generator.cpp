@@ -5,6 +5,7 @@
 #include "GeneratorMoments.h"
 #include "GeneratorNetwork.h"
 #include "GeneratorParts.h"
+#include "GeneratorProxies.h"
 #include "Script.h"
 #include "world/Random.h"
 
@@ -146,6 +147,7 @@ Script generate(std::uint64_t seed) {
     addCallers(script, seed);
     addCalm(script, seed);
     addMoments(script, seed);
+    addProxyOrders(script, seed);
     return script;
 }
 

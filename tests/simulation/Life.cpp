@@ -16,8 +16,6 @@
 namespace kel::http::simulation {
 namespace {
 
-// Whoever has no limit of its own is cancelled then, and everything has ended a while later.
-constexpr Time patience = std::chrono::seconds(120);
 constexpr std::int64_t most_steps = 300'000;
 
 // False: it goes on for ever.
@@ -64,7 +62,7 @@ void liveIn(const Script& script, std::FILE* account, const Folder& folder, Obse
     setUpProxies(*engine, script);
     Callers callers(world, script, observation, executors, folder, engine);
     LastCaller last(world, observation);
-    observation.isStuck = !goOn(world, callers, world.now() + patience);
+    observation.isStuck = !goOn(world, callers, world.now() + std::chrono::seconds(script.world.patience));
     callers.giveUp();
     observation.isStuck = !drain(world) || observation.isStuck;
     servers.calm();

@@ -23,6 +23,8 @@ struct OrderScript {
     std::int64_t proxy = 1;
     // From then on connections are accepted, names are found and answers are whole; 0: when all callers have finished.
     std::int64_t calmAt = 0;
+    // Whoever has no limit of its own is cancelled after so many seconds.
+    std::int64_t patience = 120;
 
     static constexpr std::string_view word = "world";
     template <typename Visitor>
@@ -34,6 +36,7 @@ struct OrderScript {
         visitor("proxyMode", proxyMode);
         visitor("proxy", proxy);
         visitor("calmAt", calmAt);
+        visitor("patience", patience);
     }
 };
 

@@ -16,10 +16,11 @@ struct State {
     bool (*isReached)(const Scene& scene);
 };
 
-// All of them: those that callers bring about, those of roads, and those of answers and networks.
+// All of them: those that callers bring about, those of roads, those of answers and networks, and those of proxies.
 std::vector<State> statesOfCallers();
 std::vector<State> statesOfRoads();
 std::vector<State> statesOfAnswers();
+std::vector<State> statesOfProxies();
 const std::vector<State>& allStates();
 
 // How many worlds have reached which.
