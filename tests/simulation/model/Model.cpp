@@ -149,7 +149,7 @@ void Model::judgeBody(const RequestScript& request, const ReplyScript& reply, Co
         result.failures = {end::write_failed};
     } else if (result.isCut && reply.cut == Cut::stall && !reading.isWhole && !reading.isMalformed) {
         result.lasts = true;
-    } else if (reading.isWhole || (reading.isEndedByClose() && !is_reset)) {
+    } else if (reading.isWhole || ((reading.isEndedByClose() || reading.lacksLineFeed) && !is_reset)) {
         result.response = true;
     } else {
         result.failures = {end::other};

@@ -99,6 +99,7 @@ class Reader {
             if (size == 0) {
                 const bool began = !rest_.empty();
                 reading_.isWhole = readLines();
+                reading_.lacksLineFeed = rest_ == "\r";
                 reading_.endsInTrailer = began && !reading_.isWhole;
                 return;
             }

@@ -35,6 +35,8 @@ struct Reading {
     // It is no answer of HTTP's, or its chunks are none.
     bool isForeign = false;
     bool isMalformed = false;
+    // Of its chunks only the very last byte is missing.
+    bool lacksLineFeed = false;
     // Something of the trailer has come, but not its end.
     bool endsInTrailer = false;
 

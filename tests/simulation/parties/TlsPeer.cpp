@@ -96,7 +96,7 @@ class TlsPeer : public Peer {
     }
 
     void onBytes(Link& link, std::string_view bytes) override {
-        if (ended_) return observation_.unheard.push_back({world_.now(), host_.id, -1});
+        if (ended_) return observation_.unheard.push_back({world_.now(), host_.id, -1, observation_.arrivals.size()});
         const ErrorFence fence;
         BIO_write(in_, bytes.data(), static_cast<int>(bytes.size()));
         if (!shakeHands(link)) return;
