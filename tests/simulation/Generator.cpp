@@ -2,6 +2,7 @@
 // Worlds from seeds. Each seed does without a random half of the kinds of trouble: what always happens hides the rest.
 #include <algorithm>
 
+#include "GeneratorKin.h"
 #include "GeneratorMoments.h"
 #include "GeneratorNetwork.h"
 #include "GeneratorParts.h"
@@ -148,6 +149,7 @@ Script generate(std::uint64_t seed) {
     addCalm(script, seed);
     addMoments(script, seed);
     addProxyOrders(script, seed);
+    addKin(script, seed);
     return script;
 }
 

@@ -36,6 +36,12 @@ struct SeenRun {
     bool orphaned = false;
 };
 
+// One call of a progress callback.
+struct SeenProgress {
+    std::int64_t total = 0;
+    std::int64_t received = 0;
+};
+
 struct SeenRequest {
     bool started = false;
     Time startedAt{0};
@@ -57,6 +63,7 @@ struct SeenRequest {
     bool isChanged = false;
     bool isRemoved = false;
     std::string changed;
+    std::vector<SeenProgress> reports;
 };
 
 // What a server was asked.
@@ -149,6 +156,9 @@ struct Observation {
     std::int64_t blocks = 0;
     std::int64_t descriptors = 0;
     std::vector<ProxyLink> proxyLinks;
+    // Clients and requests that are still there though everybody has let go of them and the engine has nothing to do, and
+    // files that are still open then.
+    std::vector<std::string> survivors;
 };
 
 }  // namespace kel::http::simulation

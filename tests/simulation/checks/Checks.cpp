@@ -2,8 +2,11 @@
 #include "checks/Checks.h"
 
 #include "checks/CheckCallers.h"
+#include "checks/CheckConnections.h"
 #include "checks/CheckFiles.h"
 #include "checks/CheckProxies.h"
+#include "checks/CheckPlain.h"
+#include "checks/CheckProgress.h"
 #include "checks/RoadCheck.h"
 #include "model/Model.h"
 #include "model/Murky.h"
@@ -100,6 +103,7 @@ void checkRemains(const Observation& seen, Faults& faults) {
     if (seen.blocks > 0)
         faults.push_back(std::to_string(seen.blocks) + " blocks with " + std::to_string(seen.bytes) +
                          " bytes are left");
+    for (const std::string& name : seen.survivors) faults.push_back(name + " is still there though nobody needs it");
     for (const std::string& file : seen.files) faults.push_back("a file is left: " + file);
 }
 
@@ -124,6 +128,9 @@ std::vector<std::string> faults(const Script& script, const Observation& seen) {
     checkCallers(script, seen, faults);
     checkProxies(script, seen, faults);
     checkFiles(script, seen, faults);
+    checkConnections(script, seen, faults);
+    checkPlain(script, seen, faults);
+    checkProgress(script, seen, faults);
     return faults;
 }
 

@@ -73,6 +73,7 @@ struct Scene {
     // The next resumption, or the end of the world.
     Time resumedAfter(std::int64_t request, Time at) const;
     const Journey* journey(std::int64_t request) const;
+    Phase phaseAt(const Journey& journey, Time at) const;
 
     const Script& script;
     const Observation& seen;
@@ -81,7 +82,6 @@ struct Scene {
 
  private:
     void addVisits(Journey& journey) const;
-    Phase phaseAt(const Journey& journey, Time at) const;
 };
 
 }  // namespace kel::http::simulation

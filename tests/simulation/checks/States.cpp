@@ -6,7 +6,7 @@ namespace kel::http::simulation {
 const std::vector<State>& allStates() {
     static const std::vector<State> all = [] {
         std::vector<State> states = statesOfCallers();
-        for (const auto& more : {statesOfRoads(), statesOfAnswers(), statesOfProxies()})
+        for (const auto& more : {statesOfRoads(), statesOfAnswers(), statesOfProxies(), statesOfKin()})
             states.insert(states.end(), more.begin(), more.end());
         return states;
     }();

@@ -16,11 +16,13 @@ struct State {
     bool (*isReached)(const Scene& scene);
 };
 
-// All of them: those that callers bring about, those of roads, those of answers and networks, and those of proxies.
+// All of them: those that callers bring about, those of roads, of answers and networks, of proxies, and of requests that belong
+// together.
 std::vector<State> statesOfCallers();
 std::vector<State> statesOfRoads();
 std::vector<State> statesOfAnswers();
 std::vector<State> statesOfProxies();
+std::vector<State> statesOfKin();
 const std::vector<State>& allStates();
 
 // How many worlds have reached which.

@@ -55,6 +55,7 @@ std::shared_ptr<Client> Callers::clientOf(const RequestScript& request) {
     if (!client) {
         client =
             createClient(executors_.of(request.client), *logging::getLogger("simulation", 0), clientOptions(script_));
+        remains_.watch("client " + std::to_string(request.client), client);
     }
     return client;
 }
@@ -79,6 +80,7 @@ void Callers::startOwn(const RequestScript& request) {
                                                   configOf(script_, request, folder_),
                                                   [this, id = request.id](Moment moment) { happen(id, moment); });
     running_[request.id].own = own;
+    remains_.watch("request " + std::to_string(request.id), own);
     own->start();
 }
 
@@ -142,6 +144,7 @@ void Callers::onProgress(const RequestScript& request, const ProgressData& data)
     world_.note("caller", "hears of progress of " + std::to_string(request.id) + ": " + std::to_string(data.received));
     ++seen.progress;
     if (seen.cancelled || !seen.outcomes.empty()) ++seen.lateProgress;
+    seen.reports.push_back({data.total, data.received});
     seen.mostProgress = std::max(seen.mostProgress, std::int64_t{data.received});
     happen(request.id, Moment::progress);
 }

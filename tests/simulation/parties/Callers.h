@@ -14,6 +14,7 @@
 #include "parties/Executors.h"
 #include "parties/Folder.h"
 #include "parties/OwnRequests.h"
+#include "parties/Remains.h"
 #include "world/World.h"
 
 namespace kel::http::simulation {
@@ -88,6 +89,7 @@ class Callers {
     // Steps that were bound to a moment and have been done.
     std::set<const void*> done_;
     bool has_given_up_ = false;
+    Remains remains_;
 };
 
 }  // namespace kel::http::simulation

@@ -203,6 +203,7 @@ void Callers::giveUp() {
 void Callers::leave() {
     running_.clear();
     clients_.clear();
+    observation_.survivors = remains_.survivors(folder_.pathOf({}));
     observation_.contents = folder_.contents();
 }
 
