@@ -91,21 +91,30 @@ class KinGenerator {
 
     // A kept connection breaks while libcurl has read of the body already, and sent nothing of it.
     void addRepeatedUploads() {
-        host_.interrupted = random_.between(2, 3);
+        const bool is_chance = random_.oneIn(3);
+        if (is_chance) {
+            host_.interrupted = random_.between(2, 3);
+        } else {
+            host_.headOnly = random_.between(1, 300 * millisecond);
+        }
         add(request(begin_), reply(10));
-        for (std::int64_t count = random_.between(2, 4); count > 0; --count) {
+        for (std::int64_t count = random_.between(1, 3); count > 0; --count) {
             begin_ += second;
             RequestScript upload = request(begin_);
-            upload.verb = random_.oneIn(4) ? Verb::POST : Verb::PUT;
+            upload.verb = random_.oneIn(6) ? Verb::POST : Verb::PUT;
             upload.body = random_.between(1, 20000);
-            if (upload.verb == Verb::PUT && random_.oneIn(3)) upload.bodyFile = 1;
+            if (upload.verb == Verb::PUT && random_.oneIn(4)) upload.bodyFile = 1;
             add(upload, reply(10));
-            TroubleScript reset;
-            reset.at = reset.until = begin_;
-            reset.kind = Trouble::reset;
-            reset.host = host_.id;
-            script_.troubles.push_back(reset);
+            if (is_chance) addReset(begin_);
         }
+    }
+
+    void addReset(std::int64_t at) {
+        TroubleScript reset;
+        reset.at = reset.until = at;
+        reset.kind = Trouble::reset;
+        reset.host = host_.id;
+        script_.troubles.push_back(reset);
     }
 
     // Its caller pauses in the instant in which body and trailers come: these wait until it goes on.

@@ -71,6 +71,9 @@ struct HostScript {
     Cut tlsCut = Cut::none;
     // 1: its certificate is another host's.
     std::int64_t tlsWrong = 0;
+    // Behind an answer a connection takes the head of the next request, but nothing of its body, and breaks so long after;
+    // 0: never.
+    std::int64_t headOnly = 0;
 
     static constexpr std::string_view word = "host";
     template <typename Visitor>
@@ -92,6 +95,7 @@ struct HostScript {
         visitor("tlsCutAt", tlsCutAt);
         visitor("tlsCut", tlsCut);
         visitor("tlsWrong", tlsWrong);
+        visitor("headOnly", headOnly);
     }
 };
 

@@ -106,7 +106,7 @@ void checkOutcome(const Told& told, Faults& faults) {
 }
 
 void checkWay(const Told& told, Faults& faults) {
-    if (told.arrival == nullptr || told.what.runs.size() > 1) return;
+    if (told.arrival == nullptr || told.what.runs.size() > 1 || wasEverPaused(told)) return;
     const Time late = told.arrival->at - told.what.startedAt - Time(told.script.host(told.request.host).connectDelay);
     if (late > margin)
         told.complain("it reaches its server " + std::to_string(late.count()) + " us later than it could", faults);

@@ -12,7 +12,8 @@ namespace {
 // Longer ones may not be through when the world ends.
 constexpr Time slow = std::chrono::seconds(60);
 
-bool isPlainHost(const HostScript& host) {
+bool isPlainHost(const HostScript& host, Nuisance nuisance) {
+    if (nuisance == Nuisance::none && host.headOnly != 0) return false;
     return host.connect == Connect::accept && host.named == 0 && host.deadAddresses == 0 && host.tls == 0 &&
            host.idle == 0 && host.answers == 0;
 }
@@ -47,7 +48,7 @@ bool isPlain(const Script& script, const RequestScript& request, Nuisance nuisan
         std::all_of(script.troubles.begin(), script.troubles.end(), [nuisance](const TroubleScript& trouble) {
             return nuisance == Nuisance::resets && trouble.kind == Trouble::reset;
         });
-    return is_network_plain && isPlainRequest(script, request) && isPlainHost(script.host(request.host)) &&
+    return is_network_plain && isPlainRequest(script, request) && isPlainHost(script.host(request.host), nuisance) &&
            std::none_of(script.actions.begin(), script.actions.end(),
                         [&request](const ActionScript& action) { return isDisturbance(request, action); }) &&
            std::all_of(script.replies.begin(), script.replies.end(), [&request](const ReplyScript& reply) {

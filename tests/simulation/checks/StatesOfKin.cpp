@@ -20,15 +20,12 @@ bool twins(const Scene& scene) {
     });
 }
 
-// libcurl has begun to send when its connection breaks, in the instant in which it began.
-bool interruptedUpload(const Scene& scene) {
-    const Counters& counters = scene.seen.counters;
-    if (counters.interruptedSends == 0 || counters.resetReceives == 0) return false;
+// Its first try has met a connection that took no more than its head.
+bool uploadBegunAnew(const Scene& scene) {
     return scene.anyVisit([&](const Journey& one, const Visit& visit) {
-        return one.request.verb == Verb::PUT && visit.arrival->bodySize > 0 && !visit.isUsed && one.hasResponse() &&
-               std::any_of(scene.script.troubles.begin(), scene.script.troubles.end(), [&](const auto& trouble) {
-                   return trouble.kind == Trouble::reset && one.told.startedAt - scene.seen.begin == Time(trouble.at);
-               });
+        const Time broken = one.told.startedAt + Time(scene.script.host(one.request.host).headOnly);
+        return one.request.verb == Verb::PUT && visit.arrival->bodySize > 0 && one.hasResponse() &&
+               broken > one.told.startedAt && visit.arrival->at >= broken && !visit.isUsed && &visit == one.last();
     });
 }
 
@@ -119,7 +116,7 @@ bool failedBesideServed(const Scene& scene) {
 std::vector<State> statesOfKin() {
     return {
         {"two answered in the same instant", twins},
-        {"upload interrupted by a reset, and served", interruptedUpload},
+        {"upload begun anew of which a head had come", uploadBegunAnew},
         {"trailers held back by a pause", heldTrailers},
         {"limit one byte below the body", limited<-1>},
         {"limit as long as the body", limited<0>},

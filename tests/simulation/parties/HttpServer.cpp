@@ -32,11 +32,20 @@ class HttpPeer : public Peer {
         if (end == std::string::npos) return false;
         const std::string head = received_.substr(0, end + 4);
         const std::size_t length = lengthIn(head);
-        if (received_.size() < head.size() + length) return false;
+        if (received_.size() < head.size() + length) {
+            if (host_.headOnly > 0 && answered_ > 0) takeNoMore(link);
+            return false;
+        }
         const std::string body = received_.substr(head.size(), length);
         received_.erase(0, head.size() + length);
         answer(link, head, body);
         return true;
+    }
+
+    void takeNoMore(Link& link) {
+        ended_ = true;
+        link.takeNothing();
+        link.reset(servers_.world_.now() + Time(host_.headOnly));
     }
 
     static std::size_t lengthIn(const std::string& head) {

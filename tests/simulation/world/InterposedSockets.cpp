@@ -97,7 +97,10 @@ ssize_t sendOn(Link& link, const void* bytes, std::size_t size) {
     if (!link.faults.sendsAtOnce && isInterrupted(link)) return interrupt(world.counters.interruptedSends);
     std::int64_t taken = atMost(size, link.faults.mostSent);
     if (link.room() >= 0) taken = std::min(taken, link.room());
-    if (taken == 0 && size > 0) return fail(EAGAIN);
+    if (taken == 0 && size > 0) {
+        link.seemsWritable = false;
+        return fail(EAGAIN);
+    }
     link.use(taken);
     link.hasMoved = true;
     if (taken < static_cast<std::int64_t>(size)) ++world.counters.shortSends;

@@ -59,7 +59,7 @@ bool Link::isReadable(Time now) {
 
 bool Link::isWritable(Time now) {
     arrive(now);
-    return state == State::Refused || wasReset || (state == State::Connected && room_ != 0);
+    return state == State::Refused || wasReset || (state == State::Connected && (room_ != 0 || seemsWritable));
 }
 
 Link* Network::find(int descriptor) {

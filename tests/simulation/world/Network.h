@@ -66,6 +66,11 @@ class Link {
     std::deque<Event> takePlanned() { return std::exchange(wire_, {}); }
     // So many bytes of the client's are still taken; then none until `more` at that time. Less than 0: all.
     void take(std::int64_t bytes) { room_ = bytes; }
+    // None are, though it seems so until somebody has tried.
+    void takeNothing() {
+        room_ = 0;
+        seemsWritable = true;
+    }
 
     // From now on nobody at the other end says or hears anything, without a word of farewell.
     void fallSilent();
@@ -86,6 +91,7 @@ class Link {
     // Calls since the last interruption, and whether one of them got any further.
     std::int64_t calls = 0;
     bool hasMoved = true;
+    bool seemsWritable = false;
     std::string arrived;
     bool finished = false;
     bool wasReset = false;
