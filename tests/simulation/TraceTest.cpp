@@ -48,6 +48,19 @@ TEST(TraceTest, EachPartOfAnEventCounts) {
     EXPECT_NE(hash(Time(1), "server", "closes"), usual);
 }
 
+TEST(TraceTest, WhatHappensInAnyOrderCountsAllTheSame) {
+    const auto hash = [](const char* first, const char* second) {
+        Trace trace;
+        trace.beginAnyOrder();
+        trace.note(Time(1), "socket", first);
+        trace.note(Time(1), "socket", second);
+        trace.endAnyOrder();
+        return trace.hash();
+    };
+    EXPECT_EQ(hash("one", "two"), hash("two", "one"));
+    EXPECT_NE(hash("one", "two"), hash("one", "three"));
+}
+
 TEST(TraceTest, AWorldIsTheSameAgainAndBehindOthers) {
     warmUp();
     for (std::uint64_t seed = 1; seed <= 5; ++seed) {

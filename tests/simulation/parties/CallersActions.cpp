@@ -120,7 +120,9 @@ void Callers::destroyEngine() {
         if (running.own) running.own->orphan();
     }
     observation_.engineEnd = world_.now();
+    world_.trace.beginAnyOrder();
     engine_.reset();
+    world_.trace.endAnyOrder();
     world_.note("caller", "has no engine any more");
 }
 
