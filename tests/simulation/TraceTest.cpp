@@ -49,11 +49,11 @@ TEST(TraceTest, EachPartOfAnEventCounts) {
 }
 
 TEST(TraceTest, WhatHappensInAnyOrderCountsAllTheSame) {
-    const auto hash = [](const char* first, const char* second) {
+    const auto hash = [](const char* one, const char* other) {
         Trace trace;
         trace.beginAnyOrder();
-        trace.note(Time(1), "socket", first);
-        trace.note(Time(1), "socket", second);
+        trace.note(Time(1), "socket", one);
+        trace.note(Time(1), "socket", other);
         trace.endAnyOrder();
         return trace.hash();
     };
