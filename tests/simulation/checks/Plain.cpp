@@ -3,9 +3,8 @@
 
 #include <algorithm>
 #include <set>
-#include <string_view>
-#include <vector>
 
+#include "model/Fields.h"
 #include "model/Murky.h"
 #include "parties/Answer.h"
 
@@ -14,8 +13,6 @@ namespace {
 
 // Longer ones may not be through when the world ends.
 constexpr Time slow = std::chrono::seconds(60);
-
-using Names = std::set<std::string_view>;
 
 // Fields that may have any value; all others have their defaults, those of kinds of trouble to come included.
 const Names world_fields = {"order", "posting", "executors", "digest", "proxyMode", "proxy", "calmAt"};
@@ -29,19 +26,6 @@ const Names request_fields = {
     "cookies",    "timing",   "headers", "after",   "proxies"};
 const std::set<Deed> deeds = {Deed::cancel,        Deed::pause, Deed::resume, Deed::settle,     Deed::dropClient,
                               Deed::destroyEngine, Deed::queue, Deed::listen, Deed::endExecutor};
-
-template <typename Record>
-bool isUsualBut(const Names& names, Record record) {
-    Record usual;
-    std::vector<std::int64_t> defaults;
-    usual.visit([&](std::string_view, auto& value) { defaults.push_back(static_cast<std::int64_t>(value)); });
-    bool is_usual = true;
-    std::size_t field = 0;
-    record.visit([&](std::string_view name, auto& value) {
-        if (static_cast<std::int64_t>(value) != defaults[field++] && names.count(name) == 0) is_usual = false;
-    });
-    return is_usual;
-}
 
 bool isPlainHost(const HostScript& host, Nuisance nuisance) {
     return isUsualBut(host_fields, host) && (host.headOnly == 0 || nuisance == Nuisance::resets);

@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <set>
 
+#include "model/Fields.h"
+
 namespace kel::http::simulation {
 namespace {
-
-using Names = std::set<std::string_view>;
 
 const Names world_fields = {"order", "posting", "executors", "digest", "proxyMode", "proxy", "calmAt"};
 const Names host_fields = {"id",          "connect",     "connectDelay", "answers",   "idle",      "mostReceived",
@@ -24,38 +24,18 @@ const Names request_fields = {"id",         "at",       "client",    "host",    
                               "proxies",    "login"};
 const Names action_fields = {"at", "deed", "request", "when", "whose"};
 
-template <typename Value>
-std::int64_t numberOf(const Value& value) {
-    return static_cast<std::int64_t>(value);
-}
-
-// Fields that are not known have their defaults.
-template <typename Record>
-bool isKnownRecord(const Record& record, const Names& names) {
-    Record usual;
-    std::vector<std::int64_t> defaults;
-    usual.visit([&](std::string_view, auto& value) { defaults.push_back(numberOf(value)); });
-    Record shown = record;
-    bool known = true;
-    std::size_t field = 0;
-    shown.visit([&](std::string_view name, auto& value) {
-        if (numberOf(value) != defaults[field++] && names.count(name) == 0) known = false;
-    });
-    return known;
-}
-
 bool isKnownDeed(const ActionScript& action) {
-    return action.deed <= Deed::remove && isKnownRecord(action, action_fields);
+    return action.deed <= Deed::remove && isUsualBut(action_fields, action);
 }
 
 // Values that came later count as unknown, too.
 bool isKnownHost(const HostScript& host) {
-    return host.connect <= Connect::silent && isKnownRecord(host, host_fields);
+    return host.connect <= Connect::silent && isUsualBut(host_fields, host);
 }
 
 bool isKnownReply(const ReplyScript& reply) {
     return reply.cut <= Cut::stall && reply.framing <= Framing::close && reply.lie <= Lie::garbage &&
-           reply.challenge <= Challenge::both && isKnownRecord(reply, reply_fields);
+           reply.challenge <= Challenge::both && isUsualBut(reply_fields, reply);
 }
 
 // Those that redirects may lead to as well. Who shares a host with them may meet their connections.
@@ -70,11 +50,11 @@ bool areRepliesKnown(const Script& script, std::int64_t exchange, std::set<std::
 }  // namespace
 
 bool isKnown(const Script& script, const RequestScript& request) {
-    const bool world_known = isKnownRecord(script.world, world_fields) &&
+    const bool world_known = isUsualBut(world_fields, script.world) &&
                              std::all_of(script.hosts.begin(), script.hosts.end(), isKnownHost) &&
                              std::all_of(script.actions.begin(), script.actions.end(), isKnownDeed);
     std::set<std::int64_t> seen;
-    return world_known && isKnownRecord(request, request_fields) && areRepliesKnown(script, request.exchange, seen);
+    return world_known && isUsualBut(request_fields, request) && areRepliesKnown(script, request.exchange, seen);
 }
 
 }  // namespace kel::http::simulation
