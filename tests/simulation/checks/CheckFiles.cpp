@@ -80,7 +80,8 @@ bool isRest(const Download& download, const std::string& rest, bool is_whole) {
 void checkResuming(const Download& download, Faults& faults) {
     const SeenRequest& told = download.told;
     const bool may_come = !told.isChanged && download.old.empty();
-    if (told.isRemoved && download.is_there && !download.old.empty())
+    const bool may_begin_anew = isMurkyOutside(download.script, download.request);
+    if (told.isRemoved && download.is_there && !download.old.empty() && !may_begin_anew)
         return download.complain("its file was removed and is there again", faults);
     if (!told.isRemoved && !download.is_there && !may_come)
         return download.complain("the file that it resumes has gone", faults);

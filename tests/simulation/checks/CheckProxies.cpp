@@ -112,6 +112,13 @@ class Account {
         if (standing(turn.proxy, turn.at) != Standing::unknown && wanted != turn.proxy)
             fail(run, "tries " + name(turn.proxy) + " before " + name(wanted));
         progress.left.erase(place);
+        // Who has been moved behind the others stays there, even if his time is over by the next turn. Who may have been is
+        // anywhere from now on.
+        progress.isLost = std::any_of(progress.left.begin(), progress.left.end(), [&](std::int64_t proxy) {
+            return standing(proxy, turn.at) == Standing::unknown;
+        });
+        std::stable_partition(progress.left.begin(), progress.left.end(),
+                              [&](std::int64_t proxy) { return standing(proxy, turn.at) != Standing::failed; });
         progress.latest = &turn;
     }
 

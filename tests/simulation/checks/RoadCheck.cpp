@@ -174,7 +174,7 @@ class Walk {
         if (asked_->next && isAllowed(outcome, model_.failuresBefore(*asked_->next, since_ - seen_.begin))) return;
         if (isAllowed(outcome, asked_->failures)) {
             // libcurl keeps the text of the first thing that went wrong, even of a connection that it has made good.
-            if (repetitions_ == 0 && outcome.message.find(asked_->message) == std::string::npos)
+            if (isFirst() && outcome.message.find(asked_->message) == std::string::npos)
                 fail("'" + outcome.message + "' instead of '" + asked_->message + "'");
             if (outcome.at < since_ + Time(0)) fail("failed before it was asked");
             return;
@@ -182,6 +182,12 @@ class Walk {
         if (asked_->repeats && isAllowed(outcome, model_.failuresBefore(stage_, since_ - seen_.begin))) return;
         if (asked_->repeats && repetitions_ == most_repetitions && diedTooOften(outcome)) return;
         checkUnheard(outcome);
+    }
+
+    // No answer has come to it before.
+    bool isFirst() const {
+        return repetitions_ == 0 && std::count_if(seen_.arrivals.begin(), seen_.arrivals.end(),
+                                                  [&](const Arrival& one) { return one.request == request_.id; }) == 1;
     }
 
     static bool isAllowed(const SeenOutcome& outcome, const std::vector<int>& failures) {

@@ -107,6 +107,8 @@ class Reader {
             if (rest_.size() < size + line_end.size()) return;
             rest_.remove_prefix(size + line_end.size());
         }
+        // Of a size that has not come as a whole the first digit shows.
+        reading_.isMalformed = !rest_.empty() && number(rest_, 16) < 0;
     }
 
     std::string_view rest_;
