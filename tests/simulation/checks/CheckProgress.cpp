@@ -68,7 +68,8 @@ void checkLast(const Download& download, const ReplyScript& reply, Faults& fault
 
 // A server that knows ranges has sent what was missing. Where its end is that of its connection nobody can tell.
 void checkWhole(const Download& download, const ReplyScript& reply, Faults& faults) {
-    if (reply.framing == Framing::close && reply.cut == Cut::close) return;
+    const bool may_close = reply.cut == Cut::close || download.script.host(download.request.host).tlsCut == Cut::close;
+    if (reply.framing == Framing::close && may_close) return;
     const bool goes_on = download.isResumed() && reply.range == Range::right && download.response()->status == 206;
     if (!goes_on) return;
     const std::string whole = oldTarget(download.script, download.request) +

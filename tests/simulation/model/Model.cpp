@@ -100,7 +100,7 @@ void Model::judgeBreak(const RequestScript& request, const ReplyScript& reply, b
 // A file that has been sent is not sent once more, which shows when the next server is reached.
 void Model::goOn(const RequestScript& request, Stage next, Consequence& result) {
     if (next.followed > most_redirects) {
-        result.failures = {end::other};
+        result.failures.push_back(end::other);
     } else {
         next.isTooLate = sendsOnce(request) && next.hasBody;
         if (next.isTooLate) result.failures.push_back(end::other);
