@@ -112,14 +112,15 @@ class Account {
         if (standing(turn.proxy, turn.at) != Standing::unknown && wanted != turn.proxy)
             fail(run, "tries " + name(turn.proxy) + " before " + name(wanted));
         progress.left.erase(place);
+        progress.latest = &turn;
         // Who has been moved behind the others stays there, even if his time is over by the next turn. Who may have been is
         // anywhere from now on.
         progress.isLost = std::any_of(progress.left.begin(), progress.left.end(), [&](std::int64_t proxy) {
             return standing(proxy, turn.at) == Standing::unknown;
         });
+        if (progress.isLost) return lose(run);
         std::stable_partition(progress.left.begin(), progress.left.end(),
                               [&](std::int64_t proxy) { return standing(proxy, turn.at) != Standing::failed; });
-        progress.latest = &turn;
     }
 
     void conclude(const ProxyRun& run, const Progress& progress) {

@@ -54,9 +54,16 @@ bool endsWithoutConnecting(const Script& script, const ProxyRun& run) {
 }
 
 // Of those that come to their end by themselves nothing is hidden but what others do at the same time.
+// They fail whoever uses that tunnel next before it shows in which one he is.
+bool leavesBytesBehind(const Script& script) {
+    return std::any_of(script.replies.begin(), script.replies.end(),
+                       [](const ReplyScript& reply) { return reply.lie == Lie::shorter; });
+}
+
 bool couldBeClear(const Scene& scene, const ProxyRun& run) {
     const std::set<std::int64_t> different(run.list.begin(), run.list.end());
-    return different.size() == run.list.size() && isPlain(run.journey->request) && isUndisturbed(scene, run);
+    return different.size() == run.list.size() && isPlain(run.journey->request) && isUndisturbed(scene, run) &&
+           !leavesBytesBehind(scene.script);
 }
 
 // What happens in the moment in which it begins is its own doing.
