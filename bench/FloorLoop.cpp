@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "FloorTransfer.h"
@@ -22,10 +23,10 @@ namespace {
 using TransferPtr = std::shared_ptr<FloorTransfer>;
 
 // The least that an engine of the library's design has to do: one thread for libcurl, a queue and an eventfd towards
-// it, select(2), a fresh easy handle for each request, and a task on the executor for each answer.
+// it, select(2) as long as descriptors fit, a fresh easy handle for each request, and a task on the executor for each answer.
 class FloorLoop final : public Loop {
  public:
-    FloorLoop(ko::executor& executor, Recipient& recipient);
+    FloorLoop(ko::executor& executor, Recipient& recipient, const std::string& ca_file);
     ~FloorLoop() override;
 
     void get(const std::string& url) override;
@@ -34,6 +35,8 @@ class FloorLoop final : public Loop {
     void run();
     void startQueued();
     void wait();
+    bool waitWithSelect(long milliseconds);
+    bool waitWithPoll(long milliseconds);
     void deliverFinished();
     void wakeUp() { eventfd_write(wakeup_, 1); }
 
@@ -46,8 +49,9 @@ class FloorLoop final : public Loop {
     std::atomic<bool> stopping_{false};
     ko::mutex mutex_{"FloorMutex"};
     std::vector<TransferPtr> queued_ KO_GUARDED_BY(mutex_);
-    std::vector<TransferPtr> starting_;                 // loop thread
-    std::unordered_map<CURL*, TransferPtr> transfers_;  // loop thread
+    FloorSockets sockets_;  // these: loop thread
+    std::vector<TransferPtr> starting_;
+    std::unordered_map<CURL*, TransferPtr> transfers_;
     ko::thread thread_;
 };
 
@@ -62,17 +66,21 @@ CURLSH* makeCookies() {
     return share;
 }
 
-FloorFiles filesOfThePlatform() {
-    return {certificate::ca_pem_exists("default") ? certificate::ca_path("default") : std::string(),
+std::string platformAuthorities() {
+    return certificate::ca_pem_exists("default") ? certificate::ca_path("default") : std::string();
+}
+
+FloorFiles filesWith(const std::string& ca_file) {
+    return {ca_file.empty() ? platformAuthorities() : ca_file,
             tervo::platforminfo::get_resource_filepath("PATH_TYPE_TEMP") + "/httpcookies"};
 }
 
-FloorLoop::FloorLoop(ko::executor& executor, Recipient& recipient)
+FloorLoop::FloorLoop(ko::executor& executor, Recipient& recipient, const std::string& ca_file)
     : executor_(executor),
       recipient_(recipient),
       multi_(initMulti()),
       cookies_(makeCookies()),
-      files_(filesOfThePlatform()) {
+      files_(filesWith(ca_file)) {
     ko::thread_id id = ko::invalid_thread_id;
     thread_ = ko::thread::create_thread("FloorLoop", {}, id, [this] { run(); });
 }
@@ -112,7 +120,7 @@ void FloorLoop::startQueued() {
         starting_.swap(queued_);
     }
     for (TransferPtr& transfer : starting_) {
-        CURL* const easy = transfer->setUp(cookies_, files_);
+        CURL* const easy = transfer->setUp(cookies_, files_, sockets_);
         transfers_.emplace(easy, std::move(transfer));
         curl_multi_add_handle(multi_, easy);
     }
@@ -123,8 +131,14 @@ void FloorLoop::wait() {
     long timer_ms = -1;
     curl_multi_timeout(multi_, &timer_ms);
     if (timer_ms < 0) timer_ms = 30000;
-    timeval timeout{timer_ms / 1000, timer_ms % 1000 * 1000};
+    if (std::exchange(sockets_.closed, false)) timer_ms = 0;
+    eventfd_t count = 0;
+    if (sockets_.beyond_select ? waitWithPoll(timer_ms) : waitWithSelect(timer_ms)) eventfd_read(wakeup_, &count);
+}
 
+// Whether the eventfd is readable, as below.
+bool FloorLoop::waitWithSelect(long milliseconds) {
+    timeval timeout{milliseconds / 1000, milliseconds % 1000 * 1000};
     fd_set readable;
     fd_set writable;
     fd_set exceptional;
@@ -135,9 +149,14 @@ void FloorLoop::wait() {
     curl_multi_fdset(multi_, &readable, &writable, &exceptional, &highest);
     FD_SET(wakeup_, &readable);
     highest = std::max(highest, wakeup_);
-    if (select(highest + 1, &readable, &writable, &exceptional, &timeout) <= 0) return;
-    eventfd_t count = 0;
-    if (FD_ISSET(wakeup_, &readable)) eventfd_read(wakeup_, &count);
+    return select(highest + 1, &readable, &writable, &exceptional, &timeout) > 0 && FD_ISSET(wakeup_, &readable);
+}
+
+bool FloorLoop::waitWithPoll(long milliseconds) {
+    curl_waitfd wakeup{wakeup_, CURL_WAIT_POLLIN, 0};
+    int ready = 0;
+    curl_multi_wait(multi_, &wakeup, 1, static_cast<int>(milliseconds), &ready);
+    return (wakeup.revents & CURL_WAIT_POLLIN) != 0;
 }
 
 void FloorLoop::deliverFinished() {
@@ -159,8 +178,8 @@ void FloorLoop::deliverFinished() {
 
 }  // namespace
 
-std::unique_ptr<Loop> makeFloorLoop(ko::executor& executor, Recipient& recipient) {
-    return std::make_unique<FloorLoop>(executor, recipient);
+std::unique_ptr<Loop> makeFloorLoop(ko::executor& executor, Recipient& recipient, const std::string& ca_file) {
+    return std::make_unique<FloorLoop>(executor, recipient, ca_file);
 }
 
 }  // namespace kel::http::bench

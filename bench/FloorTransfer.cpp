@@ -5,11 +5,14 @@
 
 #include "FloorTransfer.h"
 
+#include <sys/select.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
+
+#include "FloorIdentity.h"
 
 namespace kel::http::bench {
 namespace {
@@ -18,12 +21,13 @@ constexpr long redirect_limit = 5;
 
 }  // namespace
 
-// The same options as the engine's, in the same order. bench/run compares how many there are.
-CURL* FloorTransfer::setUp(CURLSH* cookies, const FloorFiles& files) {
+// Sends what the engine sends: bench/run compares the requests of both.
+CURL* FloorTransfer::setUp(CURLSH* cookies, const FloorFiles& files, FloorSockets& sockets) {
     easy_ = curl_easy_init();
     if (easy_ == nullptr) std::abort();
     addCallbacks();
     addTarget();
+    addSockets(sockets);
     curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(easy_, CURLOPT_MAXREDIRS, redirect_limit);
     curl_easy_setopt(easy_, CURLOPT_XFERINFOFUNCTION, &FloorTransfer::takeProgress);
@@ -55,10 +59,13 @@ void FloorTransfer::addTarget() {
     curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
     curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &FloorTransfer::takeHeader);
     curl_easy_setopt(easy_, CURLOPT_HEADERDATA, this);
+}
+
+void FloorTransfer::addSockets(FloorSockets& sockets) {
     curl_easy_setopt(easy_, CURLOPT_SOCKOPTFUNCTION, &FloorTransfer::watchSocket);
-    curl_easy_setopt(easy_, CURLOPT_SOCKOPTDATA, this);
+    curl_easy_setopt(easy_, CURLOPT_SOCKOPTDATA, &sockets);
     curl_easy_setopt(easy_, CURLOPT_CLOSESOCKETFUNCTION, &FloorTransfer::closeSocket);
-    curl_easy_setopt(easy_, CURLOPT_CLOSESOCKETDATA, nullptr);
+    curl_easy_setopt(easy_, CURLOPT_CLOSESOCKETDATA, &sockets);
 }
 
 void FloorTransfer::addCookies(CURLSH* cookies, const std::string& file) {
@@ -77,8 +84,7 @@ void FloorTransfer::addHeaders() {
 
 void FloorTransfer::addTls(const std::string& ca_file) {
     curl_easy_setopt(easy_, CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_1});
-    curl_easy_setopt(easy_, CURLOPT_SSL_CTX_DATA, this);
-    curl_easy_setopt(easy_, CURLOPT_SSL_CTX_FUNCTION, &FloorTransfer::leaveContext);
+    curl_easy_setopt(easy_, CURLOPT_SSL_CTX_FUNCTION, &presentDeviceIdentity);
     curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYHOST, 2L);
     curl_easy_setopt(easy_, CURLOPT_CAINFO, ca_file.empty() ? nullptr : ca_file.c_str());
@@ -122,8 +128,17 @@ std::size_t FloorTransfer::sendNothing(char* /*buffer*/, std::size_t /*size*/, s
 }
 
 std::size_t FloorTransfer::takeBody(char* data, std::size_t size, std::size_t count, void* transfer) {
-    static_cast<FloorTransfer*>(transfer)->body_.append(data, size * count);
+    FloorTransfer& self = *static_cast<FloorTransfer*>(transfer);
+    if (self.body_.empty()) self.reserveBody(size * count);
+    self.body_.append(data, size * count);
     return size * count;
+}
+
+// A body that comes in one piece is made for that anyway.
+void FloorTransfer::reserveBody(std::size_t piece) {
+    curl_off_t length = 0;
+    curl_easy_getinfo(easy_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    if (length > static_cast<curl_off_t>(piece)) body_.reserve(static_cast<std::size_t>(length));
 }
 
 int FloorTransfer::takeProgress(void* transfer, curl_off_t total, curl_off_t now, curl_off_t, curl_off_t) {
@@ -133,15 +148,13 @@ int FloorTransfer::takeProgress(void* transfer, curl_off_t total, curl_off_t now
     return 0;
 }
 
-CURLcode FloorTransfer::leaveContext(CURL*, void*, void*) {
-    return CURLE_OK;
-}
-
-int FloorTransfer::watchSocket(void*, curl_socket_t, curlsocktype) {
+int FloorTransfer::watchSocket(void* sockets, curl_socket_t descriptor, curlsocktype) {
+    if (descriptor >= FD_SETSIZE) static_cast<FloorSockets*>(sockets)->beyond_select = true;
     return CURL_SOCKOPT_OK;
 }
 
-int FloorTransfer::closeSocket(void*, curl_socket_t descriptor) {
+int FloorTransfer::closeSocket(void* sockets, curl_socket_t descriptor) {
+    static_cast<FloorSockets*>(sockets)->closed = true;
     return close(descriptor);
 }
 

@@ -16,6 +16,12 @@ struct FloorFiles {
     std::string cookies;
 };
 
+// What the loop has to know of libcurl's sockets.
+struct FloorSockets {
+    bool beyond_select = false;  // there has been one that select(2) can not wait for
+    bool closed = false;         // libcurl has closed one, and may go on at once with the transfer that it was for
+};
+
 // One GET request of the floor: a fresh easy handle with the options that the engine sets, and what the answer brings.
 //
 // Threads: made and read on the executor's thread, in between on the loop's alone.
@@ -26,8 +32,8 @@ class FloorTransfer {
     FloorTransfer& operator=(const FloorTransfer&) = delete;
     ~FloorTransfer() { release(); }
 
-    // Makes the easy handle.
-    CURL* setUp(CURLSH* cookies, const FloorFiles& files);
+    // Makes the easy handle. `sockets` outlive all of them.
+    CURL* setUp(CURLSH* cookies, const FloorFiles& files, FloorSockets& sockets);
 
     // Reads the outcome off the easy handle, which has then done its work. A failed transfer ends the process.
     void finish(CURLcode result);
@@ -44,18 +50,19 @@ class FloorTransfer {
  private:
     void addCallbacks();
     void addTarget();
+    void addSockets(FloorSockets& sockets);
     void addCookies(CURLSH* cookies, const std::string& file);
     void addHeaders();
     void addTls(const std::string& ca_file);
+    void reserveBody(std::size_t piece);
 
     static int trace(CURL* easy, curl_infotype type, char* data, std::size_t size, void* context);
     static std::size_t takeHeader(char* data, std::size_t size, std::size_t count, void* transfer);
     static std::size_t sendNothing(char* buffer, std::size_t size, std::size_t count, void* data);
     static std::size_t takeBody(char* data, std::size_t size, std::size_t count, void* transfer);
     static int takeProgress(void* transfer, curl_off_t total, curl_off_t now, curl_off_t, curl_off_t);
-    static CURLcode leaveContext(CURL* easy, void* context, void* transfer);
-    static int watchSocket(void* context, curl_socket_t descriptor, curlsocktype purpose);
-    static int closeSocket(void* context, curl_socket_t descriptor);
+    static int watchSocket(void* sockets, curl_socket_t descriptor, curlsocktype purpose);
+    static int closeSocket(void* sockets, curl_socket_t descriptor);
 
     const std::string url_;
     ko::executor& executor_;

@@ -11,8 +11,10 @@ namespace {
 
 class LibraryLoop final : public Loop {
  public:
-    LibraryLoop(ko::executor& executor, Recipient& recipient)
-        : recipient_(recipient), client_(createClient(executor, *logging::getLogger("bench", 0))) {}
+    LibraryLoop(ko::executor& executor, Recipient& recipient, const std::string& ca_file)
+        : recipient_(recipient), client_(createClient(executor, *logging::getLogger("bench", 0))) {
+        if (!ca_file.empty()) config_.ca_file = ca_file;
+    }
 
     // The configuration is the caller's own work, and may be used again; the client copies it for each request.
     void get(const std::string& url) override {
@@ -35,8 +37,8 @@ class LibraryLoop final : public Loop {
 
 }  // namespace
 
-std::unique_ptr<Loop> makeLibraryLoop(ko::executor& executor, Recipient& recipient) {
-    return std::make_unique<LibraryLoop>(executor, recipient);
+std::unique_ptr<Loop> makeLibraryLoop(ko::executor& executor, Recipient& recipient, const std::string& ca_file) {
+    return std::make_unique<LibraryLoop>(executor, recipient, ca_file);
 }
 
 }  // namespace kel::http::bench

@@ -6,8 +6,23 @@
 
 namespace kel::http::bench {
 
-void Load::start(Loop& loop, int count) {
-    loop_ = &loop;
+void Load::run(ko::executor& executor, int total, int concurrency, const std::string& url) {
+    done_ = {};
+    url_ = url;
+    total_ = total;
+    started_ = answered_ = 0;
+    executor.post([this, concurrency] { start(concurrency); }, 0);
+    done_.get_future().wait();
+}
+
+void Load::hold(ko::executor& executor, int count, const std::string& url) {
+    const auto start_all = [this, count, url] {
+        for (int i = 0; i < count; ++i) loop_->get(url);
+    };
+    executor.post(start_all, 0);
+}
+
+void Load::start(int count) {
     for (; count > 0 && started_ < total_; --count) {
         ++started_;
         loop_->get(url_);
@@ -22,7 +37,7 @@ void Load::onAnswer(int status, const std::string& body) {
     if (++answered_ == total_) {
         done_.set_value();
     } else {
-        start(*loop_, 1);
+        start(1);
     }
 }
 

@@ -5,30 +5,35 @@
 #include <string>
 
 #include "Loop.h"
+#include "ko/executor.h"
 
 namespace kel::http::bench {
 
-// Sends a number of requests, so many at a time: each answer starts the next one.
+// Sends numbers of requests, so many at a time: each answer starts the next one. Main thread, where nothing else is said.
+//
+// Life: the loop that it uses has to be gone before it; setLoop() comes first of all.
 class Load final : public Recipient {
  public:
-    Load(int total, std::string url) : total_(total), url_(std::move(url)) {}
+    void setLoop(Loop& loop) { loop_ = &loop; }
 
-    // Starts up to `count` requests, as long as the total is not reached. The executor's thread.
-    void start(Loop& loop, int count);
+    // Sends `total` requests, and returns when all have been answered.
+    void run(ko::executor& executor, int total, int concurrency, const std::string& url);
 
-    // Waits until all have been answered. Any other thread.
-    void await() { done_.get_future().wait(); }
+    // Starts `count` requests that nobody answers.
+    void hold(ko::executor& executor, int count, const std::string& url);
 
-    // Anything but a complete 200 ends the process: its cost is not the one to be measured.
+    // Executor's thread. Anything but a complete 200 ends the process: its cost is not the one to be measured.
     void onAnswer(int status, const std::string& body) override;
 
  private:
-    const int total_;
-    const std::string url_;
+    void start(int count);
+
     Loop* loop_ = nullptr;
+    std::promise<void> done_;  // of one run
+    std::string url_;          // these: executor's thread during a run
+    int total_ = 0;
     int started_ = 0;
     int answered_ = 0;
-    std::promise<void> done_;
 };
 
 }  // namespace kel::http::bench

@@ -22,7 +22,7 @@ class Recipient {
 
 // Sends requests on a thread of its own and has the answers delivered on the executor's.
 //
-// Life: made and destroyed on the main thread; no request may be on its way when it goes.
+// Life: made and destroyed on the main thread, after its executor; no request may be on its way when it goes.
 class Loop {
  public:
     Loop() = default;
@@ -34,10 +34,10 @@ class Loop {
     virtual void get(const std::string& url) = 0;
 };
 
-// What is measured: the library's public client.
-std::unique_ptr<Loop> makeLibraryLoop(ko::executor& executor, Recipient& recipient);
+// What is measured: the library's public client. An empty `ca_file` is the platform's bundle, here and below.
+std::unique_ptr<Loop> makeLibraryLoop(ko::executor& executor, Recipient& recipient, const std::string& ca_file);
 
 // What it is measured against: libcurl, driven in the same way, with nothing around it.
-std::unique_ptr<Loop> makeFloorLoop(ko::executor& executor, Recipient& recipient);
+std::unique_ptr<Loop> makeFloorLoop(ko::executor& executor, Recipient& recipient, const std::string& ca_file);
 
 }  // namespace kel::http::bench

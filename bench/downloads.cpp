@@ -3,16 +3,18 @@
 // What bench/run measures of downloads:
 //
 //   kel-http-bench-download library|floor URL PATH   one GET whose body goes to the file PATH, by way of a sibling of
-//                                                    it; prints the highest resident memory so far, in KiB
+//                                                    it; tells what it has taken (Meter), and the highest
+//                                                    resident memory so far, in KiB
 
 #include <curl/curl.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <future>
 #include <string>
 
+#include "Memory.h"
+#include "Meter.h"
 #include "kel-http/Client.h"
 #include "kel-http/curl/Engine.h"
 #include "ko/thread_executor.h"
@@ -24,6 +26,11 @@ namespace {
 [[noreturn]] void fail(const std::string& what) {
     std::fprintf(stderr, "kel-http-bench-download: %s\n", what.c_str());
     std::abort();
+}
+
+void tell(const Meter& meter) {
+    const std::string figures = meter.stop();
+    std::printf("%s peak=%ld\n", figures.c_str(), peakKib());
 }
 
 // The public client on a thread of its own, as in the other bench.
@@ -40,8 +47,10 @@ void downloadWithLibrary(const std::string& url, const std::string& path) {
             [](Client::RequestId, const ErrorData& data) { fail(data.message); },
             [](Client::RequestId, const ProgressData&) {});
     };
+    const Meter meter;
     executor.post(start, 0);
     if (status.get_future().get() != 200) fail("not 200");
+    tell(meter);
 }
 
 void perform(CURLM* multi) {
@@ -57,11 +66,12 @@ void perform(CURLM* multi) {
 
 // The least that any program has to do: no thread, no callback but libcurl's own, which is fwrite(3).
 void downloadWithFloor(const std::string& url, const std::string& path) {
+    curl_global_init(CURL_GLOBAL_ALL);
+    CURLM* const multi = curl_multi_init();
+    const Meter meter;
     const std::string sibling = path + ".downloading";
     std::FILE* const file = std::fopen(sibling.c_str(), "wb");
     if (file == nullptr) fail(sibling);
-    curl_global_init(CURL_GLOBAL_ALL);
-    CURLM* const multi = curl_multi_init();
     CURL* const easy = curl_easy_init();
     curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
     curl_easy_setopt(easy, CURLOPT_FAILONERROR, 1L);
@@ -69,18 +79,11 @@ void downloadWithFloor(const std::string& url, const std::string& path) {
     curl_multi_add_handle(multi, easy);
     perform(multi);
     if (std::fclose(file) != 0 || std::rename(sibling.c_str(), path.c_str()) != 0) fail(path);
+    tell(meter);
     curl_multi_remove_handle(multi, easy);
     curl_easy_cleanup(easy);
     curl_multi_cleanup(multi);
     curl_global_cleanup();
-}
-
-std::string peakKib() {
-    std::ifstream status("/proc/self/status");
-    for (std::string word; status >> word;) {
-        if (word == "VmHWM:" && status >> word) return word;
-    }
-    fail("no VmHWM");
 }
 
 }  // namespace
@@ -96,5 +99,4 @@ int main(int count, char** words) {
         std::fputs("usage: kel-http-bench-download library|floor URL PATH\n", stderr);
         return 2;
     }
-    std::puts(kel::http::bench::peakKib().c_str());
 }
