@@ -141,7 +141,9 @@ int Engine::traceTransfer(CURL* easy, curl_infotype type, char* data, std::size_
 
 // libcurl tells of every socket it opens (`CURLOPT_SOCKOPTFUNCTION`).
 int Engine::watchSocket(void* engine, curl_socket_t descriptor, curlsocktype /*purpose*/) {
-    static_cast<Engine*>(engine)->impl->waiting.watch(descriptor);
+    Impl& impl = *static_cast<Engine*>(engine)->impl;
+    impl.waiting.watch(descriptor);
+    impl.sockets.open(descriptor);
     return CURL_SOCKOPT_OK;
 }
 

@@ -21,7 +21,7 @@ Engine::Impl::Impl(Engine& owner, const CallbackHandler& handler, ProxyBlackList
       queue(waiting, *logger),
       proxy(clock, *logger),
       tls(*logger, clock),
-      setup(owner, waiting, cookies, body, proxy, *logger),
+      setup(owner, sockets, cookies, body, proxy, *logger),
       completion(
           transfers, proxy, tls, handler,
           [this](const RequestPtr& request, std::function<void()>& outcome) {
@@ -29,6 +29,7 @@ Engine::Impl::Impl(Engine& owner, const CallbackHandler& handler, ProxyBlackList
           },
           *logger),
       deadlines(transfers, completion),
+      driving(waiting, sockets, transfers),
       handlerMutex("HandlerMutex"),
       newRequestHandler([] {}) {}
 
@@ -144,9 +145,7 @@ void Engine::Impl::processPendingRequests() {
 void Engine::Impl::doCurlProcessing() {
     checkEngineThread();
     writeLine(*logger, log_level::detail, "Engine::{}", "doCurlProcessing");
-    waiting.wait(transfers.multiHandle(), deadlines.next());
-    int running = 0;
-    engine_curl_multi_perform(transfers.multiHandle(), &running);
+    driving.drive(deadlines.next());
 }
 
 void Engine::Impl::processCompletedTasks() {

@@ -16,6 +16,7 @@
 #include "kel-http/curl/EngineCompletion.h"
 #include "kel-http/curl/EngineCookies.h"
 #include "kel-http/curl/EngineDeadlines.h"
+#include "kel-http/curl/EngineDriving.h"
 #include "kel-http/curl/EngineProxy.h"
 #include "kel-http/curl/EngineQueue.h"
 #include "kel-http/curl/EngineSettling.h"
@@ -76,8 +77,9 @@ struct Engine::Impl {
 #endif
     logging::Logger* const logger;
     CurlLibrary library;
-    // Closes the sockets of those that follow.
     EngineWait waiting;
+    // Closes the sockets of those that follow.
+    SocketEvents sockets;
     EngineTransfers transfers;
     EngineCookies cookies;
     const EngineBody body;
@@ -87,6 +89,7 @@ struct Engine::Impl {
     EngineSetup setup;
     EngineCompletion completion;
     EngineDeadlines deadlines;
+    EngineDriving driving;
     EngineSettling settling;
 
     ko::mutex handlerMutex;

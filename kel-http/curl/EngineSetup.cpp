@@ -52,9 +52,9 @@ void requireGet(const RequestConfig& config, std::uintmax_t present_bytes) {
 
 }  // namespace
 
-EngineSetup::EngineSetup(Engine& of_engine, EngineWait& of_sockets, EngineCookies& of_cookies,
+EngineSetup::EngineSetup(Engine& of_engine, SocketEvents& of_sockets, EngineCookies& of_cookies,
                          const EngineBody& of_body, EngineProxy& of_proxy, logging::Logger& log)
-    : engine(of_engine), waiting(of_sockets), cookies(of_cookies), body(of_body), proxy(of_proxy), logger(&log) {}
+    : engine(of_engine), sockets(of_sockets), cookies(of_cookies), body(of_body), proxy(of_proxy), logger(&log) {}
 
 void EngineSetup::prepare(const TaskPtr& task) {
     CURL* const easy = task->easy;
@@ -216,8 +216,8 @@ void EngineSetup::addIPVersionToRequest(CURL* easy, const RequestPtr& request) {
 void EngineSetup::addLoopSafeguards(CURL* easy) const {
     setOption(easy, CURLOPT_SOCKOPTFUNCTION, &Engine::watchSocket);
     setOption(easy, CURLOPT_SOCKOPTDATA, &engine);
-    setOption(easy, CURLOPT_CLOSESOCKETFUNCTION, &EngineWait::closeSocket);
-    setOption(easy, CURLOPT_CLOSESOCKETDATA, &waiting);
+    setOption(easy, CURLOPT_CLOSESOCKETFUNCTION, &SocketEvents::close);
+    setOption(easy, CURLOPT_CLOSESOCKETDATA, &sockets);
 #if LIBCURL_VERSION_NUM >= 0x075700
     // A name look-up that hangs is left to itself when its transfer ends; libcurl would wait for it, and all transfers with it.
     // Unchecked: the program may run with an older libcurl than this was built with.

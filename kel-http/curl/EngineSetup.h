@@ -7,7 +7,7 @@
 #include "kel-http/curl/EngineBody.h"
 #include "kel-http/curl/EngineCookies.h"
 #include "kel-http/curl/EngineProxy.h"
-#include "kel-http/curl/EngineWait.h"
+#include "kel-http/curl/SocketEvents.h"
 #include "logging/Logger.h"
 
 namespace kel::http {
@@ -17,7 +17,7 @@ class EngineSetup {
  public:
     // `of_engine` is asked for its TLS options, which a derived one may replace, and is what watches sockets; `of_sockets`
     // closes them.
-    EngineSetup(Engine& of_engine, EngineWait& of_sockets, EngineCookies& of_cookies, const EngineBody& of_body,
+    EngineSetup(Engine& of_engine, SocketEvents& of_sockets, EngineCookies& of_cookies, const EngineBody& of_body,
                 EngineProxy& of_proxy, logging::Logger& log);
 
     // Describes the request in the log.
@@ -40,7 +40,7 @@ class EngineSetup {
     void addFreshState(CURL* easy, Engine::ActiveTask& task) const;
 
     Engine& engine;
-    EngineWait& waiting;
+    SocketEvents& sockets;
     EngineCookies& cookies;
     const EngineBody& body;
     EngineProxy& proxy;

@@ -28,6 +28,7 @@ class EngineTransfers {
     void begin(CURL* easy);
 
     bool empty() const { return activeTasks.empty(); }
+    std::size_t size() const { return activeTasks.size(); }
     // Null when there is none.
     TaskPtr getActiveTask(const RequestPtr& request) const;
     // One whose request has been cancelled, or null.

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <utility>
 
 #include "kel-http/curl/WaitTime.h"
 #include "kel-http/model/LogLine.h"
@@ -25,13 +24,16 @@ void EngineWait::wakeUp() const {
 }
 
 void EngineWait::wait(CURLM* multi, tl::optional<std::chrono::steady_clock::time_point> deadline) {
-    long timerMs = -1;
-    curl_multi_timeout(multi, &timerMs);
-    timeval timeout = waitTime(timerMs);
-    if (std::exchange(looksAgain, false)) timeout = {};
-    if (deadline) timeout = sooner(timeout, *deadline - std::chrono::steady_clock::now());
+    const timeval timeout = timeUntil(multi, deadline);
     const bool woken = canSelect() ? waitWithSelect(multi, timeout) : waitWithPoll(multi, timeout);
     if (woken) drainWakeups();
+}
+
+timeval EngineWait::timeUntil(CURLM* multi, tl::optional<std::chrono::steady_clock::time_point> deadline) {
+    long timerMs = -1;
+    curl_multi_timeout(multi, &timerMs);
+    const timeval timeout = waitTime(timerMs);
+    return deadline ? sooner(timeout, *deadline - std::chrono::steady_clock::now()) : timeout;
 }
 
 // An fd_set has room for FD_SETSIZE descriptors only: one beyond would be written outside of it, and libcurl leaves
@@ -74,11 +76,6 @@ void EngineWait::drainWakeups() const {
 
 void EngineWait::watch(curl_socket_t descriptor) {
     if (descriptor >= FD_SETSIZE) beyondSelect = true;
-}
-
-int EngineWait::closeSocket(void* waiting, curl_socket_t descriptor) {
-    static_cast<EngineWait*>(waiting)->looksAgain = true;
-    return close(descriptor);
 }
 
 }  // namespace kel::http

@@ -29,25 +29,23 @@ class EngineWait {
     // Waits on behalf of the transfers of `multi`, until `deadline` at most.
     void wait(CURLM* multi, tl::optional<std::chrono::steady_clock::time_point> deadline = tl::nullopt);
 
+    // For whoever waits by other means: how long that may take, what becomes readable with a wake-up, and that it has been
+    // heard.
+    static timeval timeUntil(CURLM* multi, tl::optional<std::chrono::steady_clock::time_point> deadline);
+    int descriptor() const { return wakeupDescriptor; }
+    void drainWakeups() const;
+
     // Is told of every socket that libcurl opens.
     void watch(curl_socket_t descriptor);
-
-    // Closes one for libcurl (`CURLOPT_CLOSESOCKETFUNCTION`, with the EngineWait as its data); the next wait ends at once. Where
-    // an address has refused the connection, libcurl 7.88 goes on with the next one only when it is called again, and asks for
-    // that much later: after 200 ms, or after half of the time that is left.
-    static int closeSocket(void* waiting, curl_socket_t descriptor);
 
  private:
     bool canSelect() const;
     bool waitWithSelect(CURLM* multi, timeval timeout) const;
     bool waitWithPoll(CURLM* multi, const timeval& timeout) const;
-    void drainWakeups() const;
 
     const int wakeupDescriptor;
     // Set for good once libcurl has opened a descriptor that select(2) can not take.
     bool beyondSelect = false;
-    // libcurl may have more to do than it says.
-    bool looksAgain = false;
     logging::Logger* const logger;
 };
 

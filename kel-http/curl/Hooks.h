@@ -17,5 +17,6 @@ KEL_HTTP_EXPORT void engine_request_added();
 // here (docs/extending.md tells which may not). A result other than CURLM_OK and CURLM_OUT_OF_MEMORY stops the process.
 KEL_HTTP_EXPORT CURLMcode engine_curl_multi_add_handle(void* multi, void* easy);
 
-// curl_multi_perform(multi, running).
+// curl_multi_perform(multi, running). A program's own is called in each pass of the engine's loop; the library's only where
+// all transfers have to be looked at.
 KEL_HTTP_EXPORT CURLMcode engine_curl_multi_perform(void* multi, int* running);

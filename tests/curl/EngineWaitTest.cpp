@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "kel-http/curl/EngineWait.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/select.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <thread>
@@ -51,13 +49,6 @@ TEST_F(EngineWaitTest, BeyondSelectAWakeUpEndsTheWaitAsWell) {
     std::thread other([this] { waiting.wakeUp(); });
     waitUntilWoken();
     other.join();
-}
-
-TEST_F(EngineWaitTest, ASocketThatIsClosedEndsTheNextWaitAtOnce) {
-    const int descriptor = dup(STDERR_FILENO);
-    EXPECT_EQ(EngineWait::closeSocket(&waiting, descriptor), 0);
-    EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
-    waitUntilWoken();
 }
 
 TEST_F(EngineWaitTest, DescriptorsThatFitChangeNothing) {

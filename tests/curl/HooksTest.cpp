@@ -90,6 +90,19 @@ TEST_F(HooksTest, EveryPassDrivesTheTransfersThroughTheHook) {
     run(get())->outcome.await("end");
 }
 
+TEST_F(HooksTest, ManyTransfersAreDrivenThroughTheHookAsWell) {
+    server.onRequest([](const ReceivedRequest&) { return Reply(200).stallBeforeHeaders(); });
+    constexpr std::size_t many = 30;
+    std::vector<RecordingRequestPtr> silent;
+    for (std::size_t i = 0; i < many; ++i) silent.push_back(run(get()));
+    server.awaitRequests(many);
+    const std::size_t before = performs;
+    for (int i = 0; i < 10; ++i) onEngineThread([] {});
+    EXPECT_GE(performs, before + 10);
+    server.release(many);
+    for (const RecordingRequestPtr& request : silent) request->outcome.await("end");
+}
+
 TEST_F(HooksTest, ConnectionsInAllAreBoundedByAnOptionThatTheHookSets) {
     most_connections = 1;
     server.enqueue(Reply(200).stallBeforeHeaders());

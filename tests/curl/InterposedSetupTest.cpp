@@ -32,7 +32,7 @@ class InterposedSetupTest : public EngineTest {
 
     void prepare(const RequestConfig& config) {
         task = std::make_shared<Engine::ActiveTask>(request(config));
-        EngineSetup(engine(), waiting, cookies, body, proxy, logger).prepare(task);
+        EngineSetup(engine(), sockets, cookies, body, proxy, logger).prepare(task);
     }
 
     // The names of the options that libcurl was told, in order.
@@ -44,7 +44,7 @@ class InterposedSetupTest : public EngineTest {
 
     Interposed interposed;
     logging::Logger& logger = *logging::getLogger("HttpClient", 0);
-    EngineWait waiting{logger};
+    SocketEvents sockets;
     EngineCookies cookies{logger};
     const EngineBody body{logger};
     EngineProxy proxy{&std::chrono::steady_clock::now, logger};

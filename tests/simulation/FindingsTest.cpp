@@ -19,7 +19,7 @@ void expectNoFault(const std::string& text) {
     }
 }
 
-// Not a finding, but how one looks.
+// Not findings, but how they look.
 TEST(SimulationFindingTest, PauseBehindARedirectIsNoObstacle) {
     expectNoFault(R"(
 reply status=302 location=1
@@ -35,6 +35,20 @@ TEST(SimulationFindingTest, AnAddressThatRefusesIsFollowedByTheNextOneAtOnce) {
     expectNoFault(R"(
 host named=1 deadAddresses=3
 request timeout=60000
+)");
+}
+
+// Twenty that wait, and one whose time is over in the very moment in which another one learns where it leads.
+TEST(SimulationFindingTest, ARedirectThatIsReadWhenAllAreLookedAtIsNotLate) {
+    std::string crowd;
+    for (int id = 10; id < 30; ++id) crowd += "request id=" + std::to_string(id) + " exchange=90\n";
+    expectNoFault(crowd + R"(
+host id=1 connectDelay=20000
+reply exchange=90 cut=stall
+reply status=302 location=1 locationHost=1 delay=99000
+reply exchange=1 body=10
+request
+request id=1 exchange=90 timeout=100
 )");
 }
 

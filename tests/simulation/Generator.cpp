@@ -2,6 +2,7 @@
 // Worlds from seeds. Each seed does without a random half of the kinds of trouble: what always happens hides the rest.
 #include <algorithm>
 
+#include "GeneratorCrowd.h"
 #include "GeneratorKin.h"
 #include "GeneratorMoments.h"
 #include "GeneratorNetwork.h"
@@ -150,6 +151,7 @@ Script generate(std::uint64_t seed) {
     addMoments(script, seed);
     addProxyOrders(script, seed);
     addKin(script, seed);
+    addCrowd(script, seed);
     return script;
 }
 

@@ -213,6 +213,10 @@ int close(int descriptor) {
         world->note("socket", std::to_string(descriptor) + " is closed");
         world->network.close(descriptor);
     }
+    if (world != nullptr) {
+        world->sets.erase(descriptor);
+        for (auto& [own, set] : world->sets) set.erase(descriptor);
+    }
     return real(descriptor);
 }
 

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Where threads wait for sockets: there the baton goes to the simulator.
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/select.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <vector>
 
 #include "world/Next.h"
@@ -54,6 +56,26 @@ int await(World& world, std::vector<pollfd>& descriptors, Time until) {
     }
 }
 
+// The numbers of what may happen are those of poll(2).
+std::vector<pollfd> descriptorsOf(const std::map<int, epoll_event>& set) {
+    std::vector<pollfd> descriptors;
+    for (const auto& [descriptor, event] : set) {
+        descriptors.push_back({descriptor, static_cast<short>(event.events), 0});
+    }
+    return descriptors;
+}
+
+int changeSet(std::map<int, epoll_event>& set, int operation, int descriptor, const epoll_event* event) {
+    const bool is_there = set.count(descriptor) != 0;
+    if (is_there == (operation == EPOLL_CTL_ADD)) {
+        errno = is_there ? EEXIST : ENOENT;
+        return -1;
+    }
+    set.erase(descriptor);
+    if (operation != EPOLL_CTL_DEL) set[descriptor] = *event;
+    return 0;
+}
+
 }  // namespace
 }  // namespace kel::http::simulation
 
@@ -85,6 +107,37 @@ int poll(pollfd* descriptors, nfds_t count, int milliseconds) {
     const int ready = simulation::await(*world, asked, until);
     std::copy(asked.begin(), asked.end(), descriptors);
     return ready;
+}
+
+int epoll_create1(int flags) noexcept {
+    static auto* const real = simulation::next<int(int)>("epoll_create1");
+    const int set = real(flags);
+    if (World::current() != nullptr && set >= 0) World::current()->sets[set].clear();
+    return set;
+}
+
+int epoll_ctl(int set, int operation, int descriptor, epoll_event* event) noexcept {
+    static auto* const real = simulation::next<int(int, int, int, epoll_event*)>("epoll_ctl");
+    World* const world = World::current();
+    if (world == nullptr || world->sets.count(set) == 0) return real(set, operation, descriptor, event);
+    return simulation::changeSet(world->sets[set], operation, descriptor, event);
+}
+
+int epoll_wait(int set, epoll_event* events, int most, int milliseconds) {
+    static auto* const real = simulation::next<int(int, epoll_event*, int, int)>("epoll_wait");
+    World* const world = World::current();
+    if (world == nullptr || world->sets.count(set) == 0) return real(set, events, most, milliseconds);
+    const std::map<int, epoll_event>& watched = world->sets[set];
+    std::vector<pollfd> descriptors = simulation::descriptorsOf(watched);
+    const Time until = milliseconds < 0 ? simulation::Never : world->now() + std::chrono::milliseconds(milliseconds);
+    simulation::await(*world, descriptors, until);
+    int count = 0;
+    for (const pollfd& one : descriptors) {
+        if (one.revents == 0 || count == most) continue;
+        events[count].data = watched.at(one.fd).data;
+        events[count++].events = static_cast<std::uint32_t>(one.revents);
+    }
+    return count;
 }
 
 }  // extern "C"

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <sys/epoll.h>
+
 #include <functional>
 #include <map>
 #include <string>
@@ -67,6 +69,8 @@ class World {
     Baton baton;
     Random order;
     std::map<std::string, NameEntry> names;
+    // Sets of descriptors to wait for (epoll(7)), by their own.
+    std::map<int, std::map<int, epoll_event>> sets;
     // So many sockets can still be made; less than 0: any number.
     std::int64_t socketsLeft = -1;
     std::int64_t steps = 0;

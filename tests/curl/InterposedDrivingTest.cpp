@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+// How the engine waits for many transfers, and for few.
+#include "curl/Interposed.h"
+#include "fixture/EngineTest.h"
+
+namespace kel::http::test {
+namespace {
+
+class InterposedDrivingTest : public EngineTest {
+ protected:
+    InterposedDrivingTest() {
+        server.onRequest([](const ReceivedRequest& request) {
+            return request.target == "/silent" ? Reply(200).stallBeforeHeaders() : Reply(200).body("body");
+        });
+        startEngine();
+    }
+    ~InterposedDrivingTest() override { stopEngine(); }
+
+    void beSilent(std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) silent.push_back(run(get("/silent")));
+        server.awaitRequests(count);
+        onEngineThread([] {});
+    }
+
+    // Each task leads the engine to a new wait.
+    std::size_t selectsDuringTasks(int tasks) {
+        const std::size_t before = interposed.selects();
+        for (int i = 0; i < tasks; ++i) onEngineThread([] {});
+        return interposed.selects() - before;
+    }
+
+    Interposed interposed;
+    std::vector<RecordingRequestPtr> silent;
+};
+
+TEST_F(InterposedDrivingTest, FewAreWaitedForWithSelect) {
+    beSilent(16);
+    EXPECT_GE(selectsDuringTasks(10), 10U);
+    run(get())->outcome.await("end");
+}
+
+TEST_F(InterposedDrivingTest, ManyAreWaitedForByEvents) {
+    beSilent(17);
+    onEngineThread([] {});
+    EXPECT_EQ(selectsDuringTasks(10), 0U);
+    run(get())->outcome.await("end");
+    EXPECT_EQ(selectsDuringTasks(10), 0U);
+}
+
+TEST_F(InterposedDrivingTest, WhenFewAreLeftTheEngineGoesBackToSelect) {
+    beSilent(20);
+    for (std::size_t i = 0; i < 13; ++i) silent[i]->tryToCancelRequest();
+    onEngineThread([] {});
+    EXPECT_GE(selectsDuringTasks(10), 10U);
+    run(get())->outcome.await("end");
+    for (std::size_t i = 13; i < silent.size(); ++i) EXPECT_EQ(silent[i]->outcome.count(), 0U);
+}
+
+TEST_F(InterposedDrivingTest, RequestsBesideManyEndAsUsual) {
+    beSilent(40);
+    for (int i = 0; i < 30; ++i) run(get())->outcome.await("end");
+    RequestConfig impatient = get("/silent");
+    impatient.timeout = std::chrono::milliseconds(50);
+    const RecordingRequestPtr late = run(impatient);
+    late->outcome.awaitCount(1);
+    EXPECT_THAT(late->outcome.events(), testing::ElementsAre(testing::StartsWith("failure 3: ")));
+    server.release(silent.size() + 1);
+    for (const RecordingRequestPtr& request : silent) request->outcome.await("end");
+}
+
+TEST_F(InterposedDrivingTest, AnAddressThatRefusesIsFollowedByAnotherRequestAtOnce) {
+    beSilent(20);
+    RequestConfig refused = get();
+    refused.url = "http://127.0.0.1:1/";
+    run(refused)->outcome.awaitCount(1);
+    run(get())->outcome.await("end");
+}
+
+}  // namespace
+}  // namespace kel::http::test
