@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "kel-http/client/CurlRequest.h"
 
+#include <algorithm>
 #include <exception>
+#include <limits>
 #include <new>
 #include <stdexcept>
 #include <utility>
 
+#include "kel-http/client/BodyRoom.h"
+#include "kel-http/curl/AnnouncedSize.h"
 #include "kel-http/model/HeaderLine.h"
 
 namespace kel::http {
@@ -59,12 +63,18 @@ int ClientImpl::CurlRequest::notifyDataReceived(std::string_view data) {
 bool ClientImpl::CurlRequest::take(std::string_view data) {
     if (output) return write_download(data);
     try {
+        if (data.size() > body.capacity() - body.size()) make_room(data.size());
         body.append(data);
         return true;
     } catch (const std::exception&) {
         // No exception may pass through libcurl, and a body that is too large is no reason to end the process.
         return false;
     }
+}
+
+void ClientImpl::CurlRequest::make_room(std::size_t bytes) noexcept {
+    const std::uint64_t most = config.size_limit ? *config.size_limit : std::numeric_limits<std::uint64_t>::max();
+    makeRoom(body, bytes, std::min(most, announcedBytes(*this)));
 }
 
 void ClientImpl::CurlRequest::notifyRemoteAddr(std::string address, long port) {

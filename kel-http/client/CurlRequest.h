@@ -50,6 +50,7 @@ class ClientImpl::CurlRequest : public Request {
     };
 
     bool take(std::string_view data);
+    void make_room(std::size_t bytes) noexcept;
     void open_download();
     bool open_target(DownloadFile& file);
     bool open_sibling(DownloadFile& file);

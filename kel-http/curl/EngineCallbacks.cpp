@@ -76,6 +76,7 @@ std::size_t Engine::writeFunction(void* data, std::size_t size, std::size_t nite
     ActiveTask& task = engine.impl->transfers.at(easy);
     if (!task.request) return bytes;
     int answer = 0;
+    stateOf(*task.request).receiving = easy;
     const bool taken = fenced(task, "taking data", [&] {
         try {
             answer = task.request->notifyDataReceived(std::string_view(static_cast<const char*>(data), bytes));
@@ -85,6 +86,7 @@ std::size_t Engine::writeFunction(void* data, std::size_t size, std::size_t nite
             answer = refused;
         }
     });
+    stateOf(*task.request).receiving = nullptr;
     if (!taken || answer == refused) return stopWriting(bytes);
     return answer == 1 ? CURL_WRITEFUNC_PAUSE : bytes;
 }

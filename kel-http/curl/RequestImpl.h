@@ -70,6 +70,8 @@ struct Request::Impl {
     HeaderBudget headerBudget;
     // Engine thread: how many bytes the present attempt of a resumed download leaves out.
     tl::optional<std::uintmax_t> askedOffset;
+    // Engine thread: the transfer, while the data hook runs.
+    CURL* receiving = nullptr;
     // Engine thread: the present attempt's proxy came from remainingProxies.
     bool proxyIsFromList = false;
     // libcurl writes its error text here (`CURLOPT_ERRORBUFFER`) until the transfer is handed over.

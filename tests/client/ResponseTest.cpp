@@ -56,6 +56,27 @@ TEST_F(ResponseTest, ABodyMayHoldAnyByte) {
     EXPECT_EQ(responseTo(Reply(200).body(bytes)).body, bytes);
 }
 
+// What the callback gets, and not a copy of it.
+TEST_F(ResponseTest, ABodyHasJustTheRoomThatWasAnnounced) {
+    const std::string text(300'000, 'x');
+    server.enqueue(Reply(200).body(text));
+    std::size_t room = 0;
+    executor.run([&] {
+        client->start_request(
+            get(), {},
+            [&](Client::RequestId id, const ResponseData& data) {
+                room = data.body.capacity();
+                recorder.onResponse()(id, data);
+            },
+            recorder.onError());
+    });
+    recorder.awaitCount(1);
+    EXPECT_EQ(room, text.size());
+    EXPECT_EQ(recorder.outcomes().front().response->body, text);
+}
+
+// --- bodies whose size is not known, or not true ---
+
 TEST_F(ResponseTest, ABodyComesTogetherFromItsPieces) {
     EXPECT_EQ(responseTo(Reply(200).chunked().body("one ").body("two ").body("three")).body, "one two three");
     EXPECT_EQ(responseTo(Reply(200).untilClose().body("to the end")).body, "to the end");
