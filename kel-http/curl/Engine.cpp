@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "kel-http/curl/Engine.h"
 
-#include <pthread.h>
-
 #include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <ostream>
 #include <utility>
 
+#include "kel-http/curl/BrokenPipe.h"
 #include "kel-http/curl/EngineGate.h"
 #include "kel-http/curl/EngineImpl.h"
 #include "kel-http/model/LogLine.h"
@@ -20,14 +18,6 @@ namespace {
 constexpr int scheduler_round_robin = 2;
 constexpr int scheduler_priority = 0;
 constexpr std::size_t stack_bytes = 262144;
-
-// A peer that goes away must end its own transfer, not the process, whatever path of libcurl or OpenSSL wrote to it.
-void blockBrokenPipeSignal() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-}
 
 // Never destroyed: an engine with static storage is used until the very end.
 EngineGate& gate() {
@@ -82,6 +72,7 @@ Engine::~Engine() {
     stop();
     gate().close();
     // Transfers hold cookies: the cookies go last.
+    const BrokenPipeGuard guard;  // connections say goodbye, and their peers may have gone
     impl->transfers.close();
     impl->cookies.close();
     impl->library.close();

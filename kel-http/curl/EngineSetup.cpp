@@ -149,11 +149,13 @@ void EngineSetup::addProgress(CURL* easy) {
 void EngineSetup::addTimeout(CURL* easy, const Request& request) const {
     const RequestConfig& config = request.config;
     const std::int64_t timeout = config.timeout.count();
+    // SIGPIPE is blocked on this thread, and names are looked up on others. libcurl would otherwise change how the process
+    // takes the signal, and back, each time that it is called.
+    setOption(easy, CURLOPT_NOSIGNAL, 1L);
     if (timeout != 0) {
         // Cut to the length of a long, a very long time-out could become a very short one.
         constexpr std::int64_t lowest = std::numeric_limits<long>::min();
         constexpr std::int64_t longest = std::numeric_limits<long>::max();
-        setOption(easy, CURLOPT_NOSIGNAL, 1L);
         // Unchecked: libcurl refuses a negative one, which means none to it.
         curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(std::clamp(timeout, lowest, longest)));
         writeLine(*logger, log_level::detail, "({}) setting timeout of task to {}", request.id(), timeout);

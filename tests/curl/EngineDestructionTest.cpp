@@ -1,4 +1,12 @@
 // SPDX-License-Identifier: MIT
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+
 #include "curl/LineMatcher.h"
 #include "curl/MomentTest.h"
 #include "fixture/TestDevice.h"
@@ -40,6 +48,31 @@ TEST_P(EngineDestructionMomentTest, EngineEndsWithoutAWordToItsRequest) {
 }
 
 class EngineDestructionTest : public EngineTest {};
+
+// Goes when its transfer is freed, and writes to a peer that has gone, as a TLS connection does that says goodbye.
+class RequestOnABrokenPipe : public RecordingRequest {
+ public:
+    explicit RequestOnABrokenPipe(const RequestConfig& request_config) : RecordingRequest(request_config) {}
+    ~RequestOnABrokenPipe() override {
+        std::array<int, 2> ends{};
+        if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) != 0) std::abort();
+        close(ends[1]);
+        EXPECT_EQ(write(ends[0], "x", 1), -1);
+        EXPECT_EQ(errno, EPIPE);
+        close(ends[0]);
+    }
+};
+
+TEST_F(EngineDestructionTest, PeerThatHasGoneDoesNotKillTheThreadThatFreesTransfers) {
+    startEngine();
+    server.enqueue(Reply(200).stallBeforeHeaders());
+    std::make_shared<RequestOnABrokenPipe>(get())->runRequest();
+    server.awaitRequests(1);
+    stopEngine();
+    sigset_t own;
+    pthread_sigmask(SIG_SETMASK, nullptr, &own);
+    EXPECT_EQ(sigismember(&own, SIGPIPE), 0);
+}
 
 // A failed request asks its engine, which may be ending, to drop it.
 class CancellingRequest : public RecordingRequest {

@@ -77,7 +77,7 @@ TEST_F(InterposedOptionsTest, PlainGetSetsItsOptionsInOrder) {
                     "CURLOPT_DEFAULT_PROTOCOL=http", "CURLOPT_URL=" + server.url("/plain"), "CURLOPT_WRITEFUNCTION=set",
                     "CURLOPT_WRITEDATA=easy", "CURLOPT_HEADERFUNCTION=set", "CURLOPT_HEADERDATA=easy",
                     "CURLOPT_FOLLOWLOCATION=1", "CURLOPT_MAXREDIRS=5", "CURLOPT_XFERINFOFUNCTION=set",
-                    "CURLOPT_XFERINFODATA=easy", "CURLOPT_NOPROGRESS=0", "CURLOPT_SHARE=set",
+                    "CURLOPT_XFERINFODATA=easy", "CURLOPT_NOPROGRESS=0", "CURLOPT_NOSIGNAL=1", "CURLOPT_SHARE=set",
                     "CURLOPT_COOKIEFILE=", Default_headers, "CURLOPT_SSLVERSION=5", "CURLOPT_SSL_CTX_DATA=set",
                     "CURLOPT_SSL_CTX_FUNCTION=set", "CURLOPT_SSL_VERIFYPEER=1", "CURLOPT_SSL_VERIFYHOST=2",
                     "CURLOPT_CAINFO=/etc/ssl/certs/ca-certificates.crt", "CURLOPT_CAPATH=null", "CURLOPT_IPRESOLVE=0",
@@ -146,19 +146,18 @@ TEST_F(InterposedOptionsTest, WhatIsNotAskedForIsNotSet) {
     config.caller_handles_redirects = true;
     config.resume = true;
     config.download_path = "/nonexistent/file";
-    EXPECT_THAT(only(optionsOf(config),
-                     {"CURLOPT_MAXFILESIZE", "CURLOPT_RESUME_FROM", "CURLOPT_FOLLOWLOCATION", "CURLOPT_MAXREDIRS",
-                      "CURLOPT_NOSIGNAL", "CURLOPT_TIMEOUT_MS", "CURLOPT_MAX_RECV_SPEED_LARGE", "CURLOPT_USERNAME",
-                      "CURLOPT_PASSWORD", "CURLOPT_HTTPAUTH", "CURLOPT_COOKIESESSION", "CURLOPT_FRESH_CONNECT",
-                      "CURLOPT_DNS_CACHE_TIMEOUT"}),
-                IsEmpty());
+    EXPECT_THAT(
+        only(optionsOf(config),
+             {"CURLOPT_MAXFILESIZE", "CURLOPT_RESUME_FROM", "CURLOPT_FOLLOWLOCATION", "CURLOPT_MAXREDIRS",
+              "CURLOPT_TIMEOUT_MS", "CURLOPT_MAX_RECV_SPEED_LARGE", "CURLOPT_USERNAME", "CURLOPT_PASSWORD",
+              "CURLOPT_HTTPAUTH", "CURLOPT_COOKIESESSION", "CURLOPT_FRESH_CONNECT", "CURLOPT_DNS_CACHE_TIMEOUT"}),
+        IsEmpty());
 }
 
 TEST_F(InterposedOptionsTest, NegativeTimeOutIsHandedOver) {
     RequestConfig config = get();
     config.timeout = std::chrono::milliseconds(-1);
-    EXPECT_THAT(only(optionsOf(config), {"CURLOPT_NOSIGNAL", "CURLOPT_TIMEOUT_MS"}),
-                ElementsAre("CURLOPT_NOSIGNAL=1", "CURLOPT_TIMEOUT_MS=-1"));
+    EXPECT_THAT(only(optionsOf(config), {"CURLOPT_TIMEOUT_MS"}), ElementsAre("CURLOPT_TIMEOUT_MS=-1"));
 }
 
 TEST_F(InterposedOptionsTest, LimitOfZeroIsSet) {
@@ -178,9 +177,8 @@ TEST_F(InterposedOptionsTest, TimeOutBeyondALongIsTheLongestOne) {
     const LogCapture log("HttpClient", 1);
     RequestConfig config = get();
     config.timeout = std::chrono::milliseconds(0x1'0000'0005);
-    EXPECT_THAT(only(optionsOf(config), {"CURLOPT_NOSIGNAL", "CURLOPT_TIMEOUT_MS"}),
-                ElementsAre("CURLOPT_NOSIGNAL=1",
-                            LongIsShort ? "CURLOPT_TIMEOUT_MS=2147483647" : "CURLOPT_TIMEOUT_MS=4294967301"));
+    EXPECT_THAT(only(optionsOf(config), {"CURLOPT_TIMEOUT_MS"}),
+                ElementsAre(LongIsShort ? "CURLOPT_TIMEOUT_MS=2147483647" : "CURLOPT_TIMEOUT_MS=4294967301"));
     EXPECT_EQ(log.contains("a timeout of 4294967301 is too long for this system, it ends after 2147483647"),
               LongIsShort);
 }
