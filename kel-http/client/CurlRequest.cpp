@@ -87,6 +87,8 @@ void ClientImpl::CurlRequest::notifyRemoteAddr(std::string address, long port) {
 
 void ClientImpl::CurlRequest::reportDownloadProgress(unsigned int total, unsigned int received) {
     lastDownloadProgress = total;
+    // Nobody listens to that of a plain request, and each task may wake the executor's thread.
+    if (!download_path) return;
     switch (progress_pace.next(total, received)) {
         case ProgressPace::Report::none:
             break;
@@ -95,7 +97,7 @@ void ClientImpl::CurlRequest::reportDownloadProgress(unsigned int total, unsigne
             break;
         case ProgressPace::Report::completion:
             // Without the offset of a resumed download: this report tells what this transfer brought.
-            report_completion(total, received);
+            report_progress(total, received);
             break;
     }
 }
@@ -112,30 +114,11 @@ void ClientImpl::CurlRequest::report_progress(std::uint32_t total, std::uint32_t
 }
 
 void ClientImpl::CurlRequest::post_progress(std::uint32_t total, std::uint32_t received) {
-    if (!download_path) {
-        // Nobody listens to the progress of a plain request, but an executor sees the same tasks of all requests.
-        client->executor.post([] {}, progress_tag);
-        return;
-    }
     client->executor.post(
         [owner = client, id = request_id, record = ProgressData{request_id, remote_addr, total, received}] {
             owner->on_progress(id, record);
         },
         progress_tag);
-}
-
-// libcurl reports a complete body several times. Where nobody listens these tasks wait for the outcome, which follows
-// at once: the executor's thread is woken once instead of for each of them.
-void ClientImpl::CurlRequest::report_completion(std::uint32_t total, std::uint32_t received) {
-    if (download_path) {
-        report_progress(total, received);
-    } else {
-        ++waiting_reports;
-    }
-}
-
-void ClientImpl::CurlRequest::post_waiting_reports() noexcept {
-    for (; waiting_reports > 0; --waiting_reports) report_progress(0, 0);
 }
 
 }  // namespace kel::http

@@ -66,9 +66,7 @@ class ClientImpl::CurlRequest : public Request {
     bool move_into_place(logging::Logger& log);
 
     void report_progress(std::uint32_t total, std::uint32_t received) noexcept;
-    void report_completion(std::uint32_t total, std::uint32_t received);
     void post_progress(std::uint32_t total, std::uint32_t received);
-    void post_waiting_reports() noexcept;
 
     // The outcome is on its way, and what it tells is the executor's: another one must not touch it.
     bool is_handed_over() const { return !delivery; }
@@ -95,7 +93,6 @@ class ClientImpl::CurlRequest : public Request {
     // Where a download is written before it is renamed; empty when no such file is used.
     std::string temporary_path;
     ProgressPace progress_pace;
-    unsigned int waiting_reports = 0;
     // Address and port of the peer, and how much of it is the address.
     std::string remote_addr;
     std::uint32_t address_length = 0;

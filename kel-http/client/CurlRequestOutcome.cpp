@@ -96,7 +96,6 @@ void ClientImpl::CurlRequest::keep_message(std::string_view message) noexcept {
 // Nothing may fail here: the owner of a request whose outcome is lost waits for ever. The task that has been made
 // beforehand goes with the attempt to post it; another one takes memory, as the executor does.
 void ClientImpl::CurlRequest::hand_over(int tag) noexcept {
-    post_waiting_reports();
     const auto self = std::static_pointer_cast<CurlRequest>(shared_from_this());
     std::function<void()> task = std::exchange(delivery, nullptr);
     task.target<Delivery>()->request = self;

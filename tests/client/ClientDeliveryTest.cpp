@@ -70,9 +70,17 @@ TEST_F(ClientDeliveryTest, EvenAnErrorKnownAtOnceIsALaterTask) {
     events.await("error");
 }
 
-TEST_F(ClientDeliveryTest, AResponseIsPostedOnceWithItsTagBehindProgress) {
+TEST_F(ClientDeliveryTest, AResponseIsTheOnlyTaskThatIsPosted) {
     server.enqueue(Reply(200).body("text"));
     fetch(get());
+    drain();
+    EXPECT_THAT(executor.tags(), ElementsAre(4035));
+}
+
+TEST_F(ClientDeliveryTest, ADownloadIsPostedOnceWithItsTagBehindProgress) {
+    const TemporaryDirectory directory;
+    server.enqueue(Reply(200).body("text"));
+    recorder.await(startDownload(get(), directory.path("f")));
     drain();
     const std::vector<int> tags = executor.tags();
     ASSERT_GT(tags.size(), 1U);

@@ -415,7 +415,9 @@ TEST_F(ForgetfulExecutorTest, ErrorIsPostedUntilItIsTaken) {
 }
 
 TEST_F(ForgetfulExecutorTest, ProgressIsPostedOnceOnly) {
-    const CurlRequestPtr request = answered();
+    answered();
+    const auto request = std::make_shared<CurlRequest>(forgetful_client, id, RequestConfig(), directory.path("f"));
+    receiveHead(*request);
     forgetful.refusing = 1;
     request->reportDownloadProgress(0, 1);
     EXPECT_EQ(forgetful.refusing, 0);
