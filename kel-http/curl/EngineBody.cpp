@@ -11,6 +11,7 @@
 
 #include "kel-http/curl/ContentType.h"
 #include "kel-http/curl/CurlOption.h"
+#include "kel-http/curl/EngineTrace.h"
 #include "kel-http/curl/LongOption.h"
 #include "kel-http/model/LogLine.h"
 #include "ko/assert.h"
@@ -56,10 +57,11 @@ CURLcode askForBeginnings(CURL* /*easy*/, Engine::ActiveTask& /*task*/) {
 
 // libcurl sends a request again whose connection turns out to be dead, and goes on reading where it was: it has to be told
 // that the body begins anew, each time that a request is about to be sent. Where libcurl does not say so the trace does.
-void addBeginning(CURL* easy, Engine::ActiveTask& task) {
+void addBeginning(CURL* easy, Engine::ActiveTask& task, logging::Logger& logger) {
     const CURLcode result = askForBeginnings(easy, task);
     if (result == CURLE_UNKNOWN_OPTION) {
         libcurl_tells_beginnings = false;
+        EngineTrace::turnOn(easy, logger);
     } else {
         requireCall(result, "to tell when a request is about to be sent");
     }
@@ -93,7 +95,7 @@ void EngineBody::addHTTPMethodToRequest(CURL* easy, const RequestPtr& request, E
 
 void EngineBody::addUpload(CURL* easy, const Request& request, Engine::ActiveTask& task) const {
     setOption(easy, CURLOPT_UPLOAD, 1L);
-    addBeginning(easy, task);
+    addBeginning(easy, task, *logger);
     if (request.config.body_is_file) {
         addFileUpload(easy, request, task);
         return;

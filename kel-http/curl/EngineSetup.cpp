@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "kel-http/curl/CurlOption.h"
+#include "kel-http/curl/EngineTrace.h"
 #include "kel-http/curl/HeaderCheck.h"
 #include "kel-http/curl/LongOption.h"
 #include "kel-http/curl/PartialFile.h"
@@ -86,9 +87,7 @@ void EngineSetup::dumpRequest(const Request& request) const {
 // Callbacks get the easy handle, not the task: they find the task only while it is active.
 void EngineSetup::addCallbacks(CURL* easy, Request& request) const {
     setOption(easy, CURLOPT_READFUNCTION, &readNothing);  // before all others: they may be refused
-    setOption(easy, CURLOPT_VERBOSE, 1L);
-    setOption(easy, CURLOPT_DEBUGFUNCTION, &Engine::traceTransfer);
-    setOption(easy, CURLOPT_DEBUGDATA, logger);
+    if (EngineTrace(*logger).isWanted()) EngineTrace::turnOn(easy, *logger);
     stateOf(request).errorBuffer.front() = '\0';  // an earlier attempt may have left its text
     setOption(easy, CURLOPT_ERRORBUFFER, stateOf(request).errorBuffer.data());
 }

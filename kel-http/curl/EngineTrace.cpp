@@ -3,6 +3,7 @@
 
 #include <limits>
 
+#include "kel-http/curl/CurlOption.h"
 #include "kel-http/curl/TraceText.h"
 #include "kel-http/model/LogLine.h"
 
@@ -93,8 +94,18 @@ void writeTrace(logging::Logger& logger, const TraceKind& kind, curl_infotype ty
 
 }  // namespace
 
+void EngineTrace::turnOn(CURL* easy, logging::Logger& log) {
+    setOption(easy, CURLOPT_VERBOSE, 1L);
+    setOption(easy, CURLOPT_DEBUGFUNCTION, &Engine::traceTransfer);
+    setOption(easy, CURLOPT_DEBUGDATA, &log);
+}
+
+bool EngineTrace::isWanted() const {
+    return logger.verbosity() >= lowest_threshold;
+}
+
 bool EngineTrace::wants(curl_infotype type) const {
-    if (logger.verbosity() < lowest_threshold) return false;
+    if (!isWanted()) return false;
     return logger.verbosity() >= kindOf(type).threshold;
 }
 

@@ -16,6 +16,12 @@ class EngineTrace {
  public:
     explicit EngineTrace(logging::Logger& log) : logger(log) {}
 
+    // Has libcurl tell of this transfer from now on, which is costly even where nobody reads it.
+    static void turnOn(CURL* easy, logging::Logger& log);
+
+    // Whether anybody would read text of any kind.
+    bool isWanted() const;
+
     // Whether anybody would read text of this kind. Asked before anything is looked up or copied.
     bool wants(curl_infotype type) const;
 

@@ -72,8 +72,7 @@ TEST_F(InterposedOptionsTest, PlainGetSetsItsOptionsInOrder) {
     options.erase(std::remove_if(options.begin(), options.end(), own), options.end());
     EXPECT_THAT(
         options,
-        ElementsAre("CURLOPT_READFUNCTION=set", "CURLOPT_VERBOSE=1", "CURLOPT_DEBUGFUNCTION=set",
-                    "CURLOPT_DEBUGDATA=set", "CURLOPT_ERRORBUFFER=set", "CURLOPT_181=3",
+        ElementsAre("CURLOPT_READFUNCTION=set", "CURLOPT_ERRORBUFFER=set", "CURLOPT_181=3",
                     "CURLOPT_DEFAULT_PROTOCOL=http", "CURLOPT_URL=" + server.url("/plain"), "CURLOPT_WRITEFUNCTION=set",
                     "CURLOPT_WRITEDATA=easy", "CURLOPT_HEADERFUNCTION=set", "CURLOPT_HEADERDATA=easy",
                     "CURLOPT_FOLLOWLOCATION=1", "CURLOPT_MAXREDIRS=5", "CURLOPT_XFERINFOFUNCTION=set",
@@ -83,6 +82,34 @@ TEST_F(InterposedOptionsTest, PlainGetSetsItsOptionsInOrder) {
                     "CURLOPT_CAINFO=/etc/ssl/certs/ca-certificates.crt", "CURLOPT_CAPATH=null", "CURLOPT_IPRESOLVE=0",
                     "CURLOPT_322=1", "CURLOPT_ERRORBUFFER=null", "CURLOPT_NOPROGRESS=1"));
 }
+
+const Options Trace = {"CURLOPT_VERBOSE", "CURLOPT_DEBUGFUNCTION", "CURLOPT_DEBUGDATA"};
+
+TEST_F(InterposedOptionsTest, TraceIsForThoseWhoReadItWhenTheTransferIsSetUp) {
+    for (const int level : {0, 1, 2, 3, 4, 9}) {
+        const LogCapture log("HttpClient", level);
+        const Options options = optionsOf(get());
+        if (level < 3) {
+            EXPECT_THAT(only(options, Trace), IsEmpty()) << level;
+        } else {
+            EXPECT_THAT(options, AllOf(Contains("CURLOPT_VERBOSE=1"), Contains("CURLOPT_DEBUGFUNCTION=set"),
+                                       Contains("CURLOPT_DEBUGDATA=set")))
+                << level;
+        }
+    }
+}
+
+#if LIBCURL_VERSION_NUM >= 0x075000
+TEST_F(InterposedOptionsTest, UploadHasTheTraceWhereNothingElseTellsItsBeginning) {
+    RequestConfig config = get();
+    config.method = Method::PUT;
+    EXPECT_THAT(only(optionsOf(config), Trace), IsEmpty());
+    interposed.lack(CURLOPT_PREREQFUNCTION);
+    EXPECT_THAT(only(optionsOf(config), Trace),
+                ElementsAre("CURLOPT_VERBOSE=1", "CURLOPT_DEBUGFUNCTION=set", "CURLOPT_DEBUGDATA=set"));
+    EXPECT_THAT(only(optionsOf(get()), Trace), IsEmpty());
+}
+#endif
 
 TEST_F(InterposedOptionsTest, EveryOptionHasItsPlace) {
     RequestConfig config = get();

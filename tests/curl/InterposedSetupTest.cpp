@@ -59,7 +59,7 @@ TEST_F(InterposedSetupTest, StepsFollowOneAnother) {
     const std::vector<std::string> told = names();
     auto place = told.begin();
     for (const char* const option :
-         {"CURLOPT_VERBOSE", "CURLOPT_URL", "CURLOPT_FOLLOWLOCATION", "CURLOPT_NOPROGRESS", "CURLOPT_TIMEOUT_MS",
+         {"CURLOPT_ERRORBUFFER", "CURLOPT_URL", "CURLOPT_FOLLOWLOCATION", "CURLOPT_NOPROGRESS", "CURLOPT_TIMEOUT_MS",
           "CURLOPT_SHARE", "CURLOPT_USERNAME", "CURLOPT_HTTPHEADER", "CURLOPT_SSLVERSION", "CURLOPT_IPRESOLVE"}) {
         place = std::find(place, told.end(), option);
         EXPECT_NE(place, told.end()) << option;
