@@ -60,7 +60,7 @@ class KEL_HTTP_EXPORT Client {
     //
     // One of the two callbacks is called, once, as a later task on the executor; none after cancel_request(id).
     // Threads:   the thread that first used this client. Any other one stops the process.
-    // Ownership: everything is copied; the client lives on until the outcome has been delivered.
+    // Ownership: everything is copied, save what is given away (below); the client lives on until the outcome has been delivered.
     // Units:     config.timeout in milliseconds, 0 for none; config.speed_limit in bytes per second.
     // Errors:    std::bad_alloc, with nothing started; a failed transfer arrives in `error_cb`. An empty callback stops
     //            the process.
@@ -85,6 +85,15 @@ class KEL_HTTP_EXPORT Client {
                                      const ResponseCallback& response_cb, const ErrorCallback& error_cb,
                                      const ProgressCallback& progress_cb) = 0;
 
+    // The same two calls for a `config` that is given away, which is moved instead of copied: a body of many MiB exists once.
+    // Classes of a program's own get it as a reference.
+    // Errors:    std::bad_alloc, with nothing started; `config` is then as it was.
+    RequestId start_request(RequestConfig&& config, const LogFilter& filter, const ResponseCallback& response_cb,
+                            const ErrorCallback& error_cb);
+    RequestId start_download(RequestConfig&& config, const std::string& path, const LogFilter& filter,
+                             const ResponseCallback& response_cb, const ErrorCallback& error_cb,
+                             const ProgressCallback& progress_cb);
+
     // Stops the flow of data until resume_request(id); no byte is lost. The request's time-out keeps running. An
     // unknown id is ignored.
     // Threads:   the client's.
@@ -103,7 +112,7 @@ class KEL_HTTP_EXPORT Client {
     // Threads:   the client's.
     virtual RequestId allocate_request_id() = 0;
 
-    // The same two calls for callers that keep handles instead of ids. Callbacks are dropped once the handle is gone,
+    // The same calls for callers that keep handles instead of ids. Callbacks are dropped once the handle is gone,
     // and destroying the handle of a running request cancels it. An empty `progress_cb` is allowed here.
     // Threads:   the client's, also for destroying the handle.
     // Ownership: a handle may outlive its client, of whatever class that is; it then does nothing. A class of a
@@ -119,6 +128,14 @@ class KEL_HTTP_EXPORT Client {
                                         const std::function<void(const ErrorData&)>& error_cb,
                                         const std::function<void(const ProgressData&)>& progress_cb);
 
+    [[nodiscard]] Handle start_request(RequestConfig&& config, const LogFilter& filter,
+                                       const std::function<void(const ResponseData&)>& response_cb,
+                                       const std::function<void(const ErrorData&)>& error_cb);
+    [[nodiscard]] Handle start_download(RequestConfig&& config, const std::string& path, const LogFilter& filter,
+                                        const std::function<void(const ResponseData&)>& response_cb,
+                                        const std::function<void(const ErrorData&)>& error_cb,
+                                        const std::function<void(const ProgressData&)>& progress_cb);
+
     // What is called with callbacks that fit none of the calls above, or two of them, does not compile, and the compiler
     // says which callback has to change. All of one call take an id, or none does.
     template <typename Response, typename Error, detail::IfUnclear<Response, Error> = 0>
@@ -126,10 +143,23 @@ class KEL_HTTP_EXPORT Client {
                                          Response&& /*response_cb*/, Error&& /*error_cb*/) {
         return detail::refuse<Response, Error>();
     }
+    template <typename Response, typename Error, detail::IfUnclear<Response, Error> = 0>
+    detail::NothingStarted start_request(RequestConfig&& /*config*/, const LogFilter& /*filter*/,
+                                         Response&& /*response_cb*/, Error&& /*error_cb*/) {
+        return detail::refuse<Response, Error>();
+    }
     // The same for downloads.
     template <typename Response, typename Error, typename Progress = detail::CalledEitherWay,
               detail::IfUnclear<Response, Error, Progress> = 0>
     detail::NothingStarted start_download(const RequestConfig& /*config*/, const std::string& /*path*/,
+                                          const LogFilter& /*filter*/, Response&& /*response_cb*/, Error&& /*error_cb*/,
+                                          Progress&& /*progress_cb*/) {
+        return detail::refuse<Response, Error, Progress>();
+    }
+
+    template <typename Response, typename Error, typename Progress = detail::CalledEitherWay,
+              detail::IfUnclear<Response, Error, Progress> = 0>
+    detail::NothingStarted start_download(RequestConfig&& /*config*/, const std::string& /*path*/,
                                           const LogFilter& /*filter*/, Response&& /*response_cb*/, Error&& /*error_cb*/,
                                           Progress&& /*progress_cb*/) {
         return detail::refuse<Response, Error, Progress>();

@@ -11,6 +11,20 @@
 
 namespace kel::http {
 
+namespace {
+
+// What a request begins with that is going to be given its configuration: a copy of it takes no memory.
+const RequestConfig& nothing_yet() {
+    static const RequestConfig nothing = [] {
+        RequestConfig config;
+        config.headers = {};
+        return config;
+    }();
+    return nothing;
+}
+
+}  // namespace
+
 std::shared_ptr<Client> createClient(ko::executor& executor, logging::Logger& logger) {
     return createClient(executor, logger, ClientOptions());
 }
@@ -60,6 +74,38 @@ Client::RequestId ClientImpl::start_download(const RequestConfig& config, const 
     return id;
 }
 
+Client::RequestId ClientImpl::start_given_request(RequestConfig& config, const LogFilter& filter,
+                                                  const ResponseCallback& response_cb, const ErrorCallback& error_cb) {
+    KO_ASSERT(response_cb);
+    KO_ASSERT(error_cb);
+    check_thread();
+    const RequestId id = next_id();
+    const auto request = make_request(id, nothing_yet());
+    run_given(id, request, config, {response_cb, error_cb, {}, filter});
+    log_request(logger, id, request->config, filter);
+    return id;
+}
+
+Client::RequestId ClientImpl::start_given_download(RequestConfig& config, const std::string& path,
+                                                   const LogFilter& filter, const ResponseCallback& response_cb,
+                                                   const ErrorCallback& error_cb, const ProgressCallback& progress_cb) {
+    KO_ASSERT(response_cb);
+    KO_ASSERT(error_cb);
+    KO_ASSERT(progress_cb);
+    check_thread();
+    const RequestId id = next_id();
+    const auto request = make_download(id, nothing_yet(), path);
+    std::string earlier = std::exchange(config.download_path, std::move(request->config.download_path));
+    try {
+        run_given(id, request, config, {response_cb, error_cb, progress_cb, filter});
+    } catch (...) {
+        config.download_path.swap(earlier);
+        throw;
+    }
+    log_request(logger, id, request->config, filter);
+    return id;
+}
+
 Client::RequestId ClientImpl::next_id() {
     const RequestId id = allocate_request_id();
     KO_ASSERT(id != NoRequestId);
@@ -89,6 +135,17 @@ void ClientImpl::run(RequestId id, const std::shared_ptr<CurlRequest>& request, 
     } catch (...) {
         request_infos.erase(id);
         requests.erase(id);
+        throw;
+    }
+}
+
+void ClientImpl::run_given(RequestId id, const std::shared_ptr<CurlRequest>& request, RequestConfig& config,
+                           RequestInfo&& info) {
+    request->config = std::move(config);
+    try {
+        run(id, request, std::move(info));
+    } catch (...) {
+        config = std::move(request->config);
         throw;
     }
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The calls of Client that give out handles, for whatever class a client is of.
+// The calls of Client that are not virtual, for whatever class a client is of: those that give out handles, and those that
+// take a record for good.
 #include <utility>
 
 #include "kel-http/Client.h"
@@ -60,37 +61,83 @@ auto without_id(const std::function<void(const ProgressData&)>& callback) {
     };
 }
 
+template <typename Config>
+Client::Handle request_with_handle(Client& client, Config&& config, const LogFilter& filter,
+                                   const std::function<void(const ResponseData&)>& response_cb,
+                                   const std::function<void(const ErrorData&)>& error_cb) {
+    KO_ASSERT(response_cb);
+    KO_ASSERT(error_cb);
+    Client::Handle handle;
+    const Client::ResponseCallback on_response(handle.wrap(ko::CallbackType::once, without_id(response_cb)));
+    const Client::ErrorCallback on_error(handle.wrap(ko::CallbackType::once, without_id(error_cb)));
+    start_with_handle(client, handle, [&] {
+        return client.start_request(std::forward<Config>(config), filter, on_response, on_error);
+    });
+    return handle;
+}
+
+template <typename Config>
+Client::Handle download_with_handle(Client& client, Config&& config, const std::string& path, const LogFilter& filter,
+                                    const std::function<void(const ResponseData&)>& response_cb,
+                                    const std::function<void(const ErrorData&)>& error_cb,
+                                    const std::function<void(const ProgressData&)>& progress_cb) {
+    KO_ASSERT(response_cb);
+    KO_ASSERT(error_cb);
+    Client::Handle handle;
+    const Client::ResponseCallback on_response(handle.wrap(ko::CallbackType::once, without_id(response_cb)));
+    const Client::ErrorCallback on_error(handle.wrap(ko::CallbackType::once, without_id(error_cb)));
+    const Client::ProgressCallback on_progress(handle.wrap(ko::CallbackType::repeating, without_id(progress_cb)));
+    start_with_handle(client, handle, [&] {
+        return client.start_download(std::forward<Config>(config), path, filter, on_response, on_error, on_progress);
+    });
+    return handle;
+}
+
 }  // namespace
 
 Client::~Client() {
     ForeignClients::leave(*this);
 }
 
+Client::RequestId Client::start_request(RequestConfig&& config, const LogFilter& filter,
+                                        const ResponseCallback& response_cb, const ErrorCallback& error_cb) {
+    auto* const own = dynamic_cast<ClientImpl*>(this);
+    if (own == nullptr) return start_request(std::as_const(config), filter, response_cb, error_cb);
+    return own->start_given_request(config, filter, response_cb, error_cb);
+}
+
+Client::RequestId Client::start_download(RequestConfig&& config, const std::string& path, const LogFilter& filter,
+                                         const ResponseCallback& response_cb, const ErrorCallback& error_cb,
+                                         const ProgressCallback& progress_cb) {
+    auto* const own = dynamic_cast<ClientImpl*>(this);
+    if (own == nullptr) return start_download(std::as_const(config), path, filter, response_cb, error_cb, progress_cb);
+    return own->start_given_download(config, path, filter, response_cb, error_cb, progress_cb);
+}
+
 Client::Handle Client::start_request(const RequestConfig& config, const LogFilter& filter,
                                      const std::function<void(const ResponseData&)>& response_cb,
                                      const std::function<void(const ErrorData&)>& error_cb) {
-    KO_ASSERT(response_cb);
-    KO_ASSERT(error_cb);
-    Handle handle;
-    const ResponseCallback on_response(handle.wrap(ko::CallbackType::once, without_id(response_cb)));
-    const ErrorCallback on_error(handle.wrap(ko::CallbackType::once, without_id(error_cb)));
-    start_with_handle(*this, handle, [&] { return start_request(config, filter, on_response, on_error); });
-    return handle;
+    return request_with_handle(*this, config, filter, response_cb, error_cb);
+}
+
+Client::Handle Client::start_request(RequestConfig&& config, const LogFilter& filter,
+                                     const std::function<void(const ResponseData&)>& response_cb,
+                                     const std::function<void(const ErrorData&)>& error_cb) {
+    return request_with_handle(*this, std::move(config), filter, response_cb, error_cb);
 }
 
 Client::Handle Client::start_download(const RequestConfig& config, const std::string& path, const LogFilter& filter,
                                       const std::function<void(const ResponseData&)>& response_cb,
                                       const std::function<void(const ErrorData&)>& error_cb,
                                       const std::function<void(const ProgressData&)>& progress_cb) {
-    KO_ASSERT(response_cb);
-    KO_ASSERT(error_cb);
-    Handle handle;
-    const ResponseCallback on_response(handle.wrap(ko::CallbackType::once, without_id(response_cb)));
-    const ErrorCallback on_error(handle.wrap(ko::CallbackType::once, without_id(error_cb)));
-    const ProgressCallback on_progress(handle.wrap(ko::CallbackType::repeating, without_id(progress_cb)));
-    start_with_handle(*this, handle,
-                      [&] { return start_download(config, path, filter, on_response, on_error, on_progress); });
-    return handle;
+    return download_with_handle(*this, config, path, filter, response_cb, error_cb, progress_cb);
+}
+
+Client::Handle Client::start_download(RequestConfig&& config, const std::string& path, const LogFilter& filter,
+                                      const std::function<void(const ResponseData&)>& response_cb,
+                                      const std::function<void(const ErrorData&)>& error_cb,
+                                      const std::function<void(const ProgressData&)>& progress_cb) {
+    return download_with_handle(*this, std::move(config), path, filter, response_cb, error_cb, progress_cb);
 }
 
 void Client::pause(RequestId id) {

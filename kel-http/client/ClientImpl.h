@@ -27,6 +27,12 @@ class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl
     RequestId start_download(const RequestConfig& config, const std::string& path, const LogFilter& filter,
                              const ResponseCallback& response_cb, const ErrorCallback& error_cb,
                              const ProgressCallback& progress_cb) override;
+    // The same for a record that is given away: it is moved from, or as it was when they throw.
+    RequestId start_given_request(RequestConfig& config, const LogFilter& filter, const ResponseCallback& response_cb,
+                                  const ErrorCallback& error_cb);
+    RequestId start_given_download(RequestConfig& config, const std::string& path, const LogFilter& filter,
+                                   const ResponseCallback& response_cb, const ErrorCallback& error_cb,
+                                   const ProgressCallback& progress_cb);
     void pause_request(RequestId id) override;
     void resume_request(RequestId id) override;
     void cancel_request(RequestId id) override;
@@ -47,6 +53,9 @@ class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl
     std::shared_ptr<CurlRequest> make_download(RequestId id, const RequestConfig& config, const std::string& path);
     // Starts it, or throws with nothing started and nothing kept.
     void run(RequestId id, const std::shared_ptr<CurlRequest>& request, RequestInfo&& info);
+    // The same for one that is to have `config`, which is given back when nothing is started.
+    void run_given(RequestId id, const std::shared_ptr<CurlRequest>& request, RequestConfig& config,
+                   RequestInfo&& info);
     void do_cancel_request(RequestId id);
 
     // Ends the request's life here: its entry, or an empty one when it was cancelled or has ended before.

@@ -204,6 +204,23 @@ class ForeignClientTest : public testing::Test {
     const RequestConfig config;
 };
 
+TEST_F(ClientHandleTest, WhatIsGivenAwayReachesAClientOfTheProgramsOwnAsAReference) {
+    const std::string url(100, 'u');
+    config.url = url;
+    const Client::ResponseCallback response = [](Client::RequestId, const ResponseData&) {};
+    const Client::ErrorCallback error = [](Client::RequestId, const ErrorData&) {};
+    Client& any = client;
+    EXPECT_EQ(any.start_request(std::move(config), filter, response, error), 5U);
+    EXPECT_EQ(any.start_download(std::move(config), "path", filter, response, error, {}), 5U);
+    const auto request = any.start_request(
+        std::move(config), filter, [](const ResponseData&) {}, [](const ErrorData&) {});
+    const auto download = any.start_download(
+        std::move(config), "path", filter, [](const ResponseData&) {}, [](const ErrorData&) {}, {});
+    EXPECT_THAT(client.events, ElementsAre("request " + url + " in mode 2", "download " + url + " to path in mode 2",
+                                           "request " + url + " in mode 2", "download " + url + " to path in mode 2"));
+    EXPECT_EQ(config.url, url);
+}
+
 TEST_F(ForeignClientTest, HandleDroppedBehindItsClientDoesNothing) {
     std::optional<Client::Handle> request = start();
     std::optional<Client::Handle> download = startDownload();

@@ -277,6 +277,36 @@ TEST_F(ClientImplTest, WithoutAnEngineNothingComesAndCancellingFreesAll) {
     executor.run([] {});
 }
 
+// A request without an engine waits, and has what it was given.
+TEST_F(ClientImplTest, WhatIsGivenAwayIsMovedAndWhatIsNotIsCopied) {
+    const auto held = std::make_shared<int>();
+    const auto fresh = [&held] {
+        RequestConfig config;
+        config.body = "a body that does not fit into the string itself";
+        config.verifier = [held](int, x509_store_ctx_st*) { return 1; };
+        return config;
+    };
+    RequestConfig kept = fresh();
+    client->start_request(kept, {}, noResponse(), noError());
+    EXPECT_EQ(kept.body, fresh().body);
+    EXPECT_EQ(held.use_count(), 3);
+    RequestConfig given = fresh();
+    const char* const bytes = given.body.data();
+    std::vector<Client::RequestId> ids;
+    ids.push_back(client->start_request(std::move(given), {}, noResponse(), noError()));
+    EXPECT_NE(given.body.data(), bytes);
+    EXPECT_FALSE(given.verifier);
+    ids.push_back(client->start_download(fresh(), "path", {}, noResponse(), noError(), noProgress()));
+    const auto request = client->start_request(
+        fresh(), {}, [](const ResponseData&) {}, [](const ErrorData&) {});
+    const auto download = client->start_download(
+        fresh(), "path", {}, [](const ResponseData&) {}, [](const ErrorData&) {}, {});
+    EXPECT_EQ(held.use_count(), 7);
+    client->cancel_request(1);
+    for (const Client::RequestId id : ids) client->cancel_request(id);
+    EXPECT_EQ(held.use_count(), 4);
+}
+
 TEST_F(ClientImplTest, ARunningRequestKeepsItsClientAndACancelledOneDoesNot) {
     const Client::RequestId id = client->start_request({}, {}, noResponse(), noError());
     const std::weak_ptr<Client> observer = client;

@@ -109,6 +109,40 @@ TEST_F(ShortageStartTest, RequestStartsOrNothingIsSent) {
     expectAllOrNothing([&] { client->start_request(config, {}, on_response, on_error); });
 }
 
+// A body that is about to be sent may exist nowhere else.
+TEST_F(ShortageStartTest, WhatIsGivenAwayStaysWhereNothingIsStarted) {
+    KEL_NEEDS_FAILING_ALLOCATIONS;
+    server.onRequest([](const ReceivedRequest&) { return Reply(200).body("new"); });
+    const Client::ProgressCallback on_progress = recorder.onProgress();
+    RequestConfig whole = get("/a/path/that/does/not/fit/into/the/text/itself");
+    whole.body = "a body that does not fit into the text itself";
+    whole.download_path = "another path that does not fit into the text itself";
+    for (const bool is_download : {false, true}) {
+        failEachAllocation([&](std::size_t succeeding) {
+            RequestConfig given = whole;
+            const std::size_t before = recorder.outcomes().size();
+            const Attempt made = attempt(succeeding, [&] {
+                if (is_download) {
+                    client->start_download(std::move(given), target, {}, on_response, on_error, on_progress);
+                } else {
+                    client->start_request(std::move(given), {}, on_response, on_error);
+                }
+            });
+            if (made.started) {
+                recorder.awaitCount(before + 1);
+            } else {
+                EXPECT_EQ(given.url, whole.url) << "allocation " << succeeding;
+                EXPECT_EQ(given.headers, whole.headers);
+                EXPECT_EQ(given.body, whole.body);
+                EXPECT_EQ(given.download_path, whole.download_path);
+            }
+            drain();
+            EXPECT_EQ(held.use_count(), 3);
+            return made.refused;
+        });
+    }
+}
+
 TEST_F(ShortageStartTest, RequestWhoseLinesFindNoMemoryHasStarted) {
     KEL_NEEDS_FAILING_ALLOCATIONS;
     const LogCapture log("TestClient", 9);

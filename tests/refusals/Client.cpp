@@ -91,6 +91,17 @@ void takenWithAnId(AnyClient& client) {
 }
 
 template <typename AnyClient>
+void takenWhatIsGivenAway(AnyClient& client) {
+    RequestConfig given;
+    Id id = client.start_request(std::move(given), filter, response, error);
+    id = client.start_request(RequestConfig(), {}, Object(), nullptr);
+    id = client.start_download(RequestConfig(), "path", {}, response, error, {});
+    static_cast<void>(id);
+    Handle handle = client.start_request(RequestConfig(), {}, plain_response, plain_error);
+    handle = client.start_download(RequestConfig(), "path", {}, plain_response, plain_error, {});
+}
+
+template <typename AnyClient>
 void takenWithAHandle(AnyClient& client) {
     Handle handle = client.start_request(config, filter, plain_response, plain_error);
     handle = client.start_request({}, {}, plain_response, plain_error_function);
@@ -110,6 +121,8 @@ void taken(Client& client, OwnClient& own) {
     static_cast<void>(forwarded(own, plain_response, plain_error));
     takenWithAnId(client);
     takenWithAHandle(client);
+    takenWhatIsGivenAway(client);
+    takenWhatIsGivenAway(own);
     takenWithAnId(own);
     takenWithAHandle(own);
 }
@@ -182,6 +195,23 @@ Id refused(Client& client) {
 #ifdef NULL_POINTERS  // refused: The callbacks fit two calls
 Id refused(Client& client) {
     return client.start_request({}, {}, nullptr, nullptr);
+}
+#endif
+
+#ifdef GIVEN_AWAY_WITHOUT_ID  // refused: The error callback takes no id, but another one does
+Id refused(Client& client) {
+    return client.start_request(RequestConfig(), {}, response, plain_error);
+}
+#endif
+#ifdef DOWNLOAD_GIVEN_AWAY_FITS_TWO_CALLS  // refused: The callbacks fit two calls
+Id refused(Client& client) {
+    return client.start_download(
+        RequestConfig(), "path", {}, [](auto&&...) {}, [](auto&&...) {}, {});
+}
+#endif
+#ifdef DROPPED_HANDLE_OF_WHAT_IS_GIVEN_AWAY  // refused: ignoring return value
+void refused(Client& client) {
+    client.start_request(RequestConfig(), {}, plain_response, plain_error);
 }
 #endif
 
