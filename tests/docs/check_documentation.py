@@ -17,7 +17,7 @@ SOURCE_LINES = 250
 FUNCTION_LINES = 30
 # Which rooms of kel-http/ each one may include. Of the engine, the client may include no more than requests and downloads need.
 ROOMS = {"model": {"model"}, "curl": {"model", "curl"}, "client": {"model", "client"}, "legacy": {"model", "curl", "legacy"}}
-CLIENT_MAY_INCLUDE = {"kel-http/curl/Request.h", "kel-http/curl/PartialFile.h"}
+CLIENT_MAY_INCLUDE = {"kel-http/curl/Request.h", "kel-http/curl/PartialFile.h", "kel-http/curl/AnnouncedSize.h"}
 # What programs may include of kel-http/, and so may whatever stands for a program here.
 INSTALLED = re.compile(r"kel-http/(curl/(Engine|Hooks|ProxyBlackList|Request|Tls)|legacy/HTTPEngine)\.h")
 PROGRAMS = {"bench", "examples", "tools"}
