@@ -133,13 +133,13 @@ class Walk {
     // What has been paused and not resumed lasts.
     Time pauses() const {
         Time sum(0);
-        std::optional<Time> since;
+        Time since = Never;
         for (const SeenDeed& one : seen_.deeds) {
             if (one.request != request_.id) continue;
-            if (one.deed == Deed::pause && !since) since = one.at;
-            if (one.deed == Deed::resume && since) sum += one.at - *std::exchange(since, std::nullopt);
+            if (one.deed == Deed::pause && since == Never) since = one.at;
+            if (one.deed == Deed::resume && since != Never) sum += one.at - std::exchange(since, Never);
         }
-        return since ? Never : sum;
+        return since == Never ? sum : Never;
     }
 
     // The latest end, with pauses and with the time that dead connections took.
