@@ -17,13 +17,14 @@ CURLcode presentDeviceIdentity(CURL* /*easy*/, void* context, void* /*data*/) {
     unsigned int length = der.size();
     if (sec_get_deviceCert(0, der.data(), &length) != 0) return CURLE_FAILED_INIT;
     const unsigned char* cursor = der.data();
-    const std::unique_ptr<X509, decltype(&X509_free)> certificate(d2i_X509(nullptr, &cursor, length), &X509_free);
+    const std::unique_ptr<X509, decltype(&X509_free)> certificate(d2i_X509(nullptr, &cursor, static_cast<long>(length)),
+                                                                  &X509_free);
 
     length = der.size();
     if (sec_get_priv_key(0, der.data(), &length) != 0) return CURLE_FAILED_INIT;
     cursor = der.data();
     const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
-        d2i_PrivateKey(EVP_PKEY_RSA, nullptr, &cursor, length), &EVP_PKEY_free);
+        d2i_PrivateKey(EVP_PKEY_RSA, nullptr, &cursor, static_cast<long>(length)), &EVP_PKEY_free);
 
     auto* const tls = static_cast<SSL_CTX*>(context);
     const bool used =
