@@ -128,6 +128,7 @@ class KEL_HTTP_EXPORT Client {
                                         const std::function<void(const ErrorData&)>& error_cb,
                                         const std::function<void(const ProgressData&)>& progress_cb);
 
+    // The same for a record that the caller gives away: it is moved, so that its body is not copied once more.
     [[nodiscard]] Handle start_request(RequestConfig&& config, const LogFilter& filter,
                                        const std::function<void(const ResponseData&)>& response_cb,
                                        const std::function<void(const ErrorData&)>& error_cb);
@@ -143,6 +144,7 @@ class KEL_HTTP_EXPORT Client {
                                          Response&& /*response_cb*/, Error&& /*error_cb*/) {
         return detail::refuse<Response, Error>();
     }
+    // The same for records that are given away.
     template <typename Response, typename Error, detail::IfUnclear<Response, Error> = 0>
     detail::NothingStarted start_request(RequestConfig&& /*config*/, const LogFilter& /*filter*/,
                                          Response&& /*response_cb*/, Error&& /*error_cb*/) {
@@ -156,7 +158,7 @@ class KEL_HTTP_EXPORT Client {
                                           Progress&& /*progress_cb*/) {
         return detail::refuse<Response, Error, Progress>();
     }
-
+    // The same for downloads with records that are given away.
     template <typename Response, typename Error, typename Progress = detail::CalledEitherWay,
               detail::IfUnclear<Response, Error, Progress> = 0>
     detail::NothingStarted start_download(RequestConfig&& /*config*/, const std::string& /*path*/,
