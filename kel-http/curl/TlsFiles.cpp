@@ -23,11 +23,6 @@ struct CloseFolder {
     void operator()(DIR* folder) const { closedir(folder); }
 };
 
-bool isSomethingElse(int folder, const char* path) {
-    struct stat status {};
-    return fstatat(folder, path, &status, 0) == 0 && !S_ISREG(status.st_mode);
-}
-
 // "0123abcd.0", "0123abcd.r0": the hash of a name, and a number among those with the same one.
 bool isCertificateName(std::string_view name) {
     constexpr std::size_t hash_length = 8;
@@ -37,14 +32,18 @@ bool isCertificateName(std::string_view name) {
     return !name.empty() && name.find_first_not_of("0123456789") == npos;
 }
 
-void requireRegularCertificatesIn(const std::string& path) {
+void requireRegularCertificatesIn(const std::string& path, FileState& state) {
     const std::unique_ptr<DIR, CloseFolder> folder(opendir(path.c_str()));
     if (!folder) return;
     while (const dirent* const entry = readdir(folder.get())) {
-        if (entry->d_type == DT_REG || !isCertificateName(entry->d_name)) continue;
-        if (!isSomethingElse(dirfd(folder.get()), entry->d_name)) continue;
-        throw std::runtime_error(
-            fmt::format("ca_dir: '{}/{}' is no regular file: remove it, or make it one", path, entry->d_name));
+        struct stat status {};
+        if (!isCertificateName(entry->d_name) || fstatat(dirfd(folder.get()), entry->d_name, &status, 0) != 0) continue;
+        if (!S_ISREG(status.st_mode)) {
+            throw std::runtime_error(
+                fmt::format("ca_dir: '{}/{}' is no regular file: remove it, or make it one", path, entry->d_name));
+        }
+        state.add(entry->d_name);
+        state.add(status);
     }
 }
 
@@ -109,12 +108,14 @@ void requireRegularFile(const char* option, const std::string& path, const struc
     throw std::runtime_error(fmt::format("{}: '{}' is no regular file: name a PEM file", option, path));
 }
 
-void requireRegularCertificates(const std::string& folders) {
+FileState requireRegularCertificates(const std::string& folders) {
+    FileState state;
     for (std::size_t begin = 0; begin <= folders.size();) {
         const std::size_t end = std::min(folders.find(':', begin), folders.size());
-        if (end > begin) requireRegularCertificatesIn(folders.substr(begin, end - begin));
+        if (end > begin) requireRegularCertificatesIn(folders.substr(begin, end - begin), state);
         begin = end + 1;
     }
+    return state;
 }
 
 void requireReadyKey(const std::string& path) {

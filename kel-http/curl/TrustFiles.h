@@ -1,25 +1,27 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <sys/stat.h>
-
 #include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <string>
 #include <vector>
 
+#include "kel-http/curl/FileState.h"
+
 namespace kel::http {
 
-// The CA files that transfers trust, by the names that libcurl is to know them by.
+// The files that transfers trust, or present, by the names that libcurl is to know them by.
 //
-// libcurl goes by the name alone. What it has read of a file serves every handshake of a day, and a connection or a TLS
+// libcurl goes by the name alone. What it has read of a CA file serves every handshake of a day, and a connection or a TLS
 // session that was made under a name serves whoever gives the same one: a file that has been replaced, or withdrawn,
 // would have no effect for as long. So a file that has changed gets another name, one that leads to the same file:
-// "/etc/ssl/ca.pem", then "/etc/ssl/./ca.pem", "/etc/ssl//./ca.pem" and so on.
+// "/etc/ssl/ca.pem", then "/etc/ssl/./ca.pem", "/etc/ssl//./ca.pem" and so on; a folder whose certificates have changed
+// becomes "/etc/ssl/certs/.".
 //
 // No name ever stands for two states, whatever paths there are. The 32 paths used last are remembered. One that was
-// forgotten may have changed meanwhile, so that from then on a path begins with a name that was never used, too.
+// forgotten may have changed meanwhile, so that from then on a path begins with a name that was never used, too. So does
+// one that differs in the case of letters only: libcurl before 7.78 does not tell the two apart.
 //
 // Engine thread.
 class TrustFiles {
@@ -34,31 +36,42 @@ class TrustFiles {
     // Throws what `requireRegularFile()` does, and std::bad_alloc; then nothing has been changed.
     const std::string& nameOf(const char* option, const std::string& path);
 
- private:
-    // By what a changed file is told. Nothing is set for one that is not there.
-    struct State {
-        State() = default;
-        explicit State(const struct stat& status);
-        bool operator==(const State& other) const;
+    // The same for a client's certificate. libcurl does not look at the key that goes with it, so the name stands for the
+    // two of them: another key brings another name.
+    const std::string& nameOfIdentity(const std::string& certificate, const std::string& key);
 
-        dev_t device = 0;
-        ino_t inode = 0;
-        off_t size = 0;
-        timespec written{};
-        timespec changed{};
+    // The same for folders, one or several with colons between them, and the certificates in them. Throws what
+    // `requireRegularCertificates()` does.
+    const std::string& nameOfFolders(const std::string& folders);
+
+    // From now on each path has a name that was never used: nothing that was made before serves anybody.
+    void startAnew();
+
+ private:
+    enum class Kind { authorities, identity, folders };
+    struct Place {
+        Kind kind;
+        const char* option;
+        const std::string& path;
+        const std::string& key;
     };
     struct File {
+        Kind kind = Kind::authorities;
         std::string path;
+        std::string key;
         std::string name;
-        State state;
+        FileState state;
         // Whether each change from now on would show in the state.
         bool certain = false;
         std::uint64_t lastUse = 0;
     };
 
-    static State look(const char* option, const std::string& path);
-    File* find(const std::string& path);
-    File& add(const std::string& path);
+    const std::string& nameOf(const Place& place);
+    static FileState look(const Place& place);
+    File* find(const Place& place);
+    File& add(const Place& place);
+    bool hasFreeName(const Place& place) const;
+    std::string newName(const Place& place);
 
     std::vector<File> files;
     std::uint64_t uses = 0;

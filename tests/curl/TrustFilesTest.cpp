@@ -219,5 +219,83 @@ TEST(BlindTimeTest, TimeToComeIsNotWaitedFor) {
     EXPECT_LE(leftAfter(seconds(-1000), 0), milliseconds(0));
 }
 
+// --- identities ---
+
+TEST_F(TrustFilesTest, UnchangedIdentityKeepsItsPath) {
+    const std::string cert = file("cert.pem", "c");
+    const std::string key = file("key.pem", "k");
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(trust.nameOfIdentity(cert, key), cert);
+    EXPECT_EQ(nameOf(cert), cert);
+}
+
+TEST_F(TrustFilesTest, CertificateAndKeyHaveANameTogether) {
+    const std::string cert = file("cert.pem", "c");
+    const std::string key = file("key.pem", "k");
+    std::set<std::string> seen{trust.nameOfIdentity(cert, key)};
+    EXPECT_TRUE(seen.insert(trust.nameOfIdentity(cert, file("other.pem", "k"))).second);
+    EXPECT_FALSE(seen.insert(trust.nameOfIdentity(cert, key)).second);
+    file("key.pem", "l");
+    EXPECT_TRUE(seen.insert(trust.nameOfIdentity(cert, key)).second);
+    file("cert.pem", "d");
+    const std::string last = trust.nameOfIdentity(cert, key);
+    EXPECT_TRUE(seen.insert(last).second);
+    EXPECT_EQ(nodeOf(last), nodeOf(cert));
+}
+
+TEST_F(TrustFilesTest, PathsThatDifferInCaseOnlyHaveDifferentNames) {
+    EXPECT_EQ(nameOf(file("ca.pem", "one")), folder.path("ca.pem"));
+    const std::string other = nameOf(file("CA.pem", "one"));
+    EXPECT_NE(other, folder.path("CA.pem"));
+    EXPECT_EQ(nodeOf(other), nodeOf(folder.path("CA.pem")));
+}
+
+// --- folders ---
+
+TEST_F(TrustFilesTest, FolderHasANewNameWhenACertificateInItChanges) {
+    std::set<std::string> seen{trust.nameOfFolders(folder.path())};
+    EXPECT_EQ(*seen.begin(), folder.path());
+    const auto isNew = [&] {
+        const std::string name = trust.nameOfFolders(folder.path());
+        EXPECT_EQ(nodeOf(name), nodeOf(folder.path()));
+        EXPECT_EQ(trust.nameOfFolders(folder.path()), name);
+        return seen.insert(name).second;
+    };
+    file("notes.txt", "no certificate");
+    EXPECT_FALSE(isNew());
+    const std::string path = file("0123abcd.0", "one");
+    EXPECT_TRUE(isNew());
+    file("0123abcd.0", "two");
+    EXPECT_TRUE(isNew());
+    rename(path.c_str(), folder.path("0123abcd.1").c_str());
+    EXPECT_TRUE(isNew());
+    point(folder.path("0123abcd.0"), file("target.pem", "one"));
+    EXPECT_TRUE(isNew());
+    file("target.pem", "two");
+    EXPECT_TRUE(isNew());
+    unlink(folder.path("0123abcd.1").c_str());
+    EXPECT_TRUE(isNew());
+}
+
+TEST_F(TrustFilesTest, FirstOfSeveralFoldersCarriesTheName) {
+    const std::string folders = ":" + folder.path() + "/:/nonexistent:";
+    EXPECT_EQ(trust.nameOfFolders(folders), folder.path() + "/.:/nonexistent:");
+    EXPECT_EQ(trust.nameOfFolders("/"), "//.");
+    EXPECT_EQ(trust.nameOfFolders(":"), ":");
+    trust.startAnew();
+    EXPECT_EQ(trust.nameOfFolders(":"), ":");
+}
+
+// --- from anew ---
+
+TEST_F(TrustFilesTest, NothingKeepsItsNameWhenAllStartsAnew) {
+    const std::string path = file("ca.pem", "one");
+    expectNewName(path);
+    trust.nameOfFolders(folder.path());
+    trust.startAnew();
+    expectNewName(path);
+    EXPECT_NE(trust.nameOfFolders(folder.path()), folder.path());
+    EXPECT_NE(trust.nameOfIdentity(path, path), path);
+}
+
 }  // namespace
 }  // namespace kel::http::test
