@@ -64,6 +64,13 @@ std::string expired(const Cookie& cookie) {
                        std::time(nullptr) - 1, cookie[name], cookie[value]);
 }
 
+// False: libcurl has been built without.
+bool keep(CURLSH* share, curl_lock_data what) {
+    const CURLSHcode result = curl_share_setopt(share, CURLSHOPT_SHARE, what);
+    if (result == CURLSHE_NOMEM) throw std::bad_alloc();
+    return result == CURLSHE_OK;
+}
+
 using CookieLines = std::unique_ptr<curl_slist, void (*)(curl_slist*)>;
 
 CookieLines noLines() {
@@ -84,22 +91,25 @@ CURLcode listCookies(CURL* easy, CookieLines& lines) {
 
 }  // namespace
 
-EngineCookies::EngineCookies(logging::Logger& log) : share(curl_share_init()), logger(&log) {
-    if (!share) throw std::bad_alloc();
+EngineCookies::EngineCookies(logging::Logger& log)
+    : share(curl_share_init()), sessions(curl_share_init()), logger(&log) {
+    if (!share || !sessions) throw std::bad_alloc();
 }
 
+// No functions that lock: one thread uses them.
 void EngineCookies::open() {
-    const CURLSHcode result = curl_share_setopt(share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
-    if (result == CURLSHE_NOMEM) throw std::bad_alloc();
-    if (result != CURLSHE_OK) share.reset();
+    if (!keep(share.get(), CURL_LOCK_DATA_COOKIE)) share.reset();
+    if (!keep(sessions.get(), CURL_LOCK_DATA_SSL_SESSION)) return sessions.reset();
+    if (share) keep(share.get(), CURL_LOCK_DATA_SSL_SESSION);
 }
 
 void EngineCookies::close() {
     share.reset();
+    sessions.reset();
 }
 
 void EngineCookies::addCookies(CURL* easy, const RequestConfig& config, CookieSave& save) {
-    if (config.cookie_jar == CookieJar::no_cookies || !share) return;
+    if (config.cookie_jar == CookieJar::no_cookies || !share) return addSessions(easy);
     setOption(easy, CURLOPT_SHARE, share.get());
     // No name of a file, only the wish for cookies: libcurl would open whatever has that name by then.
     setOption(easy, CURLOPT_COOKIEFILE, "");
@@ -108,6 +118,10 @@ void EngineCookies::addCookies(CURL* easy, const RequestConfig& config, CookieSa
     // Starting afresh reads another selection.
     if (!config.reset_state && !readFile(folder, false)) return;
     if (config.cookie_jar == CookieJar::rw_cookies) save.plan(*this, std::move(folder));
+}
+
+void EngineCookies::addSessions(CURL* easy) const {
+    if (sessions) setOption(easy, CURLOPT_SHARE, sessions.get());
 }
 
 void EngineCookies::addFreshCookies(CURL* easy, const RequestConfig& config, CookieSave& save) {

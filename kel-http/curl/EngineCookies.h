@@ -14,7 +14,9 @@
 
 namespace kel::http {
 
-// The cookies in force, which all transfers with a cookie jar share, and the file that they come from and go to.
+// The cookies in force, which all transfers with a cookie jar share, and the file that they come from and go to. What
+// libcurl lets transfers share comes as one, so TLS sessions are in here, too: those of transfers with a cookie jar, and
+// beside them those of the others, to which a session could tell as much as a cookie.
 // Engine thread; made and closed by the engine's owner while that thread is not running.
 class EngineCookies {
  public:
@@ -28,7 +30,7 @@ class EngineCookies {
     // When the last transfer has been freed.
     void close();
 
-    // Gives the transfer the jar that its request asks for, with what the file holds. A writer's end writes the file
+    // Gives the transfer TLS sessions, and the jar that its request asks for, with what the file holds. A writer's end writes the file
     // through `save`. Throws when libcurl refuses.
     void addCookies(CURL* easy, const RequestConfig& config, CookieSave& save);
 
@@ -48,14 +50,19 @@ class EngineCookies {
     };
     using EasyHandle = std::unique_ptr<CURL, EasyEnd>;
 
+    void addSessions(CURL* easy) const;
     EasyHandle makeReader() const;
     tl::optional<Descriptor> openFile(const std::string& folder) const;
     bool readFile(const std::string& folder, bool new_session) const;
     static void load(CURL* reader, const Descriptor& file, const std::string& folder, bool new_session);
     void deleteCookiesFromRequest(CURL* easy, const std::string& url);
 
+    using Share = std::unique_ptr<CURLSH, ShareEnd>;
+
     // Null when libcurl has been built without cookies.
-    std::unique_ptr<CURLSH, ShareEnd> share;
+    Share share;
+    // TLS sessions alone. Null when libcurl has been built without TLS.
+    Share sessions;
     logging::Logger* const logger;
 };
 

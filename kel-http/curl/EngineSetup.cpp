@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "kel-http/curl/CurlOption.h"
+#include "kel-http/curl/EngineTls.h"
 #include "kel-http/curl/EngineTrace.h"
 #include "kel-http/curl/HeaderCheck.h"
 #include "kel-http/curl/LongOption.h"
@@ -55,7 +56,13 @@ void requireGet(const RequestConfig& config, std::uintmax_t present_bytes) {
 
 EngineSetup::EngineSetup(Engine& of_engine, SocketEvents& of_sockets, EngineCookies& of_cookies,
                          const EngineBody& of_body, EngineProxy& of_proxy, logging::Logger& log)
-    : engine(of_engine), sockets(of_sockets), cookies(of_cookies), body(of_body), proxy(of_proxy), logger(&log) {}
+    : engine(of_engine),
+      tlsOverride(of_engine),
+      sockets(of_sockets),
+      cookies(of_cookies),
+      body(of_body),
+      proxy(of_proxy),
+      logger(&log) {}
 
 void EngineSetup::prepare(const TaskPtr& task) {
     CURL* const easy = task->easy;
@@ -71,7 +78,7 @@ void EngineSetup::prepare(const TaskPtr& task) {
     body.addHTTPMethodToRequest(easy, request, *task);
     addHeadersToRequest(easy, request, task);
     proxy.addProxyConfig(easy, *request);
-    engine.addTlsConfig(easy, request);  // virtual: a derived engine may replace it
+    addTls(easy, request);
     addIPVersionToRequest(easy, request);
     addLoopSafeguards(easy);
     addFreshState(easy, *task);
@@ -196,6 +203,11 @@ void EngineSetup::addHeadersToRequest(CURL* easy, const RequestPtr& request, con
     // Uploads go out at once: waiting for a "100 Continue" costs a round trip, or a second where none comes.
     if (config.method == Method::POST || config.method == Method::PUT) appendHeader(task->headers, "Expect:");
     setOption(easy, CURLOPT_HTTPHEADER, task->headers);
+}
+
+void EngineSetup::addTls(CURL* easy, const RequestPtr& request) const {
+    engine.addTlsConfig(easy, request);  // virtual: a derived engine may replace it
+    if (request->config.reset_state || tlsOverride.isIn(engine)) EngineTls::leaveSessionsAlone(easy);
 }
 
 void EngineSetup::addIPVersionToRequest(CURL* easy, const RequestPtr& request) {

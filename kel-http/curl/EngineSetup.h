@@ -8,6 +8,7 @@
 #include "kel-http/curl/EngineCookies.h"
 #include "kel-http/curl/EngineProxy.h"
 #include "kel-http/curl/SocketEvents.h"
+#include "kel-http/curl/TlsOverride.h"
 #include "logging/Logger.h"
 
 namespace kel::http {
@@ -15,8 +16,8 @@ namespace kel::http {
 // Turns a request into libcurl's options, step by step. Engine thread.
 class EngineSetup {
  public:
-    // `of_engine` is asked for its TLS options, which a derived one may replace, and is what watches sockets; `of_sockets`
-    // closes them.
+    // `of_engine`, which is just being constructed, is asked for its TLS options, which a derived one may replace, and is
+    // what watches sockets; `of_sockets` closes them.
     EngineSetup(Engine& of_engine, SocketEvents& of_sockets, EngineCookies& of_cookies, const EngineBody& of_body,
                 EngineProxy& of_proxy, logging::Logger& log);
 
@@ -36,10 +37,12 @@ class EngineSetup {
     static void addCredentials(CURL* easy, const Request& request);
     static void addHeadersToRequest(CURL* easy, const RequestPtr& request, const TaskPtr& task);
     static void addIPVersionToRequest(CURL* easy, const RequestPtr& request);
+    void addTls(CURL* easy, const RequestPtr& request) const;
     void addLoopSafeguards(CURL* easy) const;
     void addFreshState(CURL* easy, Engine::ActiveTask& task) const;
 
     Engine& engine;
+    const TlsOverride tlsOverride;
     SocketEvents& sockets;
     EngineCookies& cookies;
     const EngineBody& body;

@@ -6,8 +6,12 @@
 
 #include "certificate/certificate.h"
 #include "kel-http/curl/CurlOption.h"
+#include "kel-http/curl/Engine.h"
+#include "kel-http/curl/RequestImpl.h"
 #include "kel-http/curl/Tls.h"
 #include "kel-http/curl/TlsFiles.h"
+#include "kel-http/curl/TlsProxy.h"
+#include "kel-http/model/AsciiCase.h"
 #include "kel-http/model/LogLine.h"
 
 namespace kel::http {
@@ -62,17 +66,9 @@ void setContextFunction(CURL* easy, RequestConfig& config, curl_ssl_ctx_callback
     if (needsOwnConnection(config)) throw std::runtime_error("libcurl was built without OpenSSL");
 }
 
-void addOwnConnection(CURL* easy) {
-    setOption(easy, CURLOPT_FRESH_CONNECT, 1L);
-    setOption(easy, CURLOPT_FORBID_REUSE, 1L);
-    setOption(easy, CURLOPT_SSL_SESSIONID_CACHE, 0L);
-    // With HTTP/2 others would join the connection while it is in use.
-    setOption(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-}
-
-void addOwnIdentity(CURL* easy, const RequestConfig& config) {
+void addOwnIdentity(CURL* easy, const RequestConfig& config, const std::string& certificate_name) {
     requireReadyKey(*config.own_pkey);
-    setOption(easy, CURLOPT_SSLCERT, config.own_cert->c_str());
+    setOption(easy, CURLOPT_SSLCERT, certificate_name.c_str());
     setOption(easy, CURLOPT_SSLCERTTYPE, "PEM");
     setOption(easy, CURLOPT_SSLKEY, config.own_pkey->c_str());
     setOption(easy, CURLOPT_SSLKEYTYPE, "PEM");
@@ -80,41 +76,21 @@ void addOwnIdentity(CURL* easy, const RequestConfig& config) {
     setOption(easy, CURLOPT_KEYPASSWD, "");
 }
 
-// Null is not libcurl's default: it means that no file is trusted.
-void setCaFile(CURL* easy, const tl::optional<std::string>& file, TrustFiles& files) {
-    if (file && !file->empty()) {
-        setOption(easy, CURLOPT_CAINFO, files.nameOf("ca_file", *file).c_str());
-    } else if (!file && certificate::ca_pem_exists("default")) {
-        const std::string bundle = certificate::ca_path("default");
-        setOption(easy, CURLOPT_CAINFO, files.nameOf("the platform's CA bundle", bundle).c_str());
-    } else {
-        setOption(easy, CURLOPT_CAINFO, static_cast<char*>(nullptr));
-    }
-}
-
-void setCaFolder(CURL* easy, const tl::optional<std::string>& folder) {
-    if (folder && !folder->empty()) {
-        requireRegularCertificates(*folder);
-        setOption(easy, CURLOPT_CAPATH, folder->c_str());
-        return;
-    }
-    // Unchecked: not every TLS library has folders, and without them none is trusted anyway.
-    curl_easy_setopt(easy, CURLOPT_CAPATH, static_cast<char*>(nullptr));
-}
-
-void addVerification(CURL* easy, const RequestConfig& config, TrustFiles& files) {
-    if (!config.tls_verify) {
-        setOption(easy, CURLOPT_SSL_VERIFYHOST, 0L);
-        setOption(easy, CURLOPT_SSL_VERIFYPEER, 0L);
-        return;
-    }
-    setOption(easy, CURLOPT_SSL_VERIFYPEER, 1L);
-    setOption(easy, CURLOPT_SSL_VERIFYHOST, 2L);
-    setCaFile(easy, config.ca_file, files);
-    setCaFolder(easy, config.ca_dir);
+void addOwnConnection(CURL* easy) {
+    setOption(easy, CURLOPT_FRESH_CONNECT, 1L);
+    setOption(easy, CURLOPT_FORBID_REUSE, 1L);
+    EngineTls::leaveSessionsAlone(easy);
+    // With HTTP/2 others would join the connection while it is in use.
+    setOption(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
 }
 
 }  // namespace
+
+// A libcurl without TLS has no sessions.
+void EngineTls::leaveSessionsAlone(CURL* easy) {
+    const CURLcode result = curl_easy_setopt(easy, CURLOPT_SSL_SESSIONID_CACHE, 0L);
+    if (result != CURLE_OK && !isMissing(result)) refuseOption(CURLOPT_SSL_SESSIONID_CACHE, result);
+}
 
 void EngineTls::noteResult(CURLcode result) {
     switch (result) {
@@ -143,23 +119,111 @@ void EngineTls::addCertificateCache([[maybe_unused]] CURL* easy) const {
 }
 
 void EngineTls::addTlsConfig(CURL* easy, Request& request) {
-    RequestConfig& config = request.config;
-    const bool alone = needsOwnConnection(config);
-    if (config.own_cert) requireRegularFile("own_cert", *config.own_cert);
-    if (config.own_pkey) requireRegularFile("own_pkey", *config.own_pkey);
-    const bool has_files = tls::hasOwnIdentityFiles(config);
+    const RequestConfig& config = request.config;
     setVersions(easy, config);
-    // Decided here for all handshakes of the transfer: files may come and go before each of them.
-    if (!has_files) setContextFunction(easy, config, &tls::setupDeviceSSLCTXCallback);
-    if (has_files && alone) setContextFunction(easy, config, &tls::setupSSLCTXCallback);
-    if (has_files) {
-        writeLine(*logger, log_level::detail, "({}) Configuring own certificate for mTLS (cert={}; pkey={})",
-                  request.id(), *config.own_cert, *config.own_pkey);
-        addOwnIdentity(easy, config);
-    }
-    addVerification(easy, config, trustFiles);
+    addIdentity(easy, request);
+    addVerification(easy, config);
     addCertificateCache(easy);
-    if (alone) addOwnConnection(easy);
+    if (needsOwnConnection(config)) {
+        addOwnConnection(easy);
+    } else if (!config.tls_verify || mayMeetTlsProxy(request)) {
+        leaveSessionsAlone(easy);
+    }
+}
+
+// Decided here for all handshakes of the transfer: files may come and go before each of them.
+void EngineTls::addIdentity(CURL* easy, Request& request) {
+    RequestConfig& config = request.config;
+    if (!tls::hasOwnIdentityFiles(config)) {
+        if (config.own_cert) requireRegularFile("own_cert", *config.own_cert);
+        if (config.own_pkey) requireRegularFile("own_pkey", *config.own_pkey);
+        addDevice(easy, request);
+        return;
+    }
+    const std::string& name = trustFiles.nameOfIdentity(*config.own_cert, *config.own_pkey);
+    if (needsOwnConnection(config)) setContextFunction(easy, config, &tls::setupSSLCTXCallback);
+    writeLine(*logger, log_level::detail, "({}) Configuring own certificate for mTLS (cert={}; pkey={})", request.id(),
+              *config.own_cert, *config.own_pkey);
+    addOwnIdentity(easy, config, name);
+}
+
+// libcurl does not see the device's certificate. Once that has changed, whatever is named has another name. A request that
+// comes to TLS by a redirect only does not wait for the store.
+void EngineTls::addDevice(CURL* easy, Request& request) {
+    RequestConfig& config = request.config;
+    const bool may_share = startsWithIgnoringCase(config.url, "https:") && !needsOwnConnection(config);
+    if (may_share && device.look()) trustFiles.startAnew();
+    stateOf(request).tls = this;
+    stateOf(request).deviceNumber = device.number();
+    setContextFunction(easy, config, &EngineTls::presentDevice);
+}
+
+// By now the store may hold another certificate than when the transfer was set up. libcurl asks for a session to resume
+// behind this.
+CURLcode EngineTls::presentDevice(CURL* easy, void* context, void* config) noexcept {
+    try {
+        tls::CertificateDer presented;
+        const CURLcode result = tls::setUpDeviceContext(easy, context, config, presented);
+        if (result != CURLE_OK) return result;
+        const auto request = Engine::getEngine()->lookupRequest(easy);
+        if (!request) return CURLE_FAILED_INIT;
+        stateOf(*request).tls->notePresented(easy, stateOf(*request).deviceNumber, presented);
+        return CURLE_OK;
+    } catch (...) {
+        return CURLE_FAILED_INIT;
+    }
+}
+
+void EngineTls::notePresented(CURL* easy, std::uint32_t expected, const tls::CertificateDer& certificate) {
+    if (device.note(certificate)) trustFiles.startAnew();
+    if (device.number() != expected) leaveSessionsAlone(easy);
+}
+
+void EngineTls::addVerification(CURL* easy, const RequestConfig& config) {
+    if (!config.tls_verify) {
+        setOption(easy, CURLOPT_SSL_VERIFYHOST, 0L);
+        setOption(easy, CURLOPT_SSL_VERIFYPEER, 0L);
+        tellDeviceApart(easy);
+        return;
+    }
+    setOption(easy, CURLOPT_SSL_VERIFYPEER, 1L);
+    setOption(easy, CURLOPT_SSL_VERIFYHOST, 2L);
+    setCaFile(easy, config.ca_file);
+    setCaFolder(easy, config.ca_dir);
+}
+
+// libcurl from 8.12 on looks sessions up by where a relative name leads, to the same place before and after a change.
+void EngineTls::setAuthorities(CURL* easy, CURLoption option, const std::string& name) {
+    setOption(easy, option, name.c_str());
+    if (name.front() != '/') leaveSessionsAlone(easy);
+}
+
+// Null is not libcurl's default: it means that no file is trusted.
+void EngineTls::setCaFile(CURL* easy, const tl::optional<std::string>& file) {
+    if (file && !file->empty()) {
+        setAuthorities(easy, CURLOPT_CAINFO, trustFiles.nameOf("ca_file", *file));
+    } else if (!file && certificate::ca_pem_exists("default")) {
+        const std::string bundle = certificate::ca_path("default");
+        setAuthorities(easy, CURLOPT_CAINFO, trustFiles.nameOf("the platform's CA bundle", bundle));
+    } else {
+        setOption(easy, CURLOPT_CAINFO, static_cast<char*>(nullptr));
+    }
+}
+
+// Unchecked: not every TLS library has folders, and without them none is trusted anyway.
+void EngineTls::setCaFolder(CURL* easy, const tl::optional<std::string>& folder) {
+    if (folder && !folder->empty()) {
+        setAuthorities(easy, CURLOPT_CAPATH, trustFiles.nameOfFolders(*folder));
+    } else {
+        curl_easy_setopt(easy, CURLOPT_CAPATH, static_cast<char*>(nullptr));
+    }
+}
+
+// Without verification no file has a name that could tell the device's certificates apart, so this is one, of a folder
+// that can not be. Unchecked, as above.
+void EngineTls::tellDeviceApart(CURL* easy) const {
+    if (device.number() == 0) return;
+    curl_easy_setopt(easy, CURLOPT_CAPATH, fmt::format("/dev/null/{}", device.number()).c_str());
 }
 
 }  // namespace kel::http

@@ -6,14 +6,22 @@
 #include <chrono>
 #include <tl/optional.hpp>
 
+#include "kel-http/curl/DeviceCertificate.h"
 #include "kel-http/curl/Request.h"
 #include "kel-http/curl/TrustFiles.h"
 #include "logging/Logger.h"
 
 namespace kel::http {
 
-// What a transfer says to libcurl about TLS: versions, trust, the client's certificate, and whether the connection may be
-// shared. What libcurl has no option for is set in `Tls.h`, when the handshake begins. Engine thread.
+// What a transfer says to libcurl about TLS: versions, trust, the client's certificate, and whether connections and TLS
+// sessions may be shared. What libcurl has no option for is set in `Tls.h`, when the handshake begins.
+//
+// Who takes over a connection, or resumes a session, is served under the trust and as the client of whoever made it: the
+// server asks for no certificate again, nor is its own verified. So both serve those alone that would have made the same
+// ones. libcurl compares the names of files; `TrustFiles` and `DeviceCertificate` see to it that a name stands for what was
+// there when it was given.
+//
+// Engine thread.
 class EngineTls {
  public:
     using Clock = std::chrono::steady_clock::time_point (*)();
@@ -25,13 +33,27 @@ class EngineTls {
     // libcurl refuses what trust or identity depends on, and what `TlsFiles.h` throws.
     void addTlsConfig(CURL* easy, Request& request);
 
+    // Keeps a transfer from resuming TLS sessions, and from leaving any for others.
+    static void leaveSessionsAlone(CURL* easy);
+
     // Hears how each transfer has ended.
     void noteResult(CURLcode result);
 
  private:
+    static CURLcode presentDevice(CURL* easy, void* context, void* config) noexcept;
+
+    void addIdentity(CURL* easy, Request& request);
+    void addDevice(CURL* easy, Request& request);
+    void addVerification(CURL* easy, const RequestConfig& config);
+    static void setAuthorities(CURL* easy, CURLoption option, const std::string& name);
+    void setCaFile(CURL* easy, const tl::optional<std::string>& file);
+    void setCaFolder(CURL* easy, const tl::optional<std::string>& folder);
+    void tellDeviceApart(CURL* easy) const;
     void addCertificateCache(CURL* easy) const;
+    void notePresented(CURL* easy, std::uint32_t expected, const tls::CertificateDer& certificate);
 
     TrustFiles trustFiles;
+    DeviceCertificate device;
     const Clock clock;
     // When a handshake failed last; never, to begin with.
     tl::optional<std::chrono::steady_clock::time_point> lastFailure;

@@ -15,6 +15,8 @@
 
 namespace kel::http {
 
+class EngineTls;
+
 // What a request keeps for the engine, and what the engine leaves with it. Where nothing else is said: the owner's thread
 // before a run and after its outcome, the engine thread in between.
 struct Request::Impl {
@@ -74,6 +76,9 @@ struct Request::Impl {
     CURL* receiving = nullptr;
     // Engine thread: the present attempt's proxy came from remainingProxies.
     bool proxyIsFromList = false;
+    // Engine thread: who set the present attempt's device certificate up, and its number then.
+    EngineTls* tls = nullptr;
+    std::uint32_t deviceNumber = 0;
     // libcurl writes its error text here (`CURLOPT_ERRORBUFFER`) until the transfer is handed over.
     std::array<char, CURL_ERROR_SIZE> errorBuffer{};
 };

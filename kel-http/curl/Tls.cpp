@@ -13,6 +13,7 @@
 
 #include "certificate/certificate.h"
 #include "kel-http/RequestConfig.h"
+#include "kel-http/curl/TlsDevice.h"
 #include "kel-http/model/LogLine.h"
 #include "ko/assert.h"
 #include "sec/secure_store.h"
@@ -20,7 +21,7 @@
 namespace kel::http::tls {
 namespace {
 
-constexpr std::size_t der_bytes = 4096;
+constexpr std::size_t der_bytes = CertificateDer::MostBytes;
 using Der = std::array<unsigned char, der_bytes>;
 
 // Key bytes do not stay behind on the stack, whatever happens to the connection.
@@ -52,14 +53,9 @@ bool isReadable(const tl::optional<std::string>& path) {
     return path && !path->empty() && access(path->c_str(), R_OK) == 0;
 }
 
-// The parsers get the whole buffer: the length stands in the DER itself, and zeros behind it do no harm.
-CURLcode loadCertificate(DeviceIdentity& identity) {
-    Der der{};
-    unsigned int length = der_bytes;
-    if (sec_get_deviceCert(0, der.data(), &length) != 0) {
-        return fail(CURLE_FAILED_INIT, "setMicToCtx", "Failed Fetch the MIC");
-    }
-    const unsigned char* cursor = der.data();
+CURLcode loadCertificate(DeviceIdentity& identity, CertificateDer& certificate) {
+    if (!readDeviceCertificate(certificate)) return fail(CURLE_FAILED_INIT, "setMicToCtx", "Failed Fetch the MIC");
+    const unsigned char* cursor = certificate.bytes.data();
     identity.certificate = d2i_X509(nullptr, &cursor, der_bytes);
     if (identity.certificate != nullptr) return CURLE_OK;
     return fail(CURLE_FAILED_INIT, "setMicToCtx", "Failed to load MIC into an openssl X509 object");
@@ -85,6 +81,14 @@ CURLcode use(const DeviceIdentity& identity, SSL_CTX* context) {
         return fail(CURLE_FAILED_INIT, "setMicToCtx", " SSL_CTX_use_PrivateKey failed..");
     }
     return CURLE_OK;
+}
+
+CURLcode presentDevice(void* sslctx, CertificateDer& certificate) {
+    DeviceIdentity identity;
+    CURLcode result = loadCertificate(identity, certificate);
+    if (result == CURLE_OK) result = loadKey(identity);
+    if (result == CURLE_OK) result = use(identity, static_cast<SSL_CTX*>(sslctx));
+    return result;
 }
 
 using Verify = int (*)(int, X509_STORE_CTX*);
@@ -131,15 +135,11 @@ CURLcode setUpContext(CURL* curl, void* sslctx, void* config) {
     return setMicToCtx(curl, sslctx, config);
 }
 
-CURLcode setUpDeviceContext(CURL* curl, void* sslctx, void* config) {
-    const CURLcode result = setUpVerification(curl, sslctx, config);
-    return result == CURLE_OK ? setMicToCtx(curl, sslctx, config) : result;
-}
-
 // No exception may pass through libcurl, whatever a secure store or a log throws.
-CURLcode fenced(CURLcode (*step)(CURL*, void*, void*), CURL* curl, void* sslctx, void* config) {
+template <typename Step>
+CURLcode fenced(void* config, Step step) {
     try {
-        if (config != nullptr) return step(curl, sslctx, config);
+        if (config != nullptr) return step();
         return fail(CURLE_BAD_FUNCTION_ARGUMENT, "CURLcode kel::http::tls::setupSSLCTXCallback(CURL*, void*, void*)",
                     "Missing RequestConfig");
     } catch (...) {
@@ -153,12 +153,27 @@ bool hasOwnIdentityFiles(const RequestConfig& config) {
     return isReadable(config.own_cert) && isReadable(config.own_pkey);
 }
 
+bool readDeviceCertificate(CertificateDer& certificate) {
+    certificate.length = der_bytes;
+    return sec_get_deviceCert(0, certificate.bytes.data(), &certificate.length) == 0;
+}
+
 CURLcode setupSSLCTXCallback(CURL* curl, void* sslctx, void* config) {
-    return fenced(&setUpContext, curl, sslctx, config);
+    return fenced(config, [&] { return setUpContext(curl, sslctx, config); });
+}
+
+CURLcode setUpDeviceContext(CURL* curl, void* sslctx, void* config, CertificateDer& presented) {
+    return fenced(config, [&] {
+        const CURLcode result = setUpVerification(curl, sslctx, config);
+        if (result != CURLE_OK) return result;
+        if (sslctx == nullptr) return setMicToCtx(curl, sslctx, config);
+        return presentDevice(sslctx, presented);
+    });
 }
 
 CURLcode setupDeviceSSLCTXCallback(CURL* curl, void* sslctx, void* config) {
-    return fenced(&setUpDeviceContext, curl, sslctx, config);
+    CertificateDer presented;
+    return setUpDeviceContext(curl, sslctx, config, presented);
 }
 
 CURLcode setupVerifierCallback(CURL* /*curl*/, void* sslctx, void* config) {
@@ -192,11 +207,8 @@ CURLcode setMicToCtx(CURL* /*curl*/, void* sslctx, void* config) {
     constexpr const char* name = "CURLcode kel::http::tls::setMicToCtx(CURL*, void*, void*)";
     if (sslctx == nullptr) return fail(CURLE_BAD_FUNCTION_ARGUMENT, name, "Missing SSL_CTX");
     if (config == nullptr) return fail(CURLE_BAD_FUNCTION_ARGUMENT, name, "Missing RequestConfig");
-    DeviceIdentity identity;
-    CURLcode result = loadCertificate(identity);
-    if (result == CURLE_OK) result = loadKey(identity);
-    if (result == CURLE_OK) result = use(identity, static_cast<SSL_CTX*>(sslctx));
-    return result;
+    CertificateDer certificate;
+    return presentDevice(sslctx, certificate);
 }
 
 void addMicToCtxCleanup(X509* certificate, EVP_PKEY* key) {

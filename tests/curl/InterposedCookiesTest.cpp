@@ -74,13 +74,15 @@ class InterposedCookiesTest : public EngineTest {
 
 // --- options ---
 
-TEST_F(InterposedCookiesTest, EngineLetsItsHandlesShareCookiesAndNothingElse) {
+TEST_F(InterposedCookiesTest, EngineLetsItsHandlesShareCookiesAndTlsSessionsAndNothingElse) {
     drain();
-    EXPECT_THAT(interposed.options(), ElementsAre("CURLSHOPT_SHARE=" + std::to_string(CURL_LOCK_DATA_COOKIE)));
+    const std::string sessions = "CURLSHOPT_SHARE=" + std::to_string(CURL_LOCK_DATA_SSL_SESSION);
+    EXPECT_THAT(interposed.options(),
+                ElementsAre("CURLSHOPT_SHARE=" + std::to_string(CURL_LOCK_DATA_COOKIE), sessions, sessions));
 }
 
 TEST_F(InterposedCookiesTest, CookiesAreSetUpAheadOfTheCredentials) {
-    EXPECT_THAT(optionsOf(in(CookieJar::no_cookies, false)), ElementsAre("CURLOPT_USERNAME=user"));
+    EXPECT_THAT(optionsOf(in(CookieJar::no_cookies, false)), ElementsAre("CURLOPT_SHARE=set", "CURLOPT_USERNAME=user"));
     EXPECT_THAT(optionsOf(in(CookieJar::ro_cookies, false)),
                 ElementsAre("CURLOPT_SHARE=set", "CURLOPT_COOKIEFILE=", "CURLOPT_USERNAME=user"));
     // The last one is set on the handle that lists the cookies for the file.
@@ -104,8 +106,8 @@ TEST_F(InterposedCookiesTest, FreshRequestReadsTheFileOnceAndWithoutItsSessions)
     folder.store({{"127.0.0.2", "b", "1"}});
     const auto opened = StartsWith("CURLOPT_COOKIEFILE=/proc/self/fd/");
     EXPECT_THAT(optionsOf(in(CookieJar::no_cookies, true)),
-                ElementsAre("CURLOPT_USERNAME=user", "CURLOPT_COOKIESESSION=1", "CURLOPT_FRESH_CONNECT=1",
-                            "CURLOPT_DNS_CACHE_TIMEOUT=0"));
+                ElementsAre("CURLOPT_SHARE=set", "CURLOPT_USERNAME=user", "CURLOPT_COOKIESESSION=1",
+                            "CURLOPT_FRESH_CONNECT=1", "CURLOPT_DNS_CACHE_TIMEOUT=0"));
     EXPECT_THAT(optionsOf(in(CookieJar::ro_cookies, true)),
                 ElementsAre("CURLOPT_SHARE=set", "CURLOPT_COOKIEFILE=", "CURLOPT_USERNAME=user",
                             "CURLOPT_COOKIESESSION=1", "CURLOPT_SHARE=set", "CURLOPT_COOKIESESSION=1", opened,

@@ -83,7 +83,8 @@ TEST_F(InterposedSetupTest, TlsOfAnUnverifiedPeer) {
     EngineTls(logger).addTlsConfig(easy, *owner);
     EXPECT_THAT(interposed.options(),
                 ElementsAre("CURLOPT_SSLVERSION=" + std::to_string(CURL_SSLVERSION_TLSv1_1), "CURLOPT_SSL_CTX_DATA=set",
-                            "CURLOPT_SSL_CTX_FUNCTION=set", "CURLOPT_SSL_VERIFYHOST=0", "CURLOPT_SSL_VERIFYPEER=0"));
+                            "CURLOPT_SSL_CTX_FUNCTION=set", "CURLOPT_SSL_VERIFYHOST=0", "CURLOPT_SSL_VERIFYPEER=0",
+                            "CURLOPT_SSL_SESSIONID_CACHE=0"));
     curl_easy_cleanup(easy);
 }
 
