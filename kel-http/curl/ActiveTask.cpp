@@ -9,15 +9,14 @@
 namespace kel::http {
 
 Engine::ActiveTask::ActiveTask(std::shared_ptr<Request> owner)
-    : request(std::move(owner)), run(stateOf(*request).activeRun), easy(curl_easy_init()) {}
+    : ActiveTask(std::move(owner), EasyHandle(curl_easy_init())) {}
 
-// The easy handle borrows the lists and the files, so it goes first. Its progress is switched off: cleaning up may
-// otherwise report once more for a transfer that has ended.
+Engine::ActiveTask::ActiveTask(std::shared_ptr<Request> owner, EasyHandle handle)
+    : request(std::move(owner)), run(stateOf(*request).activeRun), easy(handle.release()) {}
+
+// The easy handle borrows the lists and the files, so it goes first.
 Engine::ActiveTask::~ActiveTask() {
-    if (easy != nullptr) {
-        curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 1L);
-        curl_easy_cleanup(easy);
-    }
+    EasyHandle(easy).reset();
     if (mime != nullptr) curl_mime_free(mime);
     if (headers != nullptr) curl_slist_free_all(headers);
 }

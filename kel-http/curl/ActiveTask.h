@@ -12,6 +12,7 @@
 #include <string>
 
 #include "kel-http/curl/CookieSave.h"
+#include "kel-http/curl/EasyHandles.h"
 #include "kel-http/curl/Engine.h"
 #include "kel-http/curl/TransferFault.h"
 #include "kel-http/curl/UploadFile.h"
@@ -22,6 +23,7 @@ namespace kel::http {
 // key is the easy handle.
 struct Engine::ActiveTask {
     explicit ActiveTask(std::shared_ptr<Request> owner);
+    ActiveTask(std::shared_ptr<Request> owner, EasyHandle handle);
     ActiveTask(const ActiveTask&) = delete;
     ActiveTask& operator=(const ActiveTask&) = delete;
     ~ActiveTask();
@@ -36,7 +38,10 @@ struct Engine::ActiveTask {
     std::shared_ptr<Request> request;
     // The run of the request that this is.
     const std::uint32_t run;
+    // Null when it has been given back.
     CURL* easy;
+    // The handle is to serve other requests as well, and may have served some.
+    bool handleServesOthers = false;
     curl_slist* headers = nullptr;
     curl_mime* mime = nullptr;
     // Bytes of an in-memory PUT body that libcurl has taken.

@@ -18,6 +18,9 @@ constexpr std::size_t reserve_bytes = 32768;
 // Any thread: libcurl looks names up on threads of its own.
 std::atomic<void*> reserve{nullptr};
 
+// Whether libcurl takes its memory from here.
+std::atomic<bool> isSource{false};
+
 void giveReserveBack() {
     std::free(reserve.exchange(nullptr));
 }
@@ -44,6 +47,7 @@ void* reallocate(void* memory, std::size_t bytes) {
 }
 
 char* duplicate(const char* text) {
+    isSource = true;
     const std::size_t bytes = std::strlen(text) + 1;
     void* const copy = allocate(bytes);
     return copy == nullptr ? nullptr : static_cast<char*>(std::memcpy(copy, text, bytes));
@@ -62,6 +66,8 @@ void initialise() {
 CurlLibrary::CurlLibrary() {
     fillReserve();
     initialise();
+    isSource = false;
+    curl_slist_free_all(curl_slist_append(nullptr, ""));
     // libcurl counts. This is the call by which programs know that it is in use.
     if (curl_global_init(CURL_GLOBAL_ALL) == CURLE_OK) return;
     curl_global_cleanup();
@@ -82,6 +88,10 @@ void CurlLibrary::fillReserve() {
     void* const memory = std::malloc(reserve_bytes);
     if (memory == nullptr) throw std::bad_alloc();
     std::free(reserve.exchange(memory));
+}
+
+bool CurlLibrary::isMemoryAmple() {
+    return isSource && reserve != nullptr;
 }
 
 }  // namespace kel::http

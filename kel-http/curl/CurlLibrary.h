@@ -24,6 +24,10 @@ class CurlLibrary {
     // Sees to it that the reserve is there. Throws std::bad_alloc. Engine thread.
     static void fillReserve();
 
+    // Whether libcurl has found all the memory that it asked for since the reserve was filled. False where that is unknown,
+    // as the reserve serves nobody. Engine thread.
+    static bool isMemoryAmple();
+
  private:
     bool isOpen = true;
 };

@@ -123,7 +123,7 @@ EngineCompletion::Completion EngineCompletion::completeTask(void* easy, CURLcode
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, nullptr);
     const bool retry = tryNextProxy(*task, responseCode);
     if (!retry) tell(*task, result, responseCode);
-    transfers.letGo(easy);
+    transfers.letGo(*task, result);
     return retry ? Completion::retry : Completion::final;
 }
 

@@ -78,7 +78,7 @@ void EngineSetup::prepare(const TaskPtr& task) {
     body.addHTTPMethodToRequest(easy, request, *task);
     addHeadersToRequest(easy, request, task);
     proxy.addProxyConfig(easy, *request);
-    addTls(easy, request);
+    addTls(easy, *task);
     addIPVersionToRequest(easy, request);
     addLoopSafeguards(easy);
     addFreshState(easy, *task);
@@ -121,7 +121,6 @@ void EngineSetup::addDownloadLimits(CURL* easy, Request& request) const {
             request.id(), *config.size_limit);
     }
     if (!config.resume) return;
-
     const auto offset = partialFileSize(config.download_path);
     stateOf(request).askedOffset = offset.value_or(0);
     if (!offset) return;
@@ -205,9 +204,11 @@ void EngineSetup::addHeadersToRequest(CURL* easy, const RequestPtr& request, con
     setOption(easy, CURLOPT_HTTPHEADER, task->headers);
 }
 
-void EngineSetup::addTls(CURL* easy, const RequestPtr& request) const {
-    engine.addTlsConfig(easy, request);  // virtual: a derived engine may replace it
-    if (request->config.reset_state || tlsOverride.isIn(engine)) EngineTls::leaveSessionsAlone(easy);
+void EngineSetup::addTls(CURL* easy, Engine::ActiveTask& task) const {
+    const bool is_overridden = tlsOverride.isIn(engine);
+    if (is_overridden) task.handleServesOthers = false;  // what is not ours may outlast a wiping
+    engine.addTlsConfig(easy, task.request);             // virtual: a derived engine may replace it
+    if (task.request->config.reset_state || is_overridden) EngineTls::leaveSessionsAlone(easy);
 }
 
 void EngineSetup::addIPVersionToRequest(CURL* easy, const RequestPtr& request) {

@@ -37,7 +37,7 @@ class EngineSetup {
     static void addCredentials(CURL* easy, const Request& request);
     static void addHeadersToRequest(CURL* easy, const RequestPtr& request, const TaskPtr& task);
     static void addIPVersionToRequest(CURL* easy, const RequestPtr& request);
-    void addTls(CURL* easy, const RequestPtr& request) const;
+    void addTls(CURL* easy, Engine::ActiveTask& task) const;
     void addLoopSafeguards(CURL* easy) const;
     void addFreshState(CURL* easy, Engine::ActiveTask& task) const;
 

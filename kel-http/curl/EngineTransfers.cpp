@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #include "kel-http/curl/CurlLibrary.h"
 #include "kel-http/curl/Hooks.h"
@@ -44,8 +45,9 @@ EngineTransfers::~EngineTransfers() {
 
 TaskPtr EngineTransfers::enter(const RequestPtr& request) {
     CurlLibrary::fillReserve();
-    TaskPtr task = std::make_shared<Engine::ActiveTask>(request);
-    if (task->easy == nullptr) throw std::bad_alloc();
+    const bool serves_others = EasyHandles::mayServeOthers(request->config);
+    TaskPtr task = std::make_shared<Engine::ActiveTask>(request, handles.take(serves_others));
+    task->handleServesOthers = serves_others;
     activeTasks[task->easy] = task;
     return task;
 }
@@ -103,7 +105,7 @@ void EngineTransfers::remove(const Engine::ActiveTask& task) {
     // libcurl reports progress once more while it lets go of a transfer, and this request is to hear nothing.
     curl_easy_setopt(task.easy, CURLOPT_NOPROGRESS, 1L);
     dropHeld(task.easy);
-    letGo(task.easy);
+    detach(task.easy);
     activeTasks.erase(task.easy);
 }
 
@@ -124,7 +126,14 @@ TaskPtr EngineTransfers::take(void* easy) {
     return task;
 }
 
-void EngineTransfers::letGo(void* easy) {
+// A transfer that broke off may have left libcurl in the middle of something: its handle goes with it.
+void EngineTransfers::letGo(Engine::ActiveTask& task, CURLcode result) {
+    detach(task.easy);
+    if (result != CURLE_OK || !task.handleServesOthers) return;
+    handles.giveBack(EasyHandle(std::exchange(task.easy, nullptr)));
+}
+
+void EngineTransfers::detach(CURL* easy) {
     connections.detach();
     curl_multi_remove_handle(multi, easy);
 }
@@ -140,6 +149,7 @@ void EngineTransfers::close() {
         curl_multi_remove_handle(multi, easy);
     }
     unfinished.clear();
+    handles.clear();
     curl_multi_cleanup(multi);
     multi = nullptr;
 }

@@ -6,6 +6,7 @@
 #include <map>
 
 #include "kel-http/curl/ActiveTask.h"
+#include "kel-http/curl/EasyHandles.h"
 #include "kel-http/curl/IdleConnections.h"
 
 namespace kel::http {
@@ -64,7 +65,8 @@ class EngineTransfers {
     CURLMsg* findCompletedMsg();
     // Takes a completed one away, for libcurl to let go of later. Throws std::out_of_range when there is none.
     TaskPtr take(void* easy);
-    void letGo(void* easy);
+    // What ended well leaves its handle to the next transfer.
+    void letGo(Engine::ActiveTask& task, CURLcode result);
 
     // Frees those that are left, then all that libcurl keeps for them. The second call does nothing.
     void close();
@@ -72,7 +74,10 @@ class EngineTransfers {
  private:
     using TaskMap = std::map<void*, TaskPtr>;
 
+    void detach(CURL* easy);
+
     CURLM* multi;
+    EasyHandles handles;
     IdleConnections connections;
     TaskMap activeTasks;
 };

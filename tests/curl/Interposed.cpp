@@ -52,6 +52,10 @@ struct State {
     std::condition_variable changed;
     std::vector<std::string> options;
     std::vector<Interposed::RawLine> raw_lines;
+    // 0: it has not been given away. libcurl makes some for itself.
+    std::map<const void*, std::size_t> living_handles;
+    std::size_t handles_used = 0;
+    std::vector<std::size_t> handles;
     std::map<CURLINFO, Answer> answers;
     std::set<std::string> failing;
     std::optional<std::vector<std::string>> cookie_lines;
@@ -196,6 +200,9 @@ void reset() {
     const std::lock_guard lock(now.mutex);
     now.options.clear();
     now.raw_lines.clear();
+    now.handles_used = 0;
+    now.living_handles.clear();
+    now.handles.clear();
     now.answers.clear();
     now.failing.clear();
     now.cookie_lines.reset();
@@ -235,6 +242,18 @@ std::vector<std::string> Interposed::options() const {
 void Interposed::forgetOptions() {
     const std::lock_guard lock(state().mutex);
     state().options.clear();
+}
+
+std::vector<std::size_t> Interposed::handles() const {
+    const std::lock_guard lock(state().mutex);
+    return state().handles;
+}
+
+std::size_t Interposed::livingHandles() const {
+    const std::lock_guard lock(state().mutex);
+    const auto& all = state().living_handles;
+    return static_cast<std::size_t>(
+        std::count_if(all.begin(), all.end(), [](const auto& handle) { return handle.second != 0; }));
 }
 
 std::vector<Interposed::RawLine> Interposed::rawLines() const {
@@ -506,12 +525,32 @@ CURLcode curl_global_init(long flags) {
 
 CURL* curl_easy_init() {
     static auto* const real = next<CURL*()>("curl_easy_init");
-    return fails("curl_easy_init") ? nullptr : real();
+    if (fails("curl_easy_init")) return nullptr;
+    CURL* const easy = real();
+    const std::lock_guard lock(state().mutex);
+    state().living_handles[easy] = 0;
+    return easy;
+}
+
+void curl_easy_cleanup(CURL* easy) {
+    static auto* const real = next<void(CURL*)>("curl_easy_cleanup");
+    {
+        const std::lock_guard lock(state().mutex);
+        state().living_handles.erase(easy);
+    }
+    real(easy);
 }
 
 CURLMcode curl_multi_add_handle(CURLM* multi, CURL* easy) {
     static auto* const real = next<CURLMcode(CURLM*, CURL*)>("curl_multi_add_handle");
-    return fails("curl_multi_add_handle") ? CURLM_OUT_OF_MEMORY : real(multi, easy);
+    if (fails("curl_multi_add_handle")) return CURLM_OUT_OF_MEMORY;
+    {
+        const std::lock_guard lock(state().mutex);
+        std::size_t& number = state().living_handles[easy];
+        if (number == 0) number = ++state().handles_used;
+        state().handles.push_back(number);
+    }
+    return real(multi, easy);
 }
 
 int pthread_attr_setstacksize(pthread_attr_t* attributes, std::size_t bytes) noexcept {

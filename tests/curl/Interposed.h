@@ -37,6 +37,10 @@ class Interposed {
     // "null" or "set", and a list of headers "one: 1|two: 2"; and those set on what handles share: "CURLSHOPT_SHARE=2".
     std::vector<std::string> options() const;
     void forgetOptions();
+    // The number of each transfer's easy handle, in order; handles are counted from 1 as they are used first. And how many
+    // of those are still there.
+    std::vector<std::size_t> handles() const;
+    std::size_t livingHandles() const;
     // What was written past all loggers.
     struct RawLine {
         int severity;

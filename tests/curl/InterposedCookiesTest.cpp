@@ -82,12 +82,16 @@ TEST_F(InterposedCookiesTest, EngineLetsItsHandlesShareCookiesAndTlsSessionsAndN
 }
 
 TEST_F(InterposedCookiesTest, CookiesAreSetUpAheadOfTheCredentials) {
-    EXPECT_THAT(optionsOf(in(CookieJar::no_cookies, false)), ElementsAre("CURLOPT_SHARE=set", "CURLOPT_USERNAME=user"));
+    EXPECT_THAT(
+        optionsOf(in(CookieJar::no_cookies, false)),
+        ElementsAre("CURLOPT_SHARE=set", "CURLOPT_USERNAME=user", "CURLOPT_COOKIEFILE=null", "CURLOPT_SHARE=null"));
     EXPECT_THAT(optionsOf(in(CookieJar::ro_cookies, false)),
-                ElementsAre("CURLOPT_SHARE=set", "CURLOPT_COOKIEFILE=", "CURLOPT_USERNAME=user"));
-    // The last one is set on the handle that lists the cookies for the file.
+                ElementsAre("CURLOPT_SHARE=set", "CURLOPT_COOKIEFILE=", "CURLOPT_USERNAME=user",
+                            "CURLOPT_COOKIEFILE=null", "CURLOPT_SHARE=null"));
+    // A handle is kept without either. The last one is set on the handle that lists the cookies for the file.
     EXPECT_THAT(optionsOf(in(CookieJar::rw_cookies, false)),
-                ElementsAre("CURLOPT_SHARE=set", "CURLOPT_COOKIEFILE=", "CURLOPT_USERNAME=user", "CURLOPT_SHARE=set"));
+                ElementsAre("CURLOPT_SHARE=set", "CURLOPT_COOKIEFILE=", "CURLOPT_USERNAME=user",
+                            "CURLOPT_COOKIEFILE=null", "CURLOPT_SHARE=null", "CURLOPT_SHARE=set"));
 }
 
 TEST_F(InterposedCookiesTest, FileIsReadBeforeTheTransferStartsAndAgainWhereItIsWritten) {
@@ -95,11 +99,12 @@ TEST_F(InterposedCookiesTest, FileIsReadBeforeTheTransferStartsAndAgainWhereItIs
     const auto opened = StartsWith("CURLOPT_COOKIEFILE=/proc/self/fd/");
     EXPECT_THAT(optionsOf(in(CookieJar::ro_cookies, false)),
                 ElementsAre("CURLOPT_SHARE=set", "CURLOPT_COOKIEFILE=", "CURLOPT_SHARE=set", opened,
-                            "CURLOPT_COOKIELIST=RELOAD", "CURLOPT_USERNAME=user"));
+                            "CURLOPT_COOKIELIST=RELOAD", "CURLOPT_USERNAME=user", "CURLOPT_COOKIEFILE=null",
+                            "CURLOPT_SHARE=null"));
     EXPECT_THAT(optionsOf(in(CookieJar::rw_cookies, false)),
                 ElementsAre("CURLOPT_SHARE=set", "CURLOPT_COOKIEFILE=", "CURLOPT_SHARE=set", opened,
-                            "CURLOPT_COOKIELIST=RELOAD", "CURLOPT_USERNAME=user", "CURLOPT_SHARE=set", opened,
-                            "CURLOPT_COOKIELIST=RELOAD"));
+                            "CURLOPT_COOKIELIST=RELOAD", "CURLOPT_USERNAME=user", "CURLOPT_COOKIEFILE=null",
+                            "CURLOPT_SHARE=null", "CURLOPT_SHARE=set", opened, "CURLOPT_COOKIELIST=RELOAD"));
 }
 
 TEST_F(InterposedCookiesTest, FreshRequestReadsTheFileOnceAndWithoutItsSessions) {

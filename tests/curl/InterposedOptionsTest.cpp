@@ -80,7 +80,7 @@ TEST_F(InterposedOptionsTest, PlainGetSetsItsOptionsInOrder) {
                     "CURLOPT_COOKIEFILE=", Default_headers, "CURLOPT_SSLVERSION=5", "CURLOPT_SSL_CTX_DATA=set",
                     "CURLOPT_SSL_CTX_FUNCTION=set", "CURLOPT_SSL_VERIFYPEER=1", "CURLOPT_SSL_VERIFYHOST=2",
                     "CURLOPT_CAINFO=/etc/ssl/certs/ca-certificates.crt", "CURLOPT_CAPATH=null", "CURLOPT_IPRESOLVE=0",
-                    "CURLOPT_322=1", "CURLOPT_ERRORBUFFER=null", "CURLOPT_NOPROGRESS=1"));
+                    "CURLOPT_322=1", "CURLOPT_ERRORBUFFER=null", "CURLOPT_COOKIEFILE=null", "CURLOPT_SHARE=null"));
 }
 
 const Options Trace = {"CURLOPT_VERBOSE", "CURLOPT_DEBUGFUNCTION", "CURLOPT_DEBUGDATA"};
