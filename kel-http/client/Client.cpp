@@ -129,11 +129,9 @@ std::shared_ptr<ClientImpl::CurlRequest> ClientImpl::make_download(RequestId id,
 // caller, who is told that nothing has been started, may start it again.
 void ClientImpl::run(RequestId id, const std::shared_ptr<CurlRequest>& request, RequestInfo&& info) {
     try {
-        requests.emplace(id, request);
-        request_infos.emplace(id, std::move(info));
+        requests.emplace(id, Running{request, std::move(info)});
         request->runRequest();
     } catch (...) {
-        request_infos.erase(id);
         requests.erase(id);
         throw;
     }
@@ -152,63 +150,57 @@ void ClientImpl::run_given(RequestId id, const std::shared_ptr<CurlRequest>& req
 
 void ClientImpl::pause_request(RequestId id) {
     check_thread();
-    if (const auto found = requests.find(id); found != requests.end()) found->second->pauseRequest();
+    if (const auto found = requests.find(id); found != requests.end()) found->second.request->pauseRequest();
 }
 
 void ClientImpl::resume_request(RequestId id) {
     check_thread();
-    if (const auto found = requests.find(id); found != requests.end()) found->second->resumeRequest();
+    if (const auto found = requests.find(id); found != requests.end()) found->second.request->resumeRequest();
 }
 
 void ClientImpl::cancel_request(RequestId id) {
     check_thread();
     // Destroyed last: what the callbacks hold may call this client when it goes.
-    const auto info = request_infos.extract(id);
-    if (info.empty()) return;
-    log_cancel(logger, id, info.mapped().filter);
-    do_cancel_request(id);
+    const auto cancelled = take(id);
+    if (cancelled.empty()) return;
+    log_cancel(logger, id, cancelled.mapped().info.filter);
+    cancelled.mapped().request->tryToCancelRequest();
 }
 
-void ClientImpl::do_cancel_request(RequestId id) {
-    const auto request = requests.extract(id);
-    if (!request.empty()) request.mapped()->tryToCancelRequest();
-}
-
-std::map<Client::RequestId, ClientImpl::RequestInfo>::node_type ClientImpl::take(RequestId id) {
-    if (requests.erase(id) == 0) return {};
-    return request_infos.extract(id);
+ClientImpl::RunningRequests::node_type ClientImpl::take(RequestId id) {
+    return requests.extract(id);
 }
 
 // The callback runs when everything about the request is forgotten: it may start, cancel or drop what it likes. The
 // posted task holds this client until then.
 void ClientImpl::on_response(RequestId id, const ResponseData& data) {
     check_thread();
-    auto info = take(id);
-    if (info.empty()) return;
-    log_response(logger, id, data, info.mapped().filter);
-    const ResponseCallback response_cb = std::move(info.mapped().response_cb);
-    info = {};
+    auto ended = take(id);
+    if (ended.empty()) return;
+    log_response(logger, id, data, ended.mapped().info.filter);
+    const ResponseCallback response_cb = std::move(ended.mapped().info.response_cb);
+    ended = {};
     response_cb(id, data);
 }
 
 void ClientImpl::on_error(RequestId id, const ErrorData& data) {
     check_thread();
-    auto info = take(id);
-    if (info.empty()) return;
-    log_error(logger, id, data, info.mapped().filter);
-    const ErrorCallback error_cb = std::move(info.mapped().error_cb);
-    info = {};
+    auto ended = take(id);
+    if (ended.empty()) return;
+    log_error(logger, id, data, ended.mapped().info.filter);
+    const ErrorCallback error_cb = std::move(ended.mapped().info.error_cb);
+    ended = {};
     error_cb(id, data);
 }
 
 void ClientImpl::on_progress(RequestId id, const ProgressData& data) {
     check_thread();
-    const auto info = request_infos.find(id);
-    if (info == request_infos.end()) return;
+    const auto found = requests.find(id);
+    if (found == requests.end()) return;
     ProgressCallback progress_cb;
     try {
         // A copy: the callback may cancel its own request.
-        progress_cb = info->second.progress_cb;
+        progress_cb = found->second.info.progress_cb;
     } catch (const std::bad_alloc&) {
         return;  // the next report tells more
     }

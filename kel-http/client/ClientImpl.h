@@ -39,13 +39,18 @@ class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl
     RequestId allocate_request_id() override;
 
  private:
-    // What the caller gave for one running request.
+    // What the caller gave for one request.
     struct RequestInfo {
         ResponseCallback response_cb;
         ErrorCallback error_cb;
         ProgressCallback progress_cb;  // empty for plain requests
         LogFilter filter;
     };
+    struct Running {
+        std::shared_ptr<CurlRequest> request;
+        RequestInfo info;
+    };
+    using RunningRequests = std::map<RequestId, Running>;
 
     void check_thread();
     RequestId next_id();
@@ -56,10 +61,9 @@ class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl
     // The same for one that is to have `config`, which is given back when nothing is started.
     void run_given(RequestId id, const std::shared_ptr<CurlRequest>& request, RequestConfig& config,
                    RequestInfo&& info);
-    void do_cancel_request(RequestId id);
 
     // Ends the request's life here: its entry, or an empty one when it was cancelled or has ended before.
-    std::map<RequestId, RequestInfo>::node_type take(RequestId id);
+    RunningRequests::node_type take(RequestId id);
 
     void on_response(RequestId id, const ResponseData& data);
     void on_error(RequestId id, const ErrorData& data);
@@ -67,8 +71,7 @@ class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl
 
     const ClientOptions options;
     RequestId next_request_id;
-    std::map<RequestId, std::shared_ptr<CurlRequest>> requests;
-    std::map<RequestId, RequestInfo> request_infos;
+    RunningRequests requests;
     logging::Logger& logger;
     ko::thread_id my_thread_ = ko::invalid_thread_id;
     ko::executor& executor;
