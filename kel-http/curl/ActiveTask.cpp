@@ -18,7 +18,6 @@ Engine::ActiveTask::ActiveTask(std::shared_ptr<Request> owner, EasyHandle handle
 Engine::ActiveTask::~ActiveTask() {
     EasyHandle(easy).reset();
     if (mime != nullptr) curl_mime_free(mime);
-    if (headers != nullptr) curl_slist_free_all(headers);
 }
 
 void Engine::ActiveTask::lookUpPeer() {

@@ -14,6 +14,7 @@
 #include "kel-http/curl/CookieSave.h"
 #include "kel-http/curl/EasyHandles.h"
 #include "kel-http/curl/Engine.h"
+#include "kel-http/curl/HeaderList.h"
 #include "kel-http/curl/TransferFault.h"
 #include "kel-http/curl/UploadFile.h"
 
@@ -42,7 +43,7 @@ struct Engine::ActiveTask {
     CURL* easy;
     // The handle is to serve other requests as well, and may have served some.
     bool handleServesOthers = false;
-    curl_slist* headers = nullptr;
+    HeaderList headers;
     curl_mime* mime = nullptr;
     // Bytes of an in-memory PUT body that libcurl has taken.
     std::uint64_t uploadOffset = 0;

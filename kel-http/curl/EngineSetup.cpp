@@ -26,10 +26,12 @@ namespace {
 
 constexpr long redirect_limit = 5;
 
-void appendHeader(curl_slist*& list, const char* line) {
-    curl_slist* const longer = curl_slist_append(list, line);
-    if (longer == nullptr) throw std::bad_alloc();
-    list = longer;
+// Room for all headers that a program names, and for those that are added.
+void reserveFor(HeaderList& list, const HeaderMap& headers) {
+    constexpr std::size_t added_lines = 3;
+    std::size_t bytes = 0;
+    for (const auto& [name, value] : headers) bytes += name.size() + value.size();
+    list.reserve(headers.size() + added_lines, bytes);
 }
 
 // libcurl takes a C string: behind a zero byte another host may hide than the one that logs show. An empty URL is
@@ -187,21 +189,20 @@ void EngineSetup::addCredentials(CURL* easy, const Request& request) {
 
 void EngineSetup::addHeadersToRequest(CURL* easy, const RequestPtr& request, const TaskPtr& task) {
     const RequestConfig& config = request->config;
-    std::string line;
+    HeaderList& lines = task->headers;
+    reserveFor(lines, config.headers);
     for (const auto& [name, value] : config.headers) {
         const std::string fault = headerFault(name, value);
         if (!fault.empty()) throw std::invalid_argument(fault);
-        line.reserve(name.size() + 2 + value.size());
-        line.assign(name).append(": ").append(value);
-        appendHeader(task->headers, line.c_str());
+        lines.add(name, value);
     }
     if (config.headers.find("User-Agent") == config.headers.end()) {
-        appendHeader(task->headers, "User-Agent: Tervo/kel-http-default (id=noversion)");
+        lines.add("User-Agent: Tervo/kel-http-default (id=noversion)");
     }
-    appendHeader(task->headers, "Accept-Charset: ISO-8859-1,utf-8");
+    lines.add("Accept-Charset: ISO-8859-1,utf-8");
     // Uploads go out at once: waiting for a "100 Continue" costs a round trip, or a second where none comes.
-    if (config.method == Method::POST || config.method == Method::PUT) appendHeader(task->headers, "Expect:");
-    setOption(easy, CURLOPT_HTTPHEADER, task->headers);
+    if (config.method == Method::POST || config.method == Method::PUT) lines.add("Expect:");
+    setOption(easy, CURLOPT_HTTPHEADER, lines.link());
 }
 
 void EngineSetup::addTls(CURL* easy, Engine::ActiveTask& task) const {

@@ -74,8 +74,8 @@ TEST_F(InterposedMemoryTest, NothingGoesWithoutItsHeadersAndCredentials) {
     RequestConfig config = get();
     config.user = "user";
     config.password = "password";
-    for (const char* const call : {"CURLOPT_URL", "curl_slist_append", "CURLOPT_HTTPHEADER", "CURLOPT_USERNAME",
-                                   "CURLOPT_PASSWORD", "CURLOPT_HTTPAUTH"}) {
+    for (const char* const call :
+         {"CURLOPT_URL", "CURLOPT_HTTPHEADER", "CURLOPT_USERNAME", "CURLOPT_PASSWORD", "CURLOPT_HTTPAUTH"}) {
         expectRefused(config, call);
     }
 }
