@@ -27,6 +27,7 @@ http {{
     default_type application/json;
     ssl_certificate {folder}/server.pem;
     ssl_certificate_key {folder}/server.key;
+    ssl_protocols TLSv1.2 TLSv1.3;
     root {folder}/served;
     server {{
         listen 127.0.0.1:{http};
