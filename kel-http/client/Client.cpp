@@ -129,7 +129,7 @@ std::shared_ptr<ClientImpl::CurlRequest> ClientImpl::make_download(RequestId id,
 // caller, who is told that nothing has been started, may start it again.
 void ClientImpl::run(RequestId id, const std::shared_ptr<CurlRequest>& request, RequestInfo&& info) {
     try {
-        requests.emplace(id, Running{request, std::move(info)});
+        enter(id, {request, std::move(info)});
         request->runRequest();
     } catch (...) {
         requests.erase(id);
@@ -167,8 +167,24 @@ void ClientImpl::cancel_request(RequestId id) {
     cancelled.mapped().request->tryToCancelRequest();
 }
 
+void ClientImpl::enter(RequestId id, Running&& running) {
+    if (spare.empty()) {
+        requests.emplace(id, std::move(running));
+        return;
+    }
+    spare.key() = id;
+    spare.mapped() = std::move(running);
+    requests.insert(std::move(spare));
+}
+
 ClientImpl::RunningRequests::node_type ClientImpl::take(RequestId id) {
     return requests.extract(id);
+}
+
+void ClientImpl::drop(RunningRequests::node_type&& ended) {
+    RunningRequests::node_type node = std::move(ended);
+    node.mapped() = {};
+    spare = std::move(node);
 }
 
 // The callback runs when everything about the request is forgotten: it may start, cancel or drop what it likes. The
@@ -179,7 +195,7 @@ void ClientImpl::on_response(RequestId id, const ResponseData& data) {
     if (ended.empty()) return;
     log_response(logger, id, data, ended.mapped().info.filter);
     const ResponseCallback response_cb = std::move(ended.mapped().info.response_cb);
-    ended = {};
+    drop(std::move(ended));
     response_cb(id, data);
 }
 
@@ -189,7 +205,7 @@ void ClientImpl::on_error(RequestId id, const ErrorData& data) {
     if (ended.empty()) return;
     log_error(logger, id, data, ended.mapped().info.filter);
     const ErrorCallback error_cb = std::move(ended.mapped().info.error_cb);
-    ended = {};
+    drop(std::move(ended));
     error_cb(id, data);
 }
 

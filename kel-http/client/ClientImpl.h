@@ -7,6 +7,7 @@
 #include <string>
 
 #include "kel-http/Client.h"
+#include "kel-http/model/HeaderNodes.h"
 #include "ko/thread.h"
 
 namespace kel::http {
@@ -62,8 +63,12 @@ class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl
     void run_given(RequestId id, const std::shared_ptr<CurlRequest>& request, RequestConfig& config,
                    RequestInfo&& info);
 
+    void enter(RequestId id, Running&& running);
     // Ends the request's life here: its entry, or an empty one when it was cancelled or has ended before.
     RunningRequests::node_type take(RequestId id);
+    // Keeps the entry for the next request. What the callbacks hold may call this client when it goes; somebody holds on to
+    // the client meanwhile.
+    void drop(RunningRequests::node_type&& ended);
 
     void on_response(RequestId id, const ResponseData& data);
     void on_error(RequestId id, const ErrorData& data);
@@ -72,6 +77,9 @@ class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl
     const ClientOptions options;
     RequestId next_request_id;
     RunningRequests requests;
+    // Of one that has ended, for the next.
+    RunningRequests::node_type spare;
+    HeaderNodes header_nodes;
     logging::Logger& logger;
     ko::thread_id my_thread_ = ko::invalid_thread_id;
     ko::executor& executor;

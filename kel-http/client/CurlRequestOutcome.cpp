@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "kel-http/client/CurlRequest.h"
-#include "kel-http/model/HeaderLine.h"
 #include "kel-http/model/MemoryShortage.h"
 #include "kel-http/protocol.h"
 #include "logging/tovanlog.h"
@@ -115,10 +114,11 @@ void ClientImpl::CurlRequest::deliver(std::shared_ptr<CurlRequest> request) {
         owner->on_error(id, data);
         return;
     }
-    const tl::optional<ResponseData> data = request->take_response();
+    tl::optional<ResponseData> data = request->take_response();
     request.reset();
     if (data) {
         owner->on_response(id, *data);
+        owner->header_nodes.takeBack(data->headers);
     } else {
         owner->on_error(id, ErrorData{ClientFailure::Other, out_of_memory});
     }
@@ -128,7 +128,7 @@ void ClientImpl::CurlRequest::deliver(std::shared_ptr<CurlRequest> request) {
 tl::optional<ResponseData> ClientImpl::CurlRequest::take_response() noexcept {
     try {
         ResponseData data(status, {}, {}, takeRedirectUrl(), static_cast<int>(getRedirectCount()));
-        data.headers = parseHeaderLines(header_lines);
+        data.headers = client->header_nodes.parse(header_lines);
         data.body = std::move(body);
         data.timing_data = getTimingData();
         return data;

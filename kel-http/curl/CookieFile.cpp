@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory_resource>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
@@ -182,7 +183,11 @@ bool Descriptor::close() noexcept {
 }
 
 OpenedCookieFile openCookieFile(const std::string& folder) {
-    Descriptor file(::open(cookieFilePath(folder).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    std::array<std::byte, 256> room;  // each request comes here: most paths take no memory
+    std::pmr::monotonic_buffer_resource memory(room.data(), room.size());
+    std::pmr::string path(folder, &memory);
+    path.append("/").append(file_name);
+    Descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file.isOpen()) {
         const bool absent = errno == ENOENT || errno == ENOTDIR;
         return {Descriptor(), absent ? std::string() : faultOfOpening(errno, folder)};

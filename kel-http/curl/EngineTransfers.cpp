@@ -48,8 +48,18 @@ TaskPtr EngineTransfers::enter(const RequestPtr& request) {
     const bool serves_others = EasyHandles::mayServeOthers(request->config);
     TaskPtr task = std::make_shared<Engine::ActiveTask>(request, handles.take(serves_others));
     task->handleServesOthers = serves_others;
-    activeTasks[task->easy] = task;
+    keep(task);
     return task;
+}
+
+void EngineTransfers::keep(const TaskPtr& task) {
+    if (spare.empty()) {
+        activeTasks.emplace(task->easy, task);
+        return;
+    }
+    spare.key() = task->easy;
+    spare.mapped() = task;
+    activeTasks.insert(std::move(spare));
 }
 
 void EngineTransfers::begin(CURL* easy) {
@@ -122,7 +132,8 @@ CURLMsg* EngineTransfers::findCompletedMsg() {
 
 TaskPtr EngineTransfers::take(void* easy) {
     TaskPtr task = activeTasks.at(easy);
-    activeTasks.erase(easy);
+    spare = activeTasks.extract(easy);
+    spare.mapped().reset();
     return task;
 }
 

@@ -74,12 +74,15 @@ class EngineTransfers {
  private:
     using TaskMap = std::map<void*, TaskPtr>;
 
+    void keep(const TaskPtr& task);
     void detach(CURL* easy);
 
     CURLM* multi;
     EasyHandles handles;
     IdleConnections connections;
     TaskMap activeTasks;
+    // Of one that has ended, for the next.
+    TaskMap::node_type spare;
 };
 
 }  // namespace kel::http

@@ -3,14 +3,16 @@
 
 #include <curl/curl.h>
 
+#include <array>
 #include <cstddef>
+#include <memory_resource>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace kel::http {
 
-// Header lines as libcurl wants them, in two pieces of memory however many there are. libcurl reads them only, and has to be
+// Header lines as libcurl wants them, without memory of their own as long as they are few. libcurl reads them only, and has to be
 // done with them before they go or change. Engine thread.
 class HeaderList {
  public:
@@ -30,10 +32,13 @@ class HeaderList {
     curl_slist* link();
 
  private:
+    // Enough for what most requests send.
+    std::array<std::byte, 256> room;
+    std::pmr::monotonic_buffer_resource memory{room.data(), room.size()};
     // Those that are not there for ever, one behind the other, each with a zero byte at its end.
-    std::string text;
+    std::pmr::string text{&memory};
     // In order. The text of a line that stands in `text` is set at the end, as it may move until then.
-    std::vector<curl_slist> nodes;
+    std::pmr::vector<curl_slist> nodes{&memory};
 };
 
 }  // namespace kel::http

@@ -14,9 +14,13 @@ bool isTlsProxy(std::string_view proxy) {
     return startsWithIgnoringCase(proxy, "https:");
 }
 
-// "https_proxy=https://proxy:443", "ALL_PROXY=...". Each request asks, and most variables have another first letter.
+// Each request asks about all variables.
+bool mayNameProxy(const char* variable) {
+    return *variable == 'h' || *variable == 'H' || *variable == 'a' || *variable == 'A';
+}
+
+// "https_proxy=https://proxy:443", "ALL_PROXY=..."
 bool namesTlsProxy(std::string_view variable) {
-    if (variable.empty() || (asciiLower(variable.front()) != 'h' && asciiLower(variable.front()) != 'a')) return false;
     for (const std::string_view name : {"https_proxy=", "http_proxy=", "all_proxy="}) {
         if (startsWithIgnoringCase(variable, name)) return isTlsProxy(variable.substr(name.size()));
     }
@@ -28,7 +32,7 @@ bool namesTlsProxy(std::string_view variable) {
 bool mayMeetTlsProxy(const Request& request) {
     if (request.currentProxy && isTlsProxy(*request.currentProxy)) return true;
     for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
-        if (namesTlsProxy(*variable)) return true;
+        if (mayNameProxy(*variable) && namesTlsProxy(*variable)) return true;
     }
     return false;
 }

@@ -4,8 +4,6 @@
 #include <string_view>
 #include <tl/optional.hpp>
 
-#include "kel-http/HeaderMap.h"
-
 namespace kel::http {
 
 // Views into the raw line.
@@ -18,10 +16,6 @@ struct HeaderLine {
 // what is no header: a line without a colon or without CR LF at its end (the status line, the closing blank line), an
 // empty name.
 tl::optional<HeaderLine> parseHeaderLine(std::string_view line);
-
-// The headers in `lines`, each of which ends with a line feed. Of repeated headers, whatever their letter case, the
-// first one is kept.
-HeaderMap parseHeaderLines(std::string_view lines);
 
 inline bool endsWithCrLf(std::string_view line) {
     return line.size() >= 2 && line[line.size() - 2] == '\r' && line.back() == '\n';

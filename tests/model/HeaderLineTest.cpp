@@ -94,12 +94,5 @@ TEST(HeaderLineTest, ABlankLineEndsSeveralLines) {
     EXPECT_FALSE(endsWithBlankLine("\r\nName: value\r\n"));
 }
 
-TEST(HeaderLineTest, OfManyLinesTheHeadersAreTakenAndOfRepeatedOnesTheFirst) {
-    const HeaderMap headers =
-        parseHeaderLines("HTTP/1.1 200 OK\r\nName: 1\r\nUnix: line\n: none\r\nOther:\r\nNAME: 2\r\n\r\nLast: cut");
-    EXPECT_THAT(headers, testing::UnorderedElementsAre(testing::Pair("Name", "1"), testing::Pair("Other", "")));
-    EXPECT_TRUE(parseHeaderLines("").empty());
-}
-
 }  // namespace
 }  // namespace kel::http
