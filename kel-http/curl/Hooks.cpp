@@ -15,5 +15,7 @@ KEL_REPLACEABLE CURLMcode engine_curl_multi_perform(void* multi, int* running) {
     return curl_multi_perform(multi, running);
 }
 
+CURLMcode own_curl_multi_add_handle(void* multi, void* easy)
+    __attribute__((alias("_Z28engine_curl_multi_add_handlePvS_"), visibility("hidden")));
 CURLMcode own_curl_multi_perform(void* multi, int* running)
     __attribute__((alias("_Z25engine_curl_multi_performPvPi"), visibility("hidden")));

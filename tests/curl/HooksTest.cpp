@@ -8,12 +8,15 @@
 
 #include "fixture/EngineHold.h"
 #include "fixture/EngineTest.h"
+#include "fixture/TestDevice.h"
+#include "support/NginxServer.h"
 
 // This program's own hooks take the place of the library's.
 namespace {
 
 std::atomic<bool> refuse_handles{false};
 std::atomic<bool> add_foreign_handle{false};
+std::atomic<bool> wants_sessions{false};
 std::atomic<long> most_connections{0};  // no bound
 std::atomic<std::size_t> performs{0};
 std::atomic<ko::thread_id> hook_thread{ko::invalid_thread_id};
@@ -33,6 +36,7 @@ CURLMcode engine_curl_multi_add_handle(void* multi, void* easy) {
         curl_easy_setopt(foreign, CURLOPT_URL, "unknown://host/");  // fails without asking anybody
         curl_multi_add_handle(multi, foreign);
     }
+    if (wants_sessions) curl_easy_setopt(easy, CURLOPT_SSL_SESSIONID_CACHE, 1L);
     hooks.add(kel::http::Engine::getEngine()->lookupRequest(easy) ? "add" : "add of nobody's handle");
     return refuse_handles ? CURLM_BAD_EASY_HANDLE : curl_multi_add_handle(multi, easy);
 }
@@ -121,6 +125,32 @@ TEST_F(HooksTest, ConnectionsInAllAreBoundedByAnOptionThatTheHookSets) {
     waiting->outcome.await("end");
     EXPECT_EQ(server.connectionCount(), 1U);
     most_connections = 0;
+}
+
+// It may have set options about TLS, which a session would carry to other transfers.
+TEST_F(HooksTest, TransfersThatTheHookHasSeenResumeNoSessionsUnlessItSaysSo) {
+    const TestHost host{withTestDevice};
+    NginxServer::Options options;
+    options.tls = true;
+    options.http2 = false;
+    options.directives =
+        "ssl_session_cache shared:reused:1m; keepalive_timeout 0; location = /reused { return 200 "
+        "'$ssl_session_reused'; }";
+    const NginxServer nginx(options);
+    RequestConfig config;
+    config.url = nginx.tlsUrl("/reused");
+    config.ca_file = TestCertificates::shared().caFile();
+    const auto reused = [&config] {
+        const RecordingRequestPtr made = run(config);
+        made->outcome.await("end");
+        return made->body();
+    };
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(reused(), ".");
+    wants_sessions = true;
+    EXPECT_EQ(reused(), ".");
+    EXPECT_EQ(reused(), "r");
+    wants_sessions = false;
+    EXPECT_EQ(reused(), ".");
 }
 
 TEST_F(HooksTest, RequestThatCouldNotBeSetUpIsNotAdded) {
