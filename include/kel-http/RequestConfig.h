@@ -157,8 +157,7 @@ struct KEL_HTTP_EXPORT RequestConfig {
     tl::optional<std::string> own_cert;
 
     // A PEM file with that certificate's private key (`CURLOPT_SSLKEY`), which is not encrypted: nobody is asked for a
-    // pass phrase. It matters to new connections only: one that another request has made with the same `own_cert` serves
-    // this one as well, though its key may be another. Default: unset.
+    // pass phrase. Another key, for the same `own_cert` as well, counts as another identity. Default: unset.
     tl::optional<std::string> own_pkey;
 
     // Looks at the server's certificates during the handshake, on the engine thread. It alone decides when `tls_verify`
