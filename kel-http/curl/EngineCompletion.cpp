@@ -110,7 +110,7 @@ EngineCompletion::Completion EngineCompletion::completeTask(void* easy, CURLcode
     KO_ASSERT(ret == CURLE_OK);
     writeLine(*logger, log_level::always, "({}) HTTP: Incoming <= {}, '{}'", request->id(), responseCode,
               curl_easy_strerror(result));
-    tls.noteResult(result);
+    const bool may_do_without_session = tls.noteResult(result, *request);
     addTimingData(easy, request);
     addRedirectURL(request, easy);
     if (task->fault) {
@@ -121,7 +121,8 @@ EngineCompletion::Completion EngineCompletion::completeTask(void* easy, CURLcode
     // From here on the request belongs to whoever runs the closure, or to its next transfer; libcurl must not write its
     // error text there any more.
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, nullptr);
-    const bool retry = tryNextProxy(*task, responseCode);
+    const bool retry =
+        tryNextProxy(*task, responseCode) || (may_do_without_session && tryWithoutSession(*task, responseCode));
     if (!retry) tell(*task, result, responseCode);
     transfers.letGo(*task, result);
     return retry ? Completion::retry : Completion::final;
@@ -141,6 +142,23 @@ bool EngineCompletion::tryNextProxy(Engine::ActiveTask& task, long responseCode)
     try {
         if (!proxy.retryWithNextProxy(task.easy, *task.request, responseCode)) return false;
         addNewRequestNextProxy(task.request, task.outcome);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+// Before the end of a handshake nobody sees anything of a request, but for the server that redirects it. One that has dropped
+// a kept connection may have: libcurl itself sends the request again there.
+bool EngineCompletion::tryWithoutSession(Engine::ActiveTask& task, long responseCode) const noexcept {
+    long redirects = -1;
+    curl_easy_getinfo(task.easy, CURLINFO_REDIRECT_COUNT, &redirects);
+    if (task.fault || responseCode != 0 || redirects != 0) return false;
+    Request& request = *task.request;
+    try {
+        if (stateOf(request).proxyIsFromList) request.remainingProxies.push_front(request.currentProxy.value_or(""));
+        addNewRequestNextProxy(task.request, task.outcome);
+        --stateOf(request).redirectCount;  // its owner did not ask for two transfers
         return true;
     } catch (const std::bad_alloc&) {
         return false;

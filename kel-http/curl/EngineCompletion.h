@@ -39,6 +39,7 @@ class EngineCompletion {
  private:
     void tell(Engine::ActiveTask& task, CURLcode result, long responseCode) const noexcept;
     bool tryNextProxy(Engine::ActiveTask& task, long responseCode) const noexcept;
+    bool tryWithoutSession(Engine::ActiveTask& task, long responseCode) const noexcept;
     void addTimingData(void* easy, const RequestPtr& request) const;
     static void addRedirectURL(const RequestPtr& request, void* easy);
 

@@ -26,6 +26,10 @@ bool needsOwnConnection(const RequestConfig& config) {
     return config.verifier || config.tls_partial_chain;
 }
 
+bool mayResume(const RequestConfig& config) {
+    return config.tls_verify && !config.reset_state && !needsOwnConnection(config);
+}
+
 long curlTlsVersion(MinTlsVersion version) {
     switch (version) {
         case MinTlsVersion::tls1_0:
@@ -92,7 +96,7 @@ void EngineTls::leaveSessionsAlone(CURL* easy) {
     if (result != CURLE_OK && !isMissing(result)) refuseOption(CURLOPT_SSL_SESSIONID_CACHE, result);
 }
 
-void EngineTls::noteResult(CURLcode result) {
+bool EngineTls::noteResult(CURLcode result, const Request& request) {
     switch (result) {
         case CURLE_OUT_OF_MEMORY:
         case CURLE_SSL_CONNECT_ERROR:
@@ -102,8 +106,10 @@ void EngineTls::noteResult(CURLcode result) {
             lastFailure = clock();
             break;
         default:
-            break;
+            return false;
     }
+    return result == CURLE_SSL_CONNECT_ERROR && mayResume(request.config) &&
+           refusals.note(request.config.url, stateOf(request).errorBuffer.data());
 }
 
 // libcurl keeps the certificates of a CA file for a day. What it has read while memory was short is not complete, and
@@ -126,7 +132,7 @@ void EngineTls::addTlsConfig(CURL* easy, Request& request) {
     addCertificateCache(easy);
     if (needsOwnConnection(config)) {
         addOwnConnection(easy);
-    } else if (!config.tls_verify || mayMeetTlsProxy(request)) {
+    } else if (!mayResume(config) || mayMeetTlsProxy(request) || refusals.concern(config.url)) {
         leaveSessionsAlone(easy);
     }
 }

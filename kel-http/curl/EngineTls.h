@@ -8,6 +8,7 @@
 
 #include "kel-http/curl/DeviceCertificate.h"
 #include "kel-http/curl/Request.h"
+#include "kel-http/curl/SessionRefusals.h"
 #include "kel-http/curl/TrustFiles.h"
 #include "logging/Logger.h"
 
@@ -36,8 +37,9 @@ class EngineTls {
     // Keeps a transfer from resuming TLS sessions, and from leaving any for others.
     static void leaveSessionsAlone(CURL* easy);
 
-    // Hears how each transfer has ended.
-    void noteResult(CURLcode result);
+    // Hears how each transfer has ended, before its error text goes. True when a handshake has failed that may do without a
+    // session, which the next one for this URL does not resume.
+    bool noteResult(CURLcode result, const Request& request);
 
  private:
     static CURLcode presentDevice(CURL* easy, void* context, void* config) noexcept;
@@ -54,6 +56,7 @@ class EngineTls {
 
     TrustFiles trustFiles;
     DeviceCertificate device;
+    SessionRefusals refusals;
     const Clock clock;
     // When a handshake failed last; never, to begin with.
     tl::optional<std::chrono::steady_clock::time_point> lastFailure;

@@ -271,16 +271,16 @@ TEST_F(InterposedTlsOptionsTest, CertificatesThatWereReadBeforeAFailedHandshakeA
         return noted({lifetime});
     };
     EXPECT_THAT(told(), IsEmpty());
-    tls.noteResult(CURLE_OK);
-    tls.noteResult(CURLE_COULDNT_CONNECT);
+    tls.noteResult(CURLE_OK, request);
+    tls.noteResult(CURLE_COULDNT_CONNECT, request);
     EXPECT_THAT(told(), IsEmpty());
-    tls.noteResult(CURLE_PEER_FAILED_VERIFICATION);
+    tls.noteResult(CURLE_PEER_FAILED_VERIFICATION, request);
     EXPECT_THAT(told(), ElementsAre(lifetime + "=0"));
     TestClock::advance(std::chrono::seconds(7));
     EXPECT_THAT(told(), ElementsAre(lifetime + "=7"));
     TestClock::advance(std::chrono::hours(48));
     EXPECT_THAT(told(), ElementsAre(lifetime + "=86400"));
-    tls.noteResult(CURLE_SSL_CONNECT_ERROR);
+    tls.noteResult(CURLE_SSL_CONNECT_ERROR, request);
     EXPECT_THAT(told(), ElementsAre(lifetime + "=0"));
 }
 #endif
