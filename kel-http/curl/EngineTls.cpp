@@ -20,6 +20,8 @@ namespace {
 // Above libcurl's own floor: what is older is broken.
 constexpr MinTlsVersion default_floor = MinTlsVersion::tls1_1;
 
+constexpr std::chrono::seconds a_day = std::chrono::hours(24);
+
 // libcurl picks a connection from its pool, and a TLS session to resume, without regard to verifiers. A handshake that
 // a lax verifier let pass must serve nobody else, and none that was made without it may serve a strict one.
 bool needsOwnConnection(const RequestConfig& config) {
@@ -117,7 +119,6 @@ bool EngineTls::noteResult(CURLcode result, const Request& request) {
 void EngineTls::addCertificateCache([[maybe_unused]] CURL* easy) const {
 #if LIBCURL_VERSION_NUM >= 0x075700
     if (!lastFailure) return;
-    constexpr std::chrono::seconds a_day = std::chrono::hours(24);
     const auto age = std::chrono::duration_cast<std::chrono::seconds>(clock() - *lastFailure);
     // Unchecked: not every TLS library has such a cache.
     curl_easy_setopt(easy, CURLOPT_CA_CACHE_TIMEOUT, static_cast<long>(std::min(age, a_day).count()));
@@ -126,6 +127,7 @@ void EngineTls::addCertificateCache([[maybe_unused]] CURL* easy) const {
 
 void EngineTls::addTlsConfig(CURL* easy, Request& request) {
     const RequestConfig& config = request.config;
+    endOldSessions();
     setVersions(easy, config);
     addIdentity(easy, request);
     addVerification(easy, config);
@@ -135,6 +137,15 @@ void EngineTls::addTlsConfig(CURL* easy, Request& request) {
     } else if (!mayResume(config) || mayMeetTlsProxy(request) || refusals.concern(config.url)) {
         leaveSessionsAlone(easy);
     }
+}
+
+// Sessions follow from one another, for as long as a server likes. Nobody looks at its certificate meanwhile, which may
+// have expired.
+void EngineTls::endOldSessions() {
+    const auto now = clock();
+    if (now - begun < a_day) return;
+    trustFiles.startAnew();
+    begun = now;
 }
 
 // Decided here for all handshakes of the transfer: files may come and go before each of them.

@@ -28,7 +28,7 @@ class EngineTls {
     using Clock = std::chrono::steady_clock::time_point (*)();
 
     explicit EngineTls(logging::Logger& log, Clock of_handshakes = &std::chrono::steady_clock::now)
-        : clock(of_handshakes), logger(&log) {}
+        : clock(of_handshakes), begun(of_handshakes()), logger(&log) {}
 
     // The options of a transfer, which borrows the request's configuration. Throws when a verifier can not be installed, when
     // libcurl refuses what trust or identity depends on, and what `TlsFiles.h` throws.
@@ -44,6 +44,8 @@ class EngineTls {
  private:
     static CURLcode presentDevice(CURL* easy, void* context, void* config) noexcept;
 
+    // Names and sessions end after a day.
+    void endOldSessions();
     void addIdentity(CURL* easy, Request& request);
     void addDevice(CURL* easy, Request& request);
     void addVerification(CURL* easy, const RequestConfig& config);
@@ -58,6 +60,8 @@ class EngineTls {
     DeviceCertificate device;
     SessionRefusals refusals;
     const Clock clock;
+    // When the names of today were given.
+    std::chrono::steady_clock::time_point begun;
     // When a handshake failed last; never, to begin with.
     tl::optional<std::chrono::steady_clock::time_point> lastFailure;
     logging::Logger* const logger;

@@ -258,6 +258,29 @@ TEST_F(InterposedTlsOptionsTest, HostWithoutABundleTrustsNobody) {
     EXPECT_THAT(optionsOf(config, authorities), ElementsAre("CURLOPT_CAINFO=" + cert, "CURLOPT_CAPATH=/ca"));
 }
 
+// A session follows from the one before, and nobody looks at the server's certificate meanwhile.
+TEST_F(InterposedTlsOptionsTest, NamesLastForADay) {
+    EngineTls tls(*logging::getLogger("HttpClient", 0), &TestClock::now);
+    RecordingRequest request;
+    request.config.ca_file = cert;
+    request.config.ca_dir = "/ca";
+    const std::unique_ptr<CURL, void (*)(CURL*)> easy(curl_easy_init(), &curl_easy_cleanup);
+    const auto told = [&] {
+        interposed.forgetOptions();
+        tls.addTlsConfig(easy.get(), request);
+        return noted({"CURLOPT_CAINFO", "CURLOPT_CAPATH"});
+    };
+    const Options first = told();
+    EXPECT_THAT(first, ElementsAre("CURLOPT_CAINFO=" + cert, "CURLOPT_CAPATH=/ca"));
+    TestClock::advance(std::chrono::hours(24) - std::chrono::seconds(1));
+    EXPECT_EQ(told(), first);
+    TestClock::advance(std::chrono::seconds(1));
+    const Options second = told();
+    EXPECT_NE(second.at(0), first.at(0));
+    EXPECT_NE(second.at(1), first.at(1));
+    EXPECT_EQ(told(), second);
+}
+
 #if LIBCURL_VERSION_NUM >= 0x075700
 // What was read while memory was short would fail all handshakes for a day.
 TEST_F(InterposedTlsOptionsTest, CertificatesThatWereReadBeforeAFailedHandshakeAreReadAnew) {
