@@ -164,11 +164,12 @@ void EngineTls::addIdentity(CURL* easy, Request& request) {
     addOwnIdentity(easy, config, name);
 }
 
-// libcurl does not see the device's certificate. Once that has changed, whatever is named has another name. A request that
-// comes to TLS by a redirect only does not wait for the store.
+// libcurl does not see the device's certificate. Once that has changed, whatever is named has another name. A redirect, too,
+// may lead to a connection that has been there before the change, and no handshake tells of it then.
 void EngineTls::addDevice(CURL* easy, Request& request) {
     RequestConfig& config = request.config;
-    const bool may_share = startsWithIgnoringCase(config.url, "https:") && !needsOwnConnection(config);
+    const bool may_come_to_tls = startsWithIgnoringCase(config.url, "https:") || !config.caller_handles_redirects;
+    const bool may_share = may_come_to_tls && !needsOwnConnection(config);
     if (may_share && device.look()) trustFiles.startAnew();
     stateOf(request).tls = this;
     stateOf(request).deviceNumber = device.number();

@@ -14,12 +14,13 @@
 namespace kel::http::tls {
 
 // The DER of a certificate, as the secure store gives it. The parsers get the whole buffer: the length stands in the DER
-// itself, and zeros behind it do no harm.
+// itself, and zeros behind it do no harm. So a store that tells none, or zero, serves as well.
 struct CertificateDer {
     static constexpr std::size_t MostBytes = 4096;
 
     std::string_view text() const {
-        return {reinterpret_cast<const char*>(bytes.data()), std::min<std::size_t>(length, MostBytes)};
+        const std::size_t told = length == 0 ? MostBytes : length;
+        return {reinterpret_cast<const char*>(bytes.data()), std::min(told, MostBytes)};
     }
 
     std::array<unsigned char, MostBytes> bytes{};

@@ -272,6 +272,19 @@ TEST_P(TlsSessionsTest, KeyThatDoesNotBelongToTheCertificateFindsNoSession) {
     EXPECT_EQ(who(as(ann)), "r CN=ann");
 }
 
+TEST_P(TlsSessionsTest, IdentityThatGoesMakesRoomForTheDeviceAndBack) {
+    const CertificateFiles ann = identityOf("ann");
+    const RequestConfig config = as({directory.path("cert.pem"), directory.path("key.pem")});
+    replace(*config.own_pkey, ann.key_file);
+    for (int i = 0; i < 2; ++i) {
+        replace(*config.own_cert, ann.certificate_file);
+        EXPECT_EQ(who(config), ". CN=ann");
+        EXPECT_EQ(who(config), "r CN=ann");
+        ASSERT_EQ(unlink(config.own_cert->c_str()), 0);
+        EXPECT_EQ(who(config), i == 0 ? ". CN=test device" : "r CN=test device");
+    }
+}
+
 TEST_P(TlsSessionsTest, OtherDeviceResumesNothing) {
     EXPECT_EQ(who(asDevice()), ". CN=test device");
     for (int i = 0; i < 2; ++i) {
@@ -298,6 +311,17 @@ TEST_P(TlsSessionsTest, DeviceThatChangesDuringARequestResumesNothing) {
     EXPECT_EQ(who(asDevice()), ". CN=test device");
 }
 
+TEST_P(TlsSessionsTest, RedirectToTlsPresentsAnotherDevice) {
+    RequestConfig redirected = asDevice();
+    redirected.url = server.url("/");
+    EXPECT_EQ(who(asDevice()), ". CN=test device");
+    const OtherDevice other;
+    server.enqueue(Reply::redirect(nginx.tlsUrl("/who")));
+    EXPECT_EQ(who(redirected), ". CN=other device");
+    server.enqueue(Reply::redirect(nginx.tlsUrl("/who")));
+    EXPECT_EQ(who(redirected), "r CN=other device");
+}
+
 // --- trust ---
 
 TEST_P(TlsSessionsTest, FolderThatTrustsNobodyAnyMoreRefusesTheServer) {
@@ -312,6 +336,31 @@ TEST_P(TlsSessionsTest, FolderThatTrustsNobodyAnyMoreRefusesTheServer) {
     folder.put(readWholeFile(TestCertificates::shared().caFile()));
     EXPECT_EQ(who(config), ". CN=test device");
     EXPECT_EQ(who(config), "r CN=test device");
+}
+
+TEST_P(TlsSessionsTest, WithdrawnAuthorityRefusesTheServer) {
+    RequestConfig config = asDevice();
+    config.ca_file = directory.path("ca.pem");
+    writeWholeFile(*config.ca_file, readWholeFile(TestCertificates::shared().caFile()));
+    EXPECT_EQ(who(config), ". CN=test device");
+    EXPECT_EQ(who(config), "r CN=test device");
+    ASSERT_EQ(unlink(config.ca_file->c_str()), 0);
+    for (int i = 0; i < 2; ++i) EXPECT_THAT(who(config), StartsWith("failure 2: ")) << i;
+    writeWholeFile(*config.ca_file, readWholeFile(TestCertificates::shared().caFile()));
+    EXPECT_EQ(who(config), ". CN=test device");
+}
+
+TEST_P(TlsSessionsTest, RequestsThatTrustOthersOrAskForAnotherVersionOrHostShareNoSessions) {
+    const FolderOfAuthorities folder(readWholeFile(TestCertificates::shared().caFile()));
+    writeWholeFile(directory.path("ca.pem"), readWholeFile(TestCertificates::shared().caFile()));
+    std::vector<RequestConfig> all(6, asDevice());
+    all[1].ca_file = directory.path("ca.pem");
+    all[2].ca_dir = folder.path();
+    all[3].ca_dir = directory.path();
+    all[4].min_tls_version = MinTlsVersion::tls1_2;
+    all[5].url = "https://localhost:" + std::to_string(nginx.tlsPort()) + "/who";
+    for (const RequestConfig& config : all) EXPECT_EQ(who(config), ". CN=test device");
+    for (const RequestConfig& config : all) EXPECT_EQ(who(config), "r CN=test device");
 }
 
 // A name that begins elsewhere leads to the same place for libcurl, whatever happens to the file.
@@ -483,6 +532,15 @@ TEST_F(TlsConnectionsTest, OtherDeviceIsPresented) {
     }
 }
 
+TEST_F(TlsConnectionsTest, OtherDeviceIsPresentedBehindARedirect) {
+    RequestConfig redirected = asDevice();
+    redirected.url = server.url("/");
+    EXPECT_EQ(who(asDevice()), ". CN=test device");
+    const OtherDevice other;
+    server.enqueue(Reply::redirect(nginx.tlsUrl("/who")));
+    EXPECT_EQ(who(redirected), ". CN=other device");
+}
+
 TEST_F(TlsConnectionsTest, FolderThatTrustsNobodyAnyMoreRefusesTheServer) {
     const FolderOfAuthorities folder(readWholeFile(TestCertificates::shared().caFile()));
     RequestConfig config = asDevice();
@@ -514,6 +572,16 @@ TEST(DeviceCertificateTest, AnotherCertificateHasAnotherNumberEvenIfItWasThereBe
     EXPECT_TRUE(device.note(der(1)));
     EXPECT_NE(device.number(), first);
     EXPECT_NE(device.number(), second);
+}
+
+TEST(DeviceCertificateTest, StoreThatTellsNoLengthIsToldApartByWhatItGives) {
+    tls::CertificateDer first = der(1);
+    tls::CertificateDer second = der(2);
+    first.length = second.length = 0;
+    DeviceCertificate device;
+    EXPECT_FALSE(device.note(first));
+    EXPECT_FALSE(device.note(first));
+    EXPECT_TRUE(device.note(second));
 }
 
 TEST(DeviceCertificateTest, StoreIsNotAskedBeforeTheFirstHandshake) {
