@@ -70,6 +70,7 @@ void setContextFunction(CURL* easy, RequestConfig& config, curl_ssl_ctx_callback
     if (result == CURLE_OK) return;
     if (!isMissing(result)) refuseOption(CURLOPT_SSL_CTX_FUNCTION, result);
     if (needsOwnConnection(config)) throw std::runtime_error("libcurl was built without OpenSSL");
+    EngineTls::leaveSessionsAlone(easy);
 }
 
 void addOwnIdentity(CURL* easy, const RequestConfig& config, const std::string& certificate_name) {
@@ -134,7 +135,7 @@ void EngineTls::addTlsConfig(CURL* easy, Request& request) {
     addCertificateCache(easy);
     if (needsOwnConnection(config)) {
         addOwnConnection(easy);
-    } else if (!mayResume(config) || mayMeetTlsProxy(request) || refusals.concern(config.url)) {
+    } else if (!mayResume(config) || refusals.concern(config.url)) {
         leaveSessionsAlone(easy);
     }
 }
@@ -162,6 +163,7 @@ void EngineTls::addIdentity(CURL* easy, Request& request) {
     writeLine(*logger, log_level::detail, "({}) Configuring own certificate for mTLS (cert={}; pkey={})", request.id(),
               *config.own_cert, *config.own_pkey);
     addOwnIdentity(easy, config, name);
+    if (mayMeetTlsProxy(request)) leaveSessionsAlone(easy);
 }
 
 // libcurl does not see the device's certificate. Once that has changed, whatever is named has another name. A redirect, too,
@@ -185,16 +187,16 @@ CURLcode EngineTls::presentDevice(CURL* easy, void* context, void* config) noexc
         if (result != CURLE_OK) return result;
         const auto request = Engine::getEngine()->lookupRequest(easy);
         if (!request) return CURLE_FAILED_INIT;
-        stateOf(*request).tls->notePresented(easy, stateOf(*request).deviceNumber, presented);
+        stateOf(*request).tls->notePresented(easy, *request, presented);
         return CURLE_OK;
     } catch (...) {
         return CURLE_FAILED_INIT;
     }
 }
 
-void EngineTls::notePresented(CURL* easy, std::uint32_t expected, const tls::CertificateDer& certificate) {
+void EngineTls::notePresented(CURL* easy, const Request& request, const tls::CertificateDer& certificate) {
     if (device.note(certificate)) trustFiles.startAnew();
-    if (device.number() != expected) leaveSessionsAlone(easy);
+    if (device.number() != stateOf(request).deviceNumber || mayMeetTlsProxy(request)) leaveSessionsAlone(easy);
 }
 
 void EngineTls::addVerification(CURL* easy, const RequestConfig& config) {

@@ -54,7 +54,7 @@ class EngineTls {
     void setCaFolder(CURL* easy, const tl::optional<std::string>& folder);
     void tellDeviceApart(CURL* easy) const;
     void addCertificateCache(CURL* easy) const;
-    void notePresented(CURL* easy, std::uint32_t expected, const tls::CertificateDer& certificate);
+    void notePresented(CURL* easy, const Request& request, const tls::CertificateDer& certificate);
 
     TrustFiles trustFiles;
     DeviceCertificate device;

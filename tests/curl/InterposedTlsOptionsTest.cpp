@@ -7,10 +7,12 @@
 #include "curl/LineMatcher.h"
 #include "fixture/EngineTest.h"
 #include "fixture/TestClock.h"
+#include "fixture/TestDevice.h"
 #include "fixture/TestHost.h"
 #include "fixture/Verifiers.h"
 #include "kel-http/curl/EngineTls.h"
 #include "support/Files.h"
+#include "support/NginxServer.h"
 #include "support/TemporaryDirectory.h"
 
 namespace kel::http::test {
@@ -109,6 +111,25 @@ TEST_F(InterposedTlsOptionsTest, FilesAloneNeedNoContext) {
         ElementsAre("CURLOPT_SSLVERSION=5", "CURLOPT_SSLCERT=" + cert, "CURLOPT_SSLCERTTYPE=PEM",
                     "CURLOPT_SSLKEY=" + key, "CURLOPT_SSLKEYTYPE=PEM", PassPhrase + "=set", "CURLOPT_SSL_VERIFYPEER=1",
                     "CURLOPT_SSL_VERIFYHOST=2", "CURLOPT_CAINFO=" + SystemsBundle, "CURLOPT_CAPATH=null"));
+}
+
+// Asked about in the handshake, as long as that is ours to see, and beforehand otherwise.
+TEST_F(InterposedTlsOptionsTest, ProxyWithTlsSharesNoSessions) {
+    NginxServer::Options with_tls;
+    with_tls.tls = true;
+    const NginxServer proxy(with_tls);
+    const TestHost host(withTestDevice);
+    engine().setProxyConfig(Engine::ProxyConfigMode::PACUrl, "", "", "");
+    const Options sessions = {"CURLOPT_SSL_SESSIONID_CACHE"};
+    RequestConfig own_files = withFiles();
+    EXPECT_THAT(optionsOf(own_files, sessions), IsEmpty());
+    for (RequestConfig config : {get(), own_files}) {
+        config.url = "http://host.invalid/";
+        config.proxies = {proxy.url()};
+        EXPECT_THAT(optionsOf(config, sessions), IsEmpty());
+        config.proxies = {proxy.tlsUrl()};
+        EXPECT_THAT(optionsOf(config, sessions), ElementsAre("CURLOPT_SSL_SESSIONID_CACHE=0"));
+    }
 }
 
 TEST_F(InterposedTlsOptionsTest, VerifierHasAConnectionOfItsOwn) {
