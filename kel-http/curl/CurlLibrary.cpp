@@ -2,7 +2,9 @@
 #include "kel-http/curl/CurlLibrary.h"
 
 #include <curl/curl.h>
+#include <malloc.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
@@ -46,7 +48,20 @@ void* allocateZeroed(std::size_t count, std::size_t bytes) {
     return std::calloc(count, bytes);
 }
 
+// Whether the piece is as large already.
+bool holds([[maybe_unused]] void* memory, [[maybe_unused]] std::size_t bytes) {
+#ifdef __GLIBC__
+    return memory != nullptr && malloc_usable_size(memory) >= bytes;
+#else
+    return false;
+#endif
+}
+
+// libcurl's texts grow by doubling, from 32 bytes on; most of them never need more than they begin with here.
 void* reallocate(void* memory, std::size_t bytes) {
+    constexpr std::size_t fewest = 128;
+    if (memory == nullptr) return allocate(std::max(bytes, fewest));
+    if (bytes != 0 && holds(memory, bytes)) return memory;
     void* const moved = std::realloc(memory, bytes);
     if (moved != nullptr || bytes == 0) return moved;
     giveReserveBack();

@@ -76,7 +76,7 @@ void Engine::Impl::addNewRequestNextProxy(const RequestPtr& request, std::functi
         }
     };
     writeLine(*logger, log_level::detail, "({}) Engine::{}", request->id(), "addNewRequestNextProxy");
-    std::function<void()> task = NextAttempt{this, request, stateOf(*request).activeRun, {}};
+    QueuedTask task = NextAttempt{this, request, stateOf(*request).activeRun, {}};
     std::function<void()>& carried = task.target<NextAttempt>()->outcome;
     carried.swap(outcome);
     try {

@@ -7,11 +7,17 @@
 #include "kel-http/model/LogLine.h"
 
 namespace kel::http {
+namespace {
+
+// Of the room for tasks, after many have come at once.
+constexpr std::size_t most_kept = 16;
+
+}  // namespace
 
 EngineQueue::EngineQueue(const EngineWait& of_engine, logging::Logger& log)
     : waiting(of_engine), logger(&log), queueMutex("QueueMutex") {}
 
-void EngineQueue::push(std::function<void()>&& task) {
+void EngineQueue::push(QueuedTask&& task) {
     {
         ko::lock_guard lock(queueMutex);
         taskQueue.push_back(std::move(task));
@@ -24,12 +30,17 @@ void EngineQueue::runTasks() {
         ko::lock_guard lock(queueMutex);
         runningTasks.swap(taskQueue);
     }
-    // Each task goes as soon as it has run: what it holds must not wait for the rest.
-    for (; !runningTasks.empty(); runningTasks.pop_front()) runGuarded(runningTasks.front());
+    for (QueuedTask& task : runningTasks) {
+        // It goes as soon as it has run: what it holds must not wait for the rest.
+        QueuedTask running(std::move(task));
+        runGuarded(running);
+    }
+    runningTasks.clear();
+    if (runningTasks.capacity() > most_kept) runningTasks.shrink_to_fit();
 }
 
 // A throwing task fails alone.
-void EngineQueue::runGuarded(const std::function<void()>& task) const {
+void EngineQueue::runGuarded(QueuedTask& task) const {
     try {
         task();
     } catch (const std::exception& error) {

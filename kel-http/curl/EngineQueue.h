@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <deque>
-#include <functional>
+#include <vector>
 
 #include "kel-http/curl/EngineWait.h"
+#include "kel-http/curl/QueuedTask.h"
 #include "ko/mutex.h"
 #include "logging/Logger.h"
 
@@ -18,21 +18,21 @@ class EngineQueue {
     EngineQueue& operator=(const EngineQueue&) = delete;
 
     // Any thread. Throws std::bad_alloc, and leaves `task` as it is then.
-    void push(std::function<void()>&& task);
+    void push(QueuedTask&& task);
 
     // Runs the tasks that are there; one that is queued meanwhile waits for the next call. What a task throws is logged.
     // Engine thread.
     void runTasks();
 
  private:
-    void runGuarded(const std::function<void()>& task) const;
+    void runGuarded(QueuedTask& task) const;
 
     const EngineWait& waiting;
     logging::Logger* const logger;
     ko::mutex queueMutex;
-    std::deque<std::function<void()>> taskQueue KO_GUARDED_BY(queueMutex);
-    // Engine thread; a member so that its memory serves every pass of the loop.
-    std::deque<std::function<void()>> runningTasks;
+    std::vector<QueuedTask> taskQueue KO_GUARDED_BY(queueMutex);
+    // Engine thread; a member so that its memory serves every pass of the loop, as long as it is little.
+    std::vector<QueuedTask> runningTasks;
 };
 
 }  // namespace kel::http

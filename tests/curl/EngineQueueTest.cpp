@@ -14,7 +14,7 @@ class EngineQueueTest : public ::testing::Test {
  protected:
     void push(
         const std::string& name, const std::function<void()>& work = [] {}) {
-        queue.push([this, name, work] {
+        queue.push([this, name = std::string(name), work = std::function<void()>(work)] {
             done.push_back(name);
             work();
         });
