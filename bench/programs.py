@@ -25,15 +25,20 @@ class Profile:
             raise SystemExit("bench/run: the bench was built without valgrind/callgrind.h: install valgrind, build again")
 
     def allocations(self):
-        return sum(map(self.calls_of, ALLOCATORS))
-
-    def calls_of(self, function):
-        """A profile names a function in full once, and then by its number; functions of several libraries may have the
-        same name."""
+        """Calls of an allocator, save those by another one: realloc() of nothing calls malloc(). A profile names a
+        function in full once, and then by its number; functions of several libraries may have the same name."""
+        names = {}
+        caller = called = None
         calls = 0
-        for number in re.findall(rf"^c?fn=(\(\d+\)) {function}$", self.text, re.MULTILINE):
-            counts = re.findall(rf"^cfn={re.escape(number)}(?: {function})?\ncalls=(\d+)", self.text, re.MULTILINE)
-            calls += sum(map(int, counts))
+        for kind, number, name, count in re.findall(r"^(?:(c?fn)=(\(\d+\))(?: (.*))?|calls=(\d+) .*)$", self.text, re.MULTILINE):
+            if count:
+                calls += int(count) if called in ALLOCATORS and caller not in ALLOCATORS else 0
+                continue
+            names.setdefault(number, name)
+            if kind == "fn":
+                caller = names[number]
+            else:
+                called = names[number]
         return calls
 
 

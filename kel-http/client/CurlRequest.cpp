@@ -33,8 +33,7 @@ ClientImpl::CurlRequest::CurlRequest(std::shared_ptr<ClientImpl> owner, RequestI
     : Request(request_config),
       client(std::move(owner)),
       request_id(id_at_client),
-      download_path(path),
-      digest(std::move(download_digest)) {
+      download(std::make_unique<Download>(path, std::move(download_digest))) {
     config.download_path = path;
 }
 
@@ -50,18 +49,20 @@ void ClientImpl::CurlRequest::notifyHeader(std::string_view lines) {
 // While paused nothing is touched: libcurl delivers the same bytes again afterwards.
 int ClientImpl::CurlRequest::notifyDataReceived(std::string_view data) {
     if (isPaused()) return 1;
-    if (download_path && !output) open_download();
+    if (download && !download->output) open_download();
     if (config.size_limit && std::uint64_t{received_bytes} + data.size() > *config.size_limit) {
         throw std::runtime_error("Received data exceeds limit");
     }
     if (!take(data)) throw std::runtime_error("Failed write to file");
-    if (digest) digest->do_update({reinterpret_cast<const unsigned char*>(data.data()), data.size()});
+    if (download && download->digest) {
+        download->digest->do_update({reinterpret_cast<const unsigned char*>(data.data()), data.size()});
+    }
     received_bytes += static_cast<std::uint32_t>(data.size());
     return 0;
 }
 
 bool ClientImpl::CurlRequest::take(std::string_view data) {
-    if (output) return write_download(data);
+    if (download) return write_download(data);
     try {
         if (data.size() > body.capacity() - body.size()) make_room(data.size());
         body.append(data);
@@ -88,12 +89,12 @@ void ClientImpl::CurlRequest::notifyRemoteAddr(std::string address, long port) {
 void ClientImpl::CurlRequest::reportDownloadProgress(unsigned int total, unsigned int received) {
     lastDownloadProgress = total;
     // Nobody listens to that of a plain request, and each task may wake the executor's thread.
-    if (!download_path) return;
-    switch (progress_pace.next(total, received)) {
+    if (!download) return;
+    switch (download->pace.next(total, received)) {
         case ProgressPace::Report::none:
             break;
         case ProgressPace::Report::periodic:
-            report_progress(total + resume_offset, received + resume_offset);
+            report_progress(total + download->resume_offset, received + download->resume_offset);
             break;
         case ProgressPace::Report::completion:
             // Without the offset of a resumed download: this report tells what this transfer brought.

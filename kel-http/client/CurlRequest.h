@@ -49,6 +49,24 @@ class ClientImpl::CurlRequest : public Request {
         std::shared_ptr<CurlRequest> request;
     };
 
+    // What plain requests have no use for.
+    struct Download {
+        Download(std::string target, std::unique_ptr<checksum::Digest> of_data)
+            : path(std::move(target)), digest(std::move(of_data)) {}
+
+        const std::string path;
+        const std::unique_ptr<checksum::Digest> digest;
+        // The file; opened when the first data arrives.
+        std::unique_ptr<DownloadFile> output;
+        // Where it is written before it is renamed; empty when no such file is used.
+        std::string temporary_path;
+        ProgressPace pace;
+        // The size of the file that a resumed download appends to.
+        std::uint32_t resume_offset = 0;
+        // The target of a resumed download was no longer what it was when it was asked for; the body tells.
+        bool target_has_changed = false;
+    };
+
     bool take(std::string_view data);
     void make_room(std::size_t bytes) noexcept;
     void open_download();
@@ -83,16 +101,12 @@ class ClientImpl::CurlRequest : public Request {
     int status = 0;
     // The header lines of all answers, as they came.
     std::string header_lines;
-    const tl::optional<std::string> download_path;
     // The body of a plain request; the checksum of a download; the text of a failure.
     std::string body;
     // What the outcome is posted with, made beforehand: nothing may be missing then.
     std::function<void()> delivery = Delivery();
-    // The file of a download; opened when the first data arrives.
-    std::unique_ptr<DownloadFile> output;
-    // Where a download is written before it is renamed; empty when no such file is used.
-    std::string temporary_path;
-    ProgressPace progress_pace;
+    // Null for a plain request.
+    const std::unique_ptr<Download> download;
     // Address and port of the peer, and how much of it is the address.
     std::string remote_addr;
     std::uint32_t address_length = 0;
@@ -100,13 +114,8 @@ class ClientImpl::CurlRequest : public Request {
     // Of an outcome that is an error.
     ClientFailure failure = ClientFailure::Other;
     std::uint32_t received_bytes = 0;
-    const std::unique_ptr<checksum::Digest> digest;
-    // The size of the file that a resumed download appends to.
-    std::uint32_t resume_offset = 0;
     // The header block of the last answer has come to its end.
     bool header_block_complete = false;
-    // The target of a resumed download was no longer what it was when it was asked for; `body` tells.
-    bool target_has_changed = false;
     // The outcome is an error.
     bool has_failed = false;
 };

@@ -55,8 +55,8 @@ void ClientImpl::CurlRequest::notifyDataEnd() {
         notifyFailure(Failure::Other, "Connection closed inside the response headers");
         return;
     }
-    if (download_path && !finish_download()) return;
-    output.reset();
+    if (download && !finish_download()) return;
+    if (download) download->output.reset();
     status = static_cast<int>(getResponseCode());
     hand_over(response_tag);
 }
@@ -73,7 +73,7 @@ void ClientImpl::CurlRequest::notifyFailure(Failure reason, std::string_view mes
     // Before the outcome: whoever hears of it may resume at once, and must not find the file still growing.
     give_up_download();
     has_failed = true;
-    if (target_has_changed) {
+    if (download && download->target_has_changed) {
         failure = ClientFailure::RangeError;  // to the engine it is a file that can not be written
     } else {
         failure = convert_failure(reason);

@@ -15,7 +15,7 @@ TEST(QueuedTaskTest, CallsWhatItHoldsAndLetsGoOfItOnce) {
     int calls = 0;
     const auto held = std::make_shared<int>(1);
     {
-        QueuedTask task([&calls, held] { calls += *held; });
+        QueuedTask task([&calls, owned = held] { calls += *owned; });
         EXPECT_EQ(held.use_count(), 2);
         QueuedTask moved(std::move(task));
         EXPECT_EQ(held.use_count(), 2);
