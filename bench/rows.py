@@ -200,7 +200,7 @@ SUBJECTS = [
     Requests("1M-16", "1048576", 16, counted=0, timed=400),
     Requests("waiting-100", "13", 1, waiting=100, counted=100, checked=False, timed=1000, timed_pairs=3),
     Requests("waiting-900", "13", 1, waiting=900, counted=0, timed=200, timed_pairs=3),
-    Growth(900, counted=30),
+    Growth(900, counted=100),
     Crowd("waiting-10000", "13", 1, waiting=10000, counted=0, timed=20, timed_pairs=2),
     Requests("tls-kept", "13", 1, server="tls", counted_pairs=1, timed_pairs=3),
     Requests("tls-new", "closing/13", 1, server="tls", counted=10, counted_pairs=1, timed=100),

@@ -66,7 +66,7 @@ void uploadWithLibrary(RequestConfig config) {
     const auto client = createClient(executor, *logging::getLogger("bench", 0));
     const auto start = [&] {
         client->start_request(
-            std::move(config), {},  // NOLINT(performance-move-const-arg): given away where the library takes it
+            std::move(config), {},
             [&status](Client::RequestId, const ResponseData& data) { status.set_value(data.status); },
             [](Client::RequestId, const ErrorData& data) { fail(data.message); });
     };

@@ -61,9 +61,13 @@ bool holds([[maybe_unused]] void* memory, [[maybe_unused]] std::size_t bytes) {
 void* reallocate(void* memory, std::size_t bytes) {
     constexpr std::size_t fewest = 128;
     if (memory == nullptr) return allocate(std::max(bytes, fewest));
-    if (bytes != 0 && holds(memory, bytes)) return memory;
+    if (bytes == 0) {
+        std::free(memory);
+        return nullptr;
+    }
+    if (holds(memory, bytes)) return memory;
     void* const moved = std::realloc(memory, bytes);
-    if (moved != nullptr || bytes == 0) return moved;
+    if (moved != nullptr) return moved;
     giveReserveBack();
     return std::realloc(memory, bytes);
 }

@@ -26,12 +26,11 @@ namespace {
 
 constexpr long redirect_limit = 5;
 
-// Room for all headers that a program names, and for those that are added.
+// Room for all headers that a program names, and for the three that are added.
 void reserveFor(HeaderList& list, const HeaderMap& headers) {
-    constexpr std::size_t added_lines = 3;
     std::size_t bytes = 0;
     for (const auto& [name, value] : headers) bytes += name.size() + value.size();
-    list.reserve(headers.size() + added_lines, bytes);
+    list.reserve(headers.size() + 3, bytes);
 }
 
 // libcurl takes a C string: behind a zero byte another host may hide than the one that logs show. An empty URL is
