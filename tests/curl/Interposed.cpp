@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <netdb.h>
 #include <pthread.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -41,6 +42,7 @@ struct State {
     std::atomic<int> select_failures{0};
     std::atomic<int> select_error{0};
     std::atomic<bool> eventfd_fails{false};
+    std::atomic<bool> epoll_fails{false};
     std::atomic<bool> write_fails{false};
     std::atomic<bool> read_fails{false};
     std::atomic<std::size_t> send_limit{0};
@@ -60,6 +62,7 @@ struct State {
     std::set<std::string> failing;
     std::optional<std::vector<std::string>> cookie_lines;
     std::optional<long> timer;
+    std::function<void()> before_perform;
     bool names_are_held = false;
     bool names_are_ours = false;
 };
@@ -191,6 +194,7 @@ void reset() {
     now.most_selected = 0;
     now.select_failures = 0;
     now.eventfd_fails = false;
+    now.epoll_fails = false;
     now.write_fails = false;
     now.read_fails = false;
     now.send_limit = 0;
@@ -207,6 +211,7 @@ void reset() {
     now.failing.clear();
     now.cookie_lines.reset();
     now.timer.reset();
+    now.before_perform = nullptr;
     now.names_are_held = false;
     now.names_are_ours = false;
     now.changed.notify_all();
@@ -269,6 +274,15 @@ void Interposed::failSelects(int count, int error) {
 void Interposed::setTimer(std::optional<long> milliseconds) {
     const std::lock_guard lock(state().mutex);
     state().timer = milliseconds;
+}
+
+void Interposed::beforePerform(std::function<void()> act) {
+    const std::lock_guard lock(state().mutex);
+    state().before_perform = std::move(act);
+}
+
+void Interposed::failEpoll() {
+    state().epoll_fails = true;
 }
 
 void Interposed::failEventfds() {
@@ -354,12 +368,30 @@ CURLMcode curl_multi_wait(CURLM* multi, curl_waitfd* extra, unsigned int count, 
     return real(multi, extra, count, timeout_ms, ready);
 }
 
+CURLMcode curl_multi_perform(CURLM* multi, int* running) {
+    static auto* const real = next<CURLMcode(CURLM*, int*)>("curl_multi_perform");
+    std::function<void()> act;
+    {
+        const std::lock_guard lock(state().mutex);
+        act.swap(state().before_perform);
+    }
+    if (act) act();
+    return real(multi, running);
+}
+
 CURLMcode curl_multi_timeout(CURLM* multi, long* milliseconds) {
     static auto* const real = next<CURLMcode(CURLM*, long*)>("curl_multi_timeout");
     const std::lock_guard lock(state().mutex);
     if (!state().timer) return real(multi, milliseconds);
     *milliseconds = *state().timer;
     return CURLM_OK;
+}
+
+int epoll_ctl(int epoll, int how, int descriptor, epoll_event* event) noexcept {
+    static auto* const real = next<int(int, int, int, epoll_event*)>("epoll_ctl");
+    if (!state().epoll_fails) return real(epoll, how, descriptor, event);
+    errno = ENOSPC;
+    return -1;
 }
 
 int eventfd(unsigned int count, int flags) noexcept {

@@ -51,10 +51,14 @@ class Interposed {
     std::vector<RawLine> rawLines() const;
 
     // --- behaviour ---
+    // Called on the engine thread before libcurl looks at all transfers the next time.
+    void beforePerform(std::function<void()> act);
     // So many of the next selects fail with `error` at once, with all descriptors left set.
     void failSelects(int count, int error);
     // libcurl's next timer, in milliseconds; none: libcurl's own answer.
     void setTimer(std::optional<long> milliseconds);
+    // From now on epoll_ctl(2) fails, as where a limit of the user's is reached.
+    void failEpoll();
     // No such descriptor can be made; writing and reading it fail, though both are done all the same.
     void failEventfds();
     void failEventfdWrites(bool fail);

@@ -39,19 +39,5 @@ TEST(SimulationFindingTest, AnAddressThatRefusesIsFollowedByTheNextOneAtOnce) {
     EXPECT_LT(request.outcomes.front().at - request.startedAt, std::chrono::milliseconds(50));
 }
 
-// Twenty that wait, and one whose time is over in the very moment in which another one learns where it leads.
-TEST(SimulationFindingTest, ARedirectThatIsReadWhenAllAreLookedAtIsNotLate) {
-    std::string crowd;
-    for (int id = 10; id < 30; ++id) crowd += "request id=" + std::to_string(id) + " exchange=90\n";
-    expectNoFault(crowd + R"(
-host id=1 connectDelay=20000
-reply exchange=90 cut=stall
-reply status=302 location=1 locationHost=1 delay=99000
-reply exchange=1 body=10
-request
-request id=1 exchange=90 timeout=100
-)");
-}
-
 }  // namespace
 }  // namespace kel::http::simulation
