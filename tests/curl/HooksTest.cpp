@@ -116,7 +116,7 @@ TEST_F(HooksTest, ManyTransfersAreDrivenThroughTheHookAsWell) {
     server.awaitRequests(many);
     const std::size_t before = performs;
     for (int i = 0; i < 10; ++i) onEngineThread([] {});
-    EXPECT_GE(performs, before + 10);
+    EXPECT_GE(performs, before + 9);  // one between two tasks
     server.release(many);
     for (const RecordingRequestPtr& request : silent) request->outcome.await("end");
 }
