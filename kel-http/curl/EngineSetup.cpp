@@ -205,9 +205,10 @@ void EngineSetup::addHeadersToRequest(CURL* easy, const RequestPtr& request, con
 }
 
 void EngineSetup::addTls(CURL* easy, Engine::ActiveTask& task) const {
-    if (tlsOverride.isInClassOf(engine)) task.handleServesOthers = false;  // what is not ours may outlast a wiping
-    engine.addTlsConfig(easy, task.request);                               // virtual: a derived engine may replace it
-    if (task.request->config.reset_state || tlsOverride.isIn(engine)) EngineTls::leaveSessionsAlone(easy);
+    const bool is_overridden = tlsOverride.isIn(engine);
+    if (is_overridden) task.handleServesOthers = false;  // what is not ours may outlast a wiping
+    engine.addTlsConfig(easy, task.request);             // virtual: a derived engine may replace it
+    if (task.request->config.reset_state || is_overridden) EngineTls::leaveSessionsAlone(easy);
 }
 
 void EngineSetup::addIPVersionToRequest(CURL* easy, const RequestPtr& request) {

@@ -23,10 +23,8 @@ class TlsOverride {
     // Inside of the constructor of `Engine`.
     explicit TlsOverride(const Engine& engine) : own(target(engine)) {}
 
-    // Later on: whether anybody has.
-    bool isIn(const Engine& engine) const { return hookIsForeign || isInClassOf(engine); }
-    // Whether it is the engine's class.
-    bool isInClassOf(const Engine& engine) const { return target(engine) != own; }
+    // Later on.
+    bool isIn(const Engine& engine) const { return hookIsForeign || target(engine) != own; }
 
  private:
     static constexpr std::size_t Place = 2;

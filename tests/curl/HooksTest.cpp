@@ -18,21 +18,9 @@ std::atomic<bool> refuse_handles{false};
 std::atomic<bool> add_foreign_handle{false};
 std::atomic<bool> wants_sessions{false};
 std::atomic<long> most_connections{0};  // no bound
-std::atomic<bool> sets_referer{false};
-std::atomic<std::size_t> used_handles{0};
 std::atomic<std::size_t> performs{0};
 std::atomic<ko::thread_id> hook_thread{ko::invalid_thread_id};
 kel::http::test::EventLog hooks;
-
-// A handle has the header lines of its last answer until its next one.
-bool hasServedBefore([[maybe_unused]] CURL* easy) {
-#if LIBCURL_VERSION_NUM >= 0x075400
-    curl_header* header = nullptr;
-    return curl_easy_header(easy, "X-Answer", 0, CURLH_HEADER, -1, &header) == CURLHE_OK;
-#else
-    return false;
-#endif
-}
 
 }  // namespace
 
@@ -48,8 +36,6 @@ CURLMcode engine_curl_multi_add_handle(void* multi, void* easy) {
         curl_easy_setopt(foreign, CURLOPT_URL, "unknown://host/");  // fails without asking anybody
         curl_multi_add_handle(multi, foreign);
     }
-    if (sets_referer) curl_easy_setopt(easy, CURLOPT_REFERER, "http://hook.test/");
-    if (hasServedBefore(easy)) ++used_handles;
     if (wants_sessions) curl_easy_setopt(easy, CURLOPT_SSL_SESSIONID_CACHE, 1L);
     hooks.add(kel::http::Engine::getEngine()->lookupRequest(easy) ? "add" : "add of nobody's handle");
     return refuse_handles ? CURLM_BAD_EASY_HANDLE : curl_multi_add_handle(multi, easy);
@@ -166,20 +152,6 @@ TEST_F(HooksTest, TransfersThatTheHookHasSeenResumeNoSessionsUnlessItSaysSo) {
     wants_sessions = false;
     EXPECT_EQ(reused(), ".");
 }
-
-#if LIBCURL_VERSION_NUM >= 0x075400
-TEST_F(HooksTest, AnOptionThatTheHookHasSetIsGoneWithItsTransferThoughTheHandleStays) {
-    server.onRequest([](const ReceivedRequest&) { return Reply(200).header("X-Answer", "1"); });
-    used_handles = 0;
-    for (const bool sets : {true, false}) {
-        sets_referer = sets;
-        run(get())->outcome.await("end");
-        drain();
-        EXPECT_EQ(server.requests().back().headers("Referer").size(), sets ? 1U : 0U);
-    }
-    EXPECT_EQ(used_handles, 1U);
-}
-#endif
 
 TEST_F(HooksTest, RequestThatCouldNotBeSetUpIsNotAdded) {
     RequestConfig config = get();
