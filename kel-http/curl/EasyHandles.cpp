@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "kel-http/curl/EasyHandles.h"
 
+#include <strings.h>
+
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -29,6 +32,18 @@ bool isSmall(CURL* easy) {
     return header_bytes >= 0 && static_cast<unsigned long>(header_bytes) <= EasyHandles::most_held_bytes;
 }
 
+// To libcurl the name ends at ":" or ";", which may be part of it here: whatever begins like "Host" counts.
+bool namesHost(const HeaderMap& headers) {
+    return std::any_of(headers.begin(), headers.end(),
+                       [](const auto& header) { return strncasecmp(header.first.c_str(), "Host", 4) == 0; });
+}
+
+// What libcurl keeps in the handle beyond its reset: the host whose cookies go along, also with later requests to others, and
+// the offset's line, which it sends beside a "Range" of a later request's own.
+bool leavesTraces(const RequestConfig& config) {
+    return config.resume || namesHost(config.headers);
+}
+
 // Cookies first: with the share still there it is not the shared ones that are thrown away.
 bool takeOutWhatOutlastsOptions(CURL* easy) {
     return curl_easy_setopt(easy, CURLOPT_COOKIEFILE, nullptr) == CURLE_OK &&
@@ -40,7 +55,8 @@ bool takeOutWhatOutlastsOptions(CURL* easy) {
 EasyHandles::EasyHandles(unsigned int libcurl_version) : canWipe(libcurl_version >= wipes_cookies) {}
 
 bool EasyHandles::mayServeOthers(const RequestConfig& config) {
-    return !config.reset_state && !config.verifier && !config.tls_partial_chain && config.url.size() <= most_held_bytes;
+    return !config.reset_state && !config.verifier && !config.tls_partial_chain && !leavesTraces(config) &&
+           config.url.size() <= most_held_bytes;
 }
 
 EasyHandle EasyHandles::take(bool may_serve_others) {

@@ -38,8 +38,8 @@ class EasyHandles {
     // With a libcurl of this version, by default the one that the process runs with.
     explicit EasyHandles(unsigned int libcurl_version = curl_version_info(CURLVERSION_NOW)->version_num);
 
-    // Whether this request's handle may serve others before and after it. Who asks for a state of its own, or decides whom
-    // to trust, has a handle of its own as well.
+    // Whether this request's handle may serve others before and after it. Who asks for a state of its own, decides whom
+    // to trust, names a host of its own or resumes a download has a handle of its own as well.
     static bool mayServeOthers(const RequestConfig& config);
 
     // One without options. Throws std::bad_alloc.

@@ -112,7 +112,11 @@ TEST_F(EasyHandlesTest, WhoAsksForAStateOfItsOwnHasAHandleOfItsOwn) {
     partial.tls_partial_chain = true;
     RequestConfig lengthy = config;
     lengthy.url.append(EasyHandles::most_held_bytes, 'x');
-    for (const RequestConfig& alone : {fresh, verified, partial, lengthy}) {
+    RequestConfig named = config;
+    named.headers["host"] = "other.test";
+    RequestConfig resumed = config;
+    resumed.resume = true;
+    for (const RequestConfig& alone : {fresh, verified, partial, lengthy, named, resumed}) {
         EXPECT_FALSE(EasyHandles::mayServeOthers(alone));
     }
 }

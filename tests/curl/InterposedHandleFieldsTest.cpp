@@ -53,7 +53,7 @@ std::vector<std::string> asSent(const ReceivedRequest& request) {
 }
 
 bool isAlone(const RequestConfig& config) {
-    return config.reset_state || config.verifier || config.tls_partial_chain;
+    return config.reset_state || config.verifier || config.tls_partial_chain || config.resume;
 }
 
 class InterposedHandleFieldsTest : public EngineTest {

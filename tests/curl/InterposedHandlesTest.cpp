@@ -10,6 +10,8 @@
 #include "kel-http/curl/EasyHandles.h"
 #include "support/ClosedPort.h"
 #include "support/CountingProxy.h"
+#include "support/Files.h"
+#include "support/TemporaryDirectory.h"
 
 namespace kel::http::test {
 namespace {
@@ -280,6 +282,38 @@ TEST_F(InterposedHandlesTest, CookiesStayOutOfRequestsWithoutAny) {
     EXPECT_THAT(lastHeaders("Cookie"), Each(Not(HasSubstr("lonely"))));
     EXPECT_EQ(interposed.livingHandles(), 1U);
     EXPECT_TRUE(allShareAHandle());
+}
+
+// libcurl's reset leaves it to itself whose cookies a "Host" of the program's own has asked for.
+TEST_F(InterposedHandlesTest, CookiesOfAHostThatARequestNamesAreItsOwnRequestsOnly) {
+    for (const char* const name : {"Host", "hOST", "Host;"}) {
+        server.enqueue(Reply(200).header("Set-Cookie", "secret=value"));
+        RequestConfig named = get();
+        named.headers[name] = "named.test";
+        EXPECT_EQ(outcomeOf(named), "end");
+        EXPECT_EQ(outcomeOf(get("/next")), "end");
+        EXPECT_THAT(lastHeaders("Cookie"), IsEmpty()) << name;
+        EXPECT_EQ(outcomeOf(named), "end");
+        EXPECT_THAT(lastHeaders("Cookie"), ElementsAre("secret=value")) << name;
+        stopEngine();
+        startEngine();
+    }
+}
+
+// Nor does it wipe the line that it has made of an offset.
+TEST_F(InterposedHandlesTest, TheRestThatARequestAsksForIsItsOwnRequestsOnly) {
+    const TemporaryDirectory directory;
+    RequestConfig resumed = get();
+    resumed.resume = true;
+    resumed.download_path = directory.path("partial");
+    writeWholeFile(resumed.download_path, "01234");
+    server.onRequest(
+        [](const ReceivedRequest&) { return Reply(206).header("Content-Range", "bytes 5-9/10").body("56789"); });
+    EXPECT_EQ(outcomeOf(resumed), "end");
+    EXPECT_THAT(lastHeaders("Range"), ElementsAre("bytes=5-"));
+    resumed.headers["Range"] = "bytes=5-7";
+    outcomeOf(resumed);
+    EXPECT_THAT(lastHeaders("Range"), ElementsAre("bytes=5-7"));
 }
 
 TEST_F(InterposedHandlesTest, EachErrorHasItsOwnText) {
