@@ -184,7 +184,7 @@ bool Descriptor::close() noexcept {
 
 OpenedCookieFile openCookieFile(const std::string& folder) {
     std::array<std::byte, 256> room;  // each request comes here: most paths take no memory
-    std::pmr::monotonic_buffer_resource memory(room.data(), room.size());
+    std::pmr::monotonic_buffer_resource memory(room.data(), room.size(), std::pmr::new_delete_resource());
     std::pmr::string path(folder, &memory);
     path.append("/").append(file_name);
     Descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));

@@ -34,7 +34,8 @@ class HeaderList {
  private:
     // Enough for what most requests send.
     std::array<std::byte, 256> room;
-    std::pmr::monotonic_buffer_resource memory{room.data(), room.size()};
+    // Beyond that, the heap: the program's default for such resources may be no good on this thread.
+    std::pmr::monotonic_buffer_resource memory{room.data(), room.size(), std::pmr::new_delete_resource()};
     // Those that are not there for ever, one behind the other, each with a zero byte at its end.
     std::pmr::string text{&memory};
     // In order. The text of a line that stands in `text` is set at the end, as it may move until then.

@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "client/FullDisk.h"
+#include "support/DefaultMemory.h"
 #include "support/Files.h"
 #include "support/OpenDescriptors.h"
 #include "support/TemporaryDirectory.h"
@@ -69,6 +70,14 @@ TEST_F(CookieFileTest, OwnFileIsOpenedWhoeverMayReadIt) {
         EXPECT_TRUE(opened.descriptor.isOpen());
         EXPECT_NE(fcntl(opened.descriptor.get(), F_GETFD) & FD_CLOEXEC, 0);
     }
+}
+
+TEST_F(CookieFileTest, FileWithALongPathIsOpenedWithoutAProgramsMemoryResource) {
+    putFile(0600U);
+    std::string longer = folder.path();
+    for (int i = 0; i < 200; ++i) longer.append("/.");
+    const DefaultMemory none(std::pmr::null_memory_resource());
+    EXPECT_TRUE(openCookieFile(longer).descriptor.isOpen());
 }
 
 TEST_F(CookieFileTest, FileThatOthersMayWriteToIsRefused) {

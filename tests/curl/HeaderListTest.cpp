@@ -3,10 +3,13 @@
 
 #include <gmock/gmock.h>
 
+#include "support/DefaultMemory.h"
+
 namespace kel::http::test {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::SizeIs;
 
 std::vector<std::string> linesOf(HeaderList& list) {
     std::vector<std::string> lines;
@@ -30,6 +33,15 @@ TEST(HeaderListTest, LinesComeInOrderWhereverTheyStand) {
     list.add("X-Last", std::string(1000, 'v'));
     EXPECT_THAT(linesOf(list), ElementsAre("Constant: one", "X-First: 1", "X-Empty: ", "Constant: two",
                                            "X-Last: " + std::string(1000, 'v')));
+}
+
+// Which may be made for another thread only.
+TEST(HeaderListTest, AProgramsMemoryResourceIsLeftAlone) {
+    const DefaultMemory none(std::pmr::null_memory_resource());
+    HeaderList list;
+    list.reserve(100, 10000);
+    for (int i = 0; i < 100; ++i) list.add("X-Name", std::string(100, 'v'));
+    EXPECT_THAT(linesOf(list), SizeIs(100));
 }
 
 TEST(HeaderListTest, ConstantLineIsNotCopied) {
