@@ -132,7 +132,7 @@ void ClientImpl::run(RequestId id, const std::shared_ptr<CurlRequest>& request, 
         enter(id, {request, std::move(info)});
         request->runRequest();
     } catch (...) {
-        requests.erase(id);
+        take(id);  // out of the map first: what the callbacks hold may call this client when it goes
         throw;
     }
 }

@@ -109,6 +109,24 @@ TEST_F(ShortageStartTest, RequestStartsOrNothingIsSent) {
     expectAllOrNothing([&] { client->start_request(config, {}, on_response, on_error); });
 }
 
+TEST_F(ShortageStartTest, WhatTheCallbacksHoldMayCallTheClientWhereNothingIsStarted) {
+    KEL_NEEDS_FAILING_ALLOCATIONS;
+    int gone = 0;
+    const auto leave = [this, &gone](void*) {
+        for (Client::RequestId id = 1; id < 100; ++id) client->cancel_request(id);
+        ++gone;
+    };
+    failEachAllocation([&](std::size_t succeeding) {
+        const Attempt made = attempt(succeeding, [&] {
+            const std::shared_ptr<void> owned(nullptr, leave);
+            client->start_request(get(), {}, on_response, [owned](Client::RequestId, const ErrorData&) {});
+        });
+        drain();
+        return made.refused;
+    });
+    EXPECT_GT(gone, 10);
+}
+
 // A body that is about to be sent may exist nowhere else.
 TEST_F(ShortageStartTest, WhatIsGivenAwayStaysWhereNothingIsStarted) {
     KEL_NEEDS_FAILING_ALLOCATIONS;
