@@ -109,17 +109,28 @@ TEST_F(ShortageStartTest, RequestStartsOrNothingIsSent) {
     expectAllOrNothing([&] { client->start_request(config, {}, on_response, on_error); });
 }
 
+// Each copy of it calls the client when it goes.
+struct CancelsAtItsEnd {
+    CancelsAtItsEnd(Client& of_requests, int& count) : client(of_requests), gone(count) {}
+    CancelsAtItsEnd(const CancelsAtItsEnd& other) = default;
+    CancelsAtItsEnd& operator=(const CancelsAtItsEnd&) = delete;
+    ~CancelsAtItsEnd() {
+        for (Client::RequestId id = 1; id < 200; ++id) client.cancel_request(id);
+        ++gone;
+    }
+    void operator()(Client::RequestId /*id*/, const ErrorData& /*data*/) const {}
+
+    Client& client;
+    int& gone;
+};
+
 TEST_F(ShortageStartTest, WhatTheCallbacksHoldMayCallTheClientWhereNothingIsStarted) {
     KEL_NEEDS_FAILING_ALLOCATIONS;
     int gone = 0;
-    const auto leave = [this, &gone](void*) {
-        for (Client::RequestId id = 1; id < 100; ++id) client->cancel_request(id);
-        ++gone;
-    };
     failEachAllocation([&](std::size_t succeeding) {
         const Attempt made = attempt(succeeding, [&] {
-            const std::shared_ptr<void> owned(nullptr, leave);
-            client->start_request(get(), {}, on_response, [owned](Client::RequestId, const ErrorData&) {});
+            const CancelsAtItsEnd cancels(*client, gone);
+            client->start_request(get(), {}, on_response, cancels);
         });
         drain();
         return made.refused;
