@@ -59,7 +59,7 @@ bool holds([[maybe_unused]] void* memory, [[maybe_unused]] std::size_t bytes) {
 
 // libcurl's texts grow by doubling, from 32 bytes on; most of them never need more than they begin with here.
 void* reallocate(void* memory, std::size_t bytes) {
-    constexpr std::size_t fewest = 128;
+    constexpr std::size_t fewest = 256;
     if (memory == nullptr) return allocate(std::max(bytes, fewest));
     if (bytes == 0) {
         std::free(memory);
